@@ -1,0 +1,9 @@
+// Orvanta: a screen-recording engine. Include this header and link with
+// `pkg-config --libs orvanta`.
+#pragma once
+
+#include "orvanta/captured.h"
+#include "orvanta/log.h"
+#include "orvanta/module.h"
+#include "orvanta/recorder.h"
+#include "orvanta/types.h"

@@ -1,0 +1,88 @@
+// Screen recording: the option records and the recorder object.
+#pragma once
+
+#include "orvanta/module.h"
+#include "orvanta/types.h"
+
+// Video codecs a recording can use.
+enum CodecType : int32_t {
+  CodecType_WMV = 0,
+  CodecType_H264 = 1,
+  CodecType_H265 = 2,
+  CodecType_MPEG2 = 3,
+  CodecType_GIF = 4,
+};
+
+struct VideoOpt {
+  BOOL bStream;            // record video at all; 0 is an audio-only session
+  HWND hWindow;            // window to capture; 0 for a screen region
+  RECT rcScreen;           // region in virtual-screen pixels
+  RECT rcWindow;           // with hWindow: part of the window, from its outer corner
+  int32_t CodecType;       // see enum CodecType
+  int32_t FrameRate;       // frames per second, not 0
+  int32_t videoQuality;    // quality step for the encoder
+  int32_t nReserved;       // copied with the record, unused
+};
+
+struct AudioOpt {
+  BOOL bRender;   // system sound, by loopback of the default output
+  BOOL bCapture;  // the default microphone
+};
+
+// MouseOpt::Flag bits.
+enum : uint32_t {
+  MOUSE_DRAW_CURSOR = 1,
+  MOUSE_DRAW_CLICKS = 2,
+  MOUSE_CLICK_HIGHLIGHT = 4,
+  MOUSE_POINTER_HIGHLIGHT = 16,
+};
+
+// MouseOpt::Mode values.
+enum : int32_t {
+  MOUSE_MODE_FIXED = 0,
+  MOUSE_MODE_FOLLOW = 1,
+  MOUSE_MODE_CENTER = 2,
+  MOUSE_MODE_MANUAL = 3,
+};
+
+struct MouseOpt {
+  uint32_t Flag;            // MOUSE_* bits
+  uint32_t clickColor;      // 0x00RRGGBB
+  uint32_t highlightColor;  // 0x00RRGGBB
+  int32_t cursorScale;      // 1 double size, 2 half size, else own size
+  int32_t cursorAlpha;      // 1..255; 0 and above 255 become 255
+  int32_t Mode;             // MOUSE_MODE_*
+};
+
+class CCanvasCallback;
+class CScreenCanvas;
+
+// A recording session. Created stopped by ovVideoRecord; Destroy is the stop.
+class OV_API CScreenRecoderObject : public CBaseClassObject {
+ public:
+  virtual void Start() = 0;
+  virtual void Pause() = 0;
+  virtual void Resume() = 0;
+  // Seconds since the start, pauses left out; bytes written so far.
+  virtual void GetProgress(uint32_t* pSeconds, int64_t* pBytes) = 0;
+  virtual uint32_t GetFrameCounter() = 0;
+  virtual CScreenCanvas* SetCanvasCallback(CCanvasCallback* pCallback) = 0;
+  virtual void AddExcludeWindow(HWND hWnd) = 0;
+  virtual void RemoveExcludeWindow(HWND hWnd) = 0;
+  virtual void AddIncludeWindow(HWND hWnd) = 0;
+  virtual void SaveFrameToFile(const wchar_t* pszPath) = 0;
+  virtual void RefreshBox() = 0;
+
+ protected:
+  using CBaseClassObject::CBaseClassObject;
+};
+
+extern "C" {
+
+// Validates the options and creates a stopped session, or returns null.
+// *pResult is written only once an object existed.
+OV_API CScreenRecoderObject* ovVideoRecord(HWND hHostWindow, const wchar_t* pszTempFolder,
+                                           VideoOpt* pVideoOpt, AudioOpt audioOpt,
+                                           MouseOpt* pMouseOpt, BOOL bShowRecordingBox,
+                                           HRESULT* pResult);
+}

@@ -1,0 +1,72 @@
+// Files and folders by wide path, as the engine's records carry them.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace ov {
+
+std::string ToUtf8(const wchar_t* text);
+std::string ToUtf8(const std::wstring& text);
+std::wstring FromUtf8(const std::string& text);
+
+// The user's documents folder: $XDG_DOCUMENTS_DIR, the user-dirs file, else ~/Documents.
+std::wstring DocumentsFolder();
+// The system's folder for temporary files, without a trailing separator.
+std::wstring TempFolder();
+
+// Each returns 0 on success, else the system's error number.
+int CreateFolder(const std::wstring& path);
+int RemoveFile(const std::wstring& path);
+int MoveFile(const std::wstring& from, const std::wstring& to);
+
+bool PathExists(const std::wstring& path);
+bool IsFolder(const std::wstring& path);
+
+struct FolderEntry {
+  std::wstring name;
+  bool isFolder;
+};
+// False when the folder cannot be opened.
+bool ListFolder(const std::wstring& path, std::vector<FolderEntry>* entries);
+
+// Bytes available to an unprivileged caller; 0 on failure.
+uint64_t DiskFreeBytes(const std::wstring& path);
+
+struct FileTimes {
+  int64_t created;   // seconds since the epoch; the change time where birth is unknown
+  int64_t modified;
+};
+bool GetFileTimes(const std::string& path, FileTimes* times);
+
+int64_t FileSize(const std::wstring& path);  // -1 when missing
+
+// The error number of the last failed call on this thread.
+int LastError();
+
+// A file descriptor that closes itself.
+class UniqueFd {
+ public:
+  UniqueFd() = default;
+  explicit UniqueFd(int fd) : m_fd(fd) {}
+  ~UniqueFd() { Reset(); }
+  UniqueFd(UniqueFd&& other) noexcept : m_fd(other.Release()) {}
+  UniqueFd& operator=(UniqueFd&& other) noexcept {
+    if (this != &other) Reset(other.Release());
+    return *this;
+  }
+  int Get() const { return m_fd; }
+  bool Valid() const { return m_fd >= 0; }
+  int Release() {
+    int fd = m_fd;
+    m_fd = -1;
+    return fd;
+  }
+  void Reset(int fd = -1);
+
+ private:
+  int m_fd = -1;
+};
+
+}  // namespace ov

@@ -1,0 +1,32 @@
+// The engine's own module on disk, and loading of its companion libraries.
+#pragma once
+
+#include <string>
+
+namespace ov {
+
+// Full path of the file that holds the engine's code (the shared library,
+// or the program it is linked into).
+std::string ModulePath();
+// Its folder, without a trailing separator.
+std::string ModuleFolder();
+
+class SharedLibrary {
+ public:
+  SharedLibrary() = default;
+  ~SharedLibrary();
+  SharedLibrary(const SharedLibrary&) = delete;
+  SharedLibrary& operator=(const SharedLibrary&) = delete;
+
+  // Loads the library; the error text is kept for the log.
+  bool Load(const std::string& path);
+  void* Symbol(const char* name) const;
+  bool Loaded() const { return m_handle != nullptr; }
+  const std::string& Error() const { return m_error; }
+
+ private:
+  void* m_handle = nullptr;
+  std::string m_error;
+};
+
+}  // namespace ov

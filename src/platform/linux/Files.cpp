@@ -1,0 +1,186 @@
+#include "platform/Files.h"
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <pwd.h>
+#include <sys/stat.h>
+#include <sys/statvfs.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+namespace ov {
+
+std::string ToUtf8(const wchar_t* text) {
+  std::string out;
+  if (!text) return out;
+  for (; *text; ++text) {
+    uint32_t c = static_cast<uint32_t>(*text);
+    if (c > 0x10FFFF || (c >= 0xD800 && c <= 0xDFFF)) c = 0xFFFD;
+    if (c < 0x80) {
+      out += static_cast<char>(c);
+    } else if (c < 0x800) {
+      out += static_cast<char>(0xC0 | (c >> 6));
+      out += static_cast<char>(0x80 | (c & 0x3F));
+    } else if (c < 0x10000) {
+      out += static_cast<char>(0xE0 | (c >> 12));
+      out += static_cast<char>(0x80 | ((c >> 6) & 0x3F));
+      out += static_cast<char>(0x80 | (c & 0x3F));
+    } else {
+      out += static_cast<char>(0xF0 | (c >> 18));
+      out += static_cast<char>(0x80 | ((c >> 12) & 0x3F));
+      out += static_cast<char>(0x80 | ((c >> 6) & 0x3F));
+      out += static_cast<char>(0x80 | (c & 0x3F));
+    }
+  }
+  return out;
+}
+
+std::string ToUtf8(const std::wstring& text) { return ToUtf8(text.c_str()); }
+
+std::wstring FromUtf8(const std::string& text) {
+  std::wstring out;
+  const auto* p = reinterpret_cast<const unsigned char*>(text.data());
+  const auto* end = p + text.size();
+  while (p < end) {
+    uint32_t c = *p++;
+    int extra = 0;
+    if (c >= 0xF0 && c < 0xF8) {
+      c &= 0x07;
+      extra = 3;
+    } else if (c >= 0xE0) {
+      c &= 0x0F;
+      extra = 2;
+    } else if (c >= 0xC0) {
+      c &= 0x1F;
+      extra = 1;
+    } else if (c >= 0x80) {
+      out += L'\xFFFD';
+      continue;
+    }
+    bool bad = false;
+    for (int i = 0; i < extra; ++i) {
+      if (p >= end || (*p & 0xC0) != 0x80) {
+        bad = true;
+        break;
+      }
+      c = (c << 6) | (*p++ & 0x3F);
+    }
+    out += bad ? L'\xFFFD' : static_cast<wchar_t>(c);
+  }
+  return out;
+}
+
+static std::string HomeFolder() {
+  if (const char* home = getenv("HOME"); home && *home) return home;
+  if (passwd* pw = getpwuid(getuid()); pw && pw->pw_dir) return pw->pw_dir;
+  return "/tmp";
+}
+
+// Reads XDG_DOCUMENTS_DIR from ~/.config/user-dirs.dirs, as xdg-user-dirs writes it.
+static std::string UserDirsDocuments(const std::string& home) {
+  const char* config = getenv("XDG_CONFIG_HOME");
+  std::string file = (config && *config ? std::string(config) : home + "/.config") + "/user-dirs.dirs";
+  FILE* f = fopen(file.c_str(), "r");
+  if (!f) return {};
+  std::string result;
+  char line[1024];
+  while (fgets(line, sizeof line, f)) {
+    const char* key = "XDG_DOCUMENTS_DIR=\"";
+    if (strncmp(line, key, strlen(key)) != 0) continue;
+    std::string value(line + strlen(key));
+    size_t quote = value.find('"');
+    if (quote == std::string::npos) break;
+    value.resize(quote);
+    if (value.rfind("$HOME", 0) == 0) value = home + value.substr(5);
+    result = value;
+    break;
+  }
+  fclose(f);
+  return result;
+}
+
+std::wstring DocumentsFolder() {
+  if (const char* dir = getenv("XDG_DOCUMENTS_DIR"); dir && *dir) return FromUtf8(dir);
+  std::string home = HomeFolder();
+  std::string fromFile = UserDirsDocuments(home);
+  return FromUtf8(fromFile.empty() ? home + "/Documents" : fromFile);
+}
+
+std::wstring TempFolder() {
+  const char* dir = getenv("TMPDIR");
+  std::string path = dir && *dir ? dir : "/tmp";
+  while (path.size() > 1 && path.back() == '/') path.pop_back();
+  return FromUtf8(path);
+}
+
+int CreateFolder(const std::wstring& path) {
+  return mkdir(ToUtf8(path).c_str(), 0755) == 0 ? 0 : errno;
+}
+
+int RemoveFile(const std::wstring& path) { return unlink(ToUtf8(path).c_str()) == 0 ? 0 : errno; }
+
+int MoveFile(const std::wstring& from, const std::wstring& to) {
+  // Like the rename of the log rotation elsewhere: the target must not exist.
+  std::string target = ToUtf8(to);
+  if (access(target.c_str(), F_OK) == 0) return EEXIST;
+  return rename(ToUtf8(from).c_str(), target.c_str()) == 0 ? 0 : errno;
+}
+
+bool PathExists(const std::wstring& path) { return access(ToUtf8(path).c_str(), F_OK) == 0; }
+
+bool IsFolder(const std::wstring& path) {
+  struct stat st;
+  return stat(ToUtf8(path).c_str(), &st) == 0 && S_ISDIR(st.st_mode);
+}
+
+bool ListFolder(const std::wstring& path, std::vector<FolderEntry>* entries) {
+  std::string folder = ToUtf8(path);
+  DIR* dir = opendir(folder.c_str());
+  if (!dir) return false;
+  while (dirent* e = readdir(dir)) {
+    if (strcmp(e->d_name, ".") == 0 || strcmp(e->d_name, "..") == 0) continue;
+    bool isFolder = e->d_type == DT_DIR;
+    if (e->d_type == DT_UNKNOWN || e->d_type == DT_LNK) {
+      struct stat st;
+      isFolder = stat((folder + "/" + e->d_name).c_str(), &st) == 0 && S_ISDIR(st.st_mode);
+    }
+    entries->push_back(FolderEntry{FromUtf8(e->d_name), isFolder});
+  }
+  closedir(dir);
+  return true;
+}
+
+uint64_t DiskFreeBytes(const std::wstring& path) {
+  struct statvfs st;
+  if (statvfs(ToUtf8(path).c_str(), &st) != 0) return 0;
+  return static_cast<uint64_t>(st.f_bavail) * st.f_frsize;
+}
+
+bool GetFileTimes(const std::string& path, FileTimes* times) {
+  struct statx st;
+  if (statx(AT_FDCWD, path.c_str(), 0, STATX_BTIME | STATX_MTIME | STATX_CTIME, &st) != 0) {
+    return false;
+  }
+  times->created = (st.stx_mask & STATX_BTIME) ? st.stx_btime.tv_sec : st.stx_ctime.tv_sec;
+  times->modified = st.stx_mtime.tv_sec;
+  return true;
+}
+
+int64_t FileSize(const std::wstring& path) {
+  struct stat st;
+  if (stat(ToUtf8(path).c_str(), &st) != 0) return -1;
+  return st.st_size;
+}
+
+int LastError() { return errno; }
+
+void UniqueFd::Reset(int fd) {
+  if (m_fd >= 0) close(m_fd);
+  m_fd = fd;
+}
+
+}  // namespace ov

@@ -1,0 +1,27 @@
+#include "session/Globals.h"
+
+VideoOpt g_videoOpt;
+MouseOpt g_mouseOpt;
+BOOL g_bAudioEnabled[2];
+CapturedFile* g_Recording;
+
+std::atomic<BOOL> g_bRunning{0};
+std::atomic<BOOL> g_bRecording{0};
+std::atomic<BOOL> g_bLastFrame{0};
+
+BOOL g_bUnborder;
+BOOL g_bShowRecordingBox;
+HWND g_hHostWindow;
+std::atomic<CRecorderBox*> g_pRecorderBox{nullptr};
+
+POINT g_ptRegion;
+RECT g_rcDisplay;
+int32_t g_nDisplayIndex;
+int32_t g_WindowsVersion;
+int32_t g_D3DFeatureLevel;
+
+std::recursive_mutex g_csMouse;
+std::recursive_mutex g_csCanvas;
+
+std::atomic<int32_t> g_nGdiplusBitmaps{0};
+std::atomic<int32_t> g_nGdiplusGraphics{0};

@@ -1,0 +1,93 @@
+#include "session/Log.h"
+
+#include <cstdarg>
+#include <cstdio>
+#include <cstring>
+
+#include "platform/Clock.h"
+#include "platform/Files.h"
+#include "platform/LogFile.h"
+
+namespace ov {
+
+namespace {
+
+int g_logFd = -1;
+
+constexpr int kHeaderChars = 20;      // "hh:mm:ss.mmm [Tag]  "
+constexpr int kWriteLogLimit = 16364;  // bytes of message after the header
+constexpr int kLogFileLimit = 16383;
+constexpr int kFallbackChars = 1024;  // a message too long for the buffer is cut here
+
+const char* const kTags[] = {"[Dbg]", "[Msg]", "[Wan]", "[ERR]", "     "};
+
+// Formats into out (room for limit bytes plus the terminator); a message that
+// does not fit is formatted again and cut at kFallbackChars characters.
+int FormatMessage(char* out, int limit, const char* format, va_list args) {
+  va_list again;
+  va_copy(again, args);
+  int n = vsnprintf(out, static_cast<size_t>(limit) + 1, format, args);
+  if (n < 0 || n > limit) {
+    n = vsnprintf(out, kFallbackChars + 1, format, again);
+    if (n < 0) n = 0;
+    if (n > kFallbackChars) n = kFallbackChars;
+  }
+  va_end(again);
+  return n;
+}
+
+}  // namespace
+
+std::wstring LogFolder() { return DocumentsFolder() + L"/Log Files"; }
+
+int OpenLogFile() {
+  std::wstring folder = LogFolder();
+  CreateFolder(DocumentsFolder());
+  CreateFolder(folder);
+  wchar_t from[OV_MAX_PATH], to[OV_MAX_PATH];
+  swprintf(to, OV_MAX_PATH, L"%ls/Orvanta9.log", folder.c_str());
+  RemoveFile(to);
+  for (int n = 9; n >= 1; --n) {
+    swprintf(from, OV_MAX_PATH, L"%ls/Orvanta%d.log", folder.c_str(), n - 1);
+    swprintf(to, OV_MAX_PATH, L"%ls/Orvanta%d.log", folder.c_str(), n);
+    MoveFile(from, to);
+  }
+  swprintf(to, OV_MAX_PATH, L"%ls/Orvanta0.log", folder.c_str());
+  g_logFd = CreateLogFile(ToUtf8(to));
+  return g_logFd;
+}
+
+int LogFd() { return g_logFd; }
+
+void LogFailure(HRESULT hr, const char* expression, const char* file, int line) {
+  WriteLog(kErr, "Failed(0x%x) in %s, FILE:%s, LINE:%d\n", static_cast<unsigned>(hr), expression,
+           file, line);
+}
+
+void LogBadArgument(const char* name, const char* file, int line) {
+  WriteLog(kErr, "Error: %s, FILE:%s, LINE:%d\n", name, file, line);
+}
+
+}  // namespace ov
+
+extern "C" BOOL WriteLog(int level, const char* format, ...) {
+  char buffer[ov::kHeaderChars + ov::kWriteLogLimit + 1];
+  ov::LocalTime t = ov::Now();
+  const char* tag = level >= 0 && level <= 4 ? ov::kTags[level] : ov::kTags[4];
+  snprintf(buffer, sizeof buffer, "%02d:%02d:%02d.%03d %s  ", t.hour, t.minute, t.second,
+           t.millisecond, tag);
+  va_list args;
+  va_start(args, format);
+  int n = ov::FormatMessage(buffer + ov::kHeaderChars, ov::kWriteLogLimit, format, args);
+  va_end(args);
+  return ov::WriteLogRecord(ov::g_logFd, buffer, static_cast<size_t>(ov::kHeaderChars + n)) ? 1 : 0;
+}
+
+extern "C" BOOL LogFile(const char* format, ...) {
+  char buffer[ov::kLogFileLimit + 1];
+  va_list args;
+  va_start(args, format);
+  int n = ov::FormatMessage(buffer, ov::kLogFileLimit, format, args);
+  va_end(args);
+  return ov::WriteLogRecord(ov::g_logFd, buffer, static_cast<size_t>(n)) ? 1 : 0;
+}
