@@ -1,0 +1,19 @@
+#!/usr/bin/env bash
+# Installs what is missing, builds Orvanta twice (normal, and with
+# AddressSanitizer + UBSan) and runs every test in both builds.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+./scripts/install-deps.sh
+
+jobs=$(nproc)
+run_build() {
+  local dir=$1; shift
+  cmake -S . -B "$dir" -DORVANTA_WERROR=ON "$@" >/dev/null
+  cmake --build "$dir" -j "$jobs"
+  (cd "$dir" && ctest --output-on-failure -j "$jobs")
+}
+
+run_build build -DCMAKE_BUILD_TYPE=RelWithDebInfo
+ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
+  run_build build-asan -DCMAKE_BUILD_TYPE=Debug -DORVANTA_SANITIZE=ON
+echo "all tests passed"

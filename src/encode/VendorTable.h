@@ -1,0 +1,36 @@
+// Which encoder library serves each codec type, found by probing the
+// libraries beside the engine at start-up.
+#pragma once
+
+#include <cstdint>
+
+#include "encode/VideoCodec.h"
+
+namespace ov {
+
+inline constexpr int kVendorTableSize = 6;
+
+// Vendor table values.
+enum : int32_t {
+  kVendorNone = 0,
+  kVendorNvidia8 = 1,
+  kVendorNvidia5 = 2,
+  kVendorAmd2 = 3,
+  kVendorAmd = 4,
+  kVendorIntel = 5,
+};
+
+int32_t* VendorTable();
+
+// Loads the encoder libraries and lets each fill the table; a library that
+// faults is logged and skipped. Runs once.
+void ProbeVideoEncoders();
+
+// The name of a codec type as the log prints it.
+const char* CodecTypeName(int32_t codecType);
+
+// A new encoder for a library codec type (1, 2, 3) or GIF (4), or null.
+CVideoCodec* CreateLibraryVideoCodec(int32_t codecType, CWriterStatistics* pStatistics,
+                                     CFrameRateControl* pRateControl);
+
+}  // namespace ov

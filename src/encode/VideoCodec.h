@@ -1,0 +1,46 @@
+// The one encoder interface between a capture stream and the temp video file.
+// Encoder libraries implement it behind their C entry points; the session owns
+// the object and deletes it through the virtual destructor.
+#pragma once
+
+#include <cstdint>
+
+#include "capture/FrameRateControl.h"
+#include "capture/WriterStatistics.h"
+#include "orvanta/types.h"
+
+class CVideoCodec {
+ public:
+  CVideoCodec(CWriterStatistics* pStatistics, CFrameRateControl* pRateControl)
+      : m_pStatistics(pStatistics), m_pRateControl(pRateControl) {}
+  virtual ~CVideoCodec() = default;
+  CVideoCodec(const CVideoCodec&) = delete;
+  CVideoCodec& operator=(const CVideoCodec&) = delete;
+
+  // width and height are the region's true size; file is the temp video
+  // path, valid for the whole recording. The encoder creates the file.
+  virtual HRESULT Initialize(int32_t codecType, int32_t width, int32_t height, int32_t frameRate,
+                             int32_t quality, const wchar_t* file) = 0;
+  // frame: BGR32 rows of stride bytes, valid for the call only. time in
+  // 100-ns units from the start. Returns 1 when the frame was skipped as
+  // unchanged, else 0.
+  virtual int32_t WriteFrame(const uint8_t* frame, int32_t stride, int64_t time, BOOL keyFrame,
+                             BOOL unchanged) = 0;
+  // Called once after the last WriteFrame; on return the file is complete.
+  virtual void Finish() = 0;
+
+ protected:
+  CWriterStatistics* m_pStatistics;
+  CFrameRateControl* m_pRateControl;
+};
+
+// Entry points of the encoder libraries.
+extern "C" {
+typedef int32_t (*InitCodecFn)(int32_t* vendorTable);
+typedef int32_t (*IntelInitCodecFn)(int32_t* vendorTable, int32_t reserved);
+typedef BOOL (*IsSupport4KCodecFn)(int32_t codecType);
+typedef CVideoCodec* (*CreateVideoCodecFn)(int32_t codecType, CWriterStatistics* pStatistics,
+                                           CFrameRateControl* pRateControl);
+typedef CVideoCodec* (*GifCreateVideoCodecFn)(CWriterStatistics* pStatistics,
+                                              CFrameRateControl* pRateControl);
+}

@@ -1,0 +1,187 @@
+#include "session/ScreenCapture.h"
+
+#include <algorithm>
+#include <cstring>
+
+#include "audio/AudioStream.h"
+#include "encode/VendorTable.h"
+#include "encode/VideoCodec.h"
+#include "platform/Clock.h"
+#include "platform/MessageQueue.h"
+#include "platform/Thread.h"
+#include "session/Globals.h"
+#include "session/Log.h"
+
+namespace {
+
+constexpr int64_t kTicksPerMs = 10000;
+
+int32_t Width(const RECT& r) { return r.right - r.left; }
+int32_t Height(const RECT& r) { return r.bottom - r.top; }
+
+}  // namespace
+
+CScreenCapture::CScreenCapture()
+    : CScreenRecoderObject("CScreenRecoderObject"),
+      m_dwFrameInterval(1000u / static_cast<uint32_t>(g_videoOpt.FrameRate)),
+      m_dwBaseInterval(1000u / static_cast<uint32_t>(g_videoOpt.FrameRate)) {}
+
+CScreenCapture::~CScreenCapture() {
+  using namespace ov;
+  g_bLastFrame.store(g_bRecording.load());
+  g_bRecording.exchange(0);
+  g_bRunning.exchange(0);
+
+  if (g_videoOpt.bStream) {
+    m_hRunEvent.Set();
+    JoinCaptureStreams();
+    if (g_Recording) g_Recording->nScreenDuration = static_cast<int64_t>(m_dwElapsed) * kTicksPerMs;
+  }
+  if (m_pAudioStream) m_pAudioStream->Stop();
+  if (m_hUIThread.joinable()) {
+    MessageQueue::PostThreadMessage(m_dwUIThreadId, WM_QUIT, 0, 0);
+    m_hUIThread.join();
+  }
+
+  int64_t longest = 0;
+  if (g_Recording) {
+    if (g_videoOpt.bStream) {
+      int64_t d = g_Recording->nScreenDuration;
+      WriteLog(kMsg, "Screen capture duration=%lld(%gs)\n", static_cast<long long>(d), d / 1e7);
+      longest = std::max(longest, d);
+    }
+    if (g_bAudioEnabled[1]) {
+      int64_t d = g_Recording->nWaveInDuration;
+      WriteLog(kMsg, "Audio capture duration=%lld(%gs)\n", static_cast<long long>(d), d / 1e7);
+      longest = std::max(longest, d);
+    }
+    if (g_bAudioEnabled[0]) {
+      int64_t d = g_Recording->nWaveOutDuration;
+      WriteLog(kMsg, "Wave out duration=%lld(%gs)\n", static_cast<long long>(d), d / 1e7);
+      longest = std::max(longest, d);
+    }
+  }
+  WriteLog(kMsg, "Tick duation=%d\n", static_cast<int>(TickCount() - m_dwStartTick.load()));
+  if (g_Recording) {
+    g_Recording->nDuration = static_cast<uint32_t>((longest + 10000001) / 10000000);
+    g_Recording->nFileBytes = m_nBytesWritten.load();
+  }
+
+  delete m_VideoCodec;
+  m_VideoCodec = nullptr;
+  DestroyCaptureStreams();
+  delete m_pAudioStream;
+  m_pAudioStream = nullptr;
+
+  if (m_nFrameCount != 0) {
+    double elapsed = m_dwElapsed ? static_cast<double>(m_dwElapsed) : 1.0;
+    WriteLog(kMsg, "Frame count=%lld, Frame rate: %gframe/s \n", static_cast<long long>(m_nFrameCount),
+             static_cast<double>(m_nFrameCount) * 1000.0 / elapsed);
+  }
+}
+
+void CScreenCapture::Start() {
+  m_dwStartTick = ov::TickCount();
+  m_hRunEvent.Set();
+  g_bRecording.exchange(1);
+}
+
+void CScreenCapture::Pause() {
+  m_dwPauseTick = ov::TickCount();
+  // Without a video stream nothing else tracks the elapsed time that a
+  // resume without an audio clock rebases on.
+  if (!g_videoOpt.bStream) m_dwElapsed = m_dwPauseTick - m_dwStartTick;
+  g_bRecording.exchange(0);
+  m_hRunEvent.ResetEvent();
+}
+
+void CScreenCapture::Resume() {
+  uint32_t now = ov::TickCount();
+  if (m_pClock) {
+    uint32_t audioMs = static_cast<uint32_t>(m_pClock->GetTime() / kTicksPerMs);
+    m_dwStartTick = now - m_dwBaseInterval - audioMs;
+  } else {
+    m_dwStartTick = now - m_dwElapsed - m_dwBaseInterval;
+  }
+  m_hRunEvent.Set();
+  g_bRecording.exchange(1);
+}
+
+void CScreenCapture::GetProgress(uint32_t* pSeconds, int64_t* pBytes) {
+  uint32_t start = m_dwStartTick.load();
+  uint32_t seconds = 0;
+  if (start != 0) {
+    // While paused the clock stands at the pause.
+    uint32_t now = g_bRecording.load() ? ov::TickCount() : m_dwPauseTick;
+    if (now == 0) now = ov::TickCount();
+    seconds = (now - start) / 1000;
+  }
+  if (pSeconds) *pSeconds = seconds;
+  if (pBytes) *pBytes = m_nBytesWritten.load();
+}
+
+uint32_t CScreenCapture::GetFrameCounter() { return m_nFrameCounter.load(); }
+
+CScreenCanvas* CScreenCapture::SetCanvasCallback(CCanvasCallback*) { return nullptr; }
+void CScreenCapture::AddExcludeWindow(HWND) {}
+void CScreenCapture::RemoveExcludeWindow(HWND) {}
+void CScreenCapture::AddIncludeWindow(HWND) {}
+void CScreenCapture::SaveFrameToFile(const wchar_t*) {}
+void CScreenCapture::RefreshBox() {}
+
+void CScreenCapture::AddBytes(int64_t count) { m_nBytesWritten.fetch_add(count); }
+void CScreenCapture::AddFrame() { m_nFrameCounter.fetch_add(1); }
+
+void CScreenCapture::ReportFrameTime(uint32_t milliseconds) {
+  if (milliseconds > m_dwBaseInterval)
+    m_dwFrameInterval.store(milliseconds);
+  else if (m_dwFrameInterval.load() > m_dwBaseInterval)
+    m_dwFrameInterval.store(m_dwBaseInterval);
+}
+
+HRESULT CScreenCapture::Create() {
+  using namespace ov;
+  const int32_t codecType = g_videoOpt.CodecType;
+  const RECT& region = g_videoOpt.hWindow ? g_videoOpt.rcWindow : g_videoOpt.rcScreen;
+  const int32_t width = Width(region), height = Height(region);
+
+  if (codecType >= 1 && codecType <= 4)
+    m_VideoCodec = CreateLibraryVideoCodec(codecType, this, this);
+  if (!m_VideoCodec) {
+    WriteLog(kErr, "Unsupport codec type=(%d)%s\n", codecType, CodecTypeName(codecType));
+    return E_FAIL;
+  }
+  HRESULT hr;
+  // clang-format off
+  if (OV_FAILED(hr, m_VideoCodec->Initialize( g_videoOpt.CodecType, width, height, g_videoOpt.FrameRate, g_videoOpt.videoQuality, g_Recording->szScreenCaptureFile)))
+    return hr;
+  // clang-format on
+  return CreateCaptureStream(width, height);
+}
+
+HRESULT CScreenCapture::CreateAudio() {
+  m_pAudioStream = new CAudioStream();
+  HRESULT hr = m_pAudioStream->Initialize(this, nullptr);
+  if (FAILED(hr)) {
+    WriteLog(ov::kErr, "Failed(0x%x) in m_pAudioStream->Initialize(this, __nullptr), FILE:%s, LINE:%d\n",
+             static_cast<unsigned>(hr), OV_FILE, __LINE__);
+    return hr;
+  }
+  m_pClock = m_pAudioStream->Clock();
+  return S_OK;
+}
+
+void CScreenCapture::StartUIThread() {
+  m_hUIThread = std::thread(&CScreenCapture::UIThread, this);
+  m_hUIReadyEvent.Wait();
+}
+
+void CScreenCapture::UIThread() {
+  ov::SetCurrentThreadName("ov-session-ui");
+  ov::MessageQueue queue;
+  m_dwUIThreadId = queue.ThreadId();
+  m_hUIReadyEvent.Set();
+  ov::Message msg;
+  while (queue.Get(&msg)) {
+  }
+}

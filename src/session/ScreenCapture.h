@@ -1,0 +1,77 @@
+// A screen recording session: encoder, capture stream, audio, and the UI
+// thread that owns the recorder box. Deleting it is the stop.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <thread>
+
+#include "capture/FrameRateControl.h"
+#include "capture/WriterStatistics.h"
+#include "orvanta/recorder.h"
+#include "platform/Event.h"
+
+class CVideoCodec;
+class CAudioStream;
+class CRecoderProvidedClock;
+class CGdiCaptureVideoStream;
+
+class CScreenCapture : public CScreenRecoderObject,
+                       public CWriterStatistics,
+                       public CFrameRateControl {
+ public:
+  CScreenCapture();
+  ~CScreenCapture() override;
+
+  void Start() override;
+  void Pause() override;
+  void Resume() override;
+  void GetProgress(uint32_t* pSeconds, int64_t* pBytes) override;
+  uint32_t GetFrameCounter() override;
+  CScreenCanvas* SetCanvasCallback(CCanvasCallback* pCallback) override;
+  void AddExcludeWindow(HWND hWnd) override;
+  void RemoveExcludeWindow(HWND hWnd) override;
+  void AddIncludeWindow(HWND hWnd) override;
+  void SaveFrameToFile(const wchar_t* pszPath) override;
+  void RefreshBox() override;
+
+  void AddBytes(int64_t count) override;
+  void AddFrame() override;
+  void ReportFrameTime(uint32_t milliseconds) override;
+
+  // Chooses and starts the encoder and the capture stream.
+  HRESULT Create();
+  // Creates the audio stream of the enabled sources.
+  HRESULT CreateAudio();
+  // Starts the UI thread and waits until it is ready.
+  void StartUIThread();
+
+  // Read and written by the capture stream thread.
+  CVideoCodec* m_VideoCodec = nullptr;
+  CAudioStream* m_pAudioStream = nullptr;
+  CRecoderProvidedClock* m_pClock = nullptr;
+  CGdiCaptureVideoStream* m_pGdiStream = nullptr;
+  int64_t m_nFrameCount = 0;
+  std::atomic<uint32_t> m_dwFrameInterval;
+  const uint32_t m_dwBaseInterval;
+  uint32_t m_dwElapsed = 0;
+  std::atomic<uint32_t> m_dwStartTick{0};
+  uint32_t m_dwFrameTick = 0;
+  ov::Event m_hRunEvent{ov::Event::Reset::Manual};
+  std::atomic<int64_t> m_nBytesWritten{0};
+  std::atomic<uint32_t> m_nFrameCounter{0};
+  uint32_t m_dwUIThreadId = 0;
+  std::thread m_hUIThread;
+  ov::Event m_hUIReadyEvent{ov::Event::Reset::Manual};
+
+ private:
+  void UIThread();
+  HRESULT CreateCaptureStream(int32_t width, int32_t height);
+  // Waits for each stream's thread; each makes its last frame and finishes
+  // the encoder before it ends.
+  void JoinCaptureStreams();
+  void DestroyCaptureStreams();
+
+  // The tick at which the last pause began; progress stands still there.
+  uint32_t m_dwPauseTick = 0;
+};

@@ -1,0 +1,16 @@
+#include "session/Subsystems.h"
+
+// Steps of subsystems that have not landed yet: each does nothing until its
+// subsystem brings its own definition and removes the one here.
+namespace ov {
+
+void InstallCrashReporter() {}
+void ReportVideoHardware() {}
+void InitializeImageEncoders() {}
+void InitializePixelDispatch() {}
+void LoadCursors() {}
+void BuildCameraCatalogue() {}
+void BuildAudioCatalogue() {}
+void ProbeHardwareScreenCapture() {}
+
+}  // namespace ov

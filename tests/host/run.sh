@@ -1,0 +1,49 @@
+#!/usr/bin/env bash
+# Usage: run.sh BUILD_DIR SOURCE_DIR [EXTRA_CXXFLAGS]
+set -euo pipefail
+build=$1
+here=$2
+flags=${3:-}
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+prefix=$work/prefix
+
+cmake --install "$build" --prefix "$prefix" >/dev/null
+lib=$(ls -d "$prefix"/lib*/ | head -1)
+export PKG_CONFIG_PATH=$(dirname "$(find "$prefix" -name orvanta.pc | head -1)")
+
+for symbol in ovInitialize ovUninitialize ovVideoRecord GetCapturedFile FreeCapturedFile \
+              DeleteFolder GetDiskFreeBytes WriteLog LogFile; do
+  nm -D --defined-only "$lib/liborvanta.so" | grep -qE " T $symbol\$" \
+    || { echo "not exported unmangled: $symbol"; exit 1; }
+done
+
+g++ -std=c++20 -Wall -Wextra -Werror $flags "$here/host.cpp" -o "$work/host" \
+    $(pkg-config --cflags --libs orvanta)
+
+export XDG_DOCUMENTS_DIR=$work/docs
+"$work/host" "$work/temp"
+log="$work/docs/Log Files/Orvanta0.log"
+
+# The session's lines, in this order.
+expected=(
+  "Video Redord ..."
+  "Audio: bRender=1, bCapture=0"
+  "CScreenRecoderObject Create"
+  "CScreenRecoderObject Destroy"
+  "Wave out duration="
+  "Tick duation="
+  "CScreenRecoderObject Delete"
+  "Delete Captured, bDelete=1"
+  "host done"
+  "Gdiplus::Bitmap=0"
+  "Gdiplus::Graphics=0"
+)
+line=0
+for text in "${expected[@]}"; do
+  found=$(grep -nF -- "$text" "$log" | awk -F: -v after="$line" '$1 > after {print $1; exit}')
+  [ -n "$found" ] || { echo "log line missing or out of order: $text"; cat "$log"; exit 1; }
+  line=$found
+done
+grep -q "Object not free" "$log" && { echo "leak reported"; exit 1; }
+echo "host test: ok"

@@ -1,0 +1,104 @@
+// The log file: line shape, limits, rotation, and the leak report.
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <regex>
+#include <string>
+
+#include "orvanta/orvanta.h"
+#include "session/Log.h"
+#include "session/ObjectRegistry.h"
+#include "support/TestEnv.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+class LogTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    setenv("XDG_DOCUMENTS_DIR", m_docs.Path().c_str(), 1);
+    ASSERT_GE(ov::OpenLogFile(), 0);
+  }
+  fs::path Folder() const { return fs::path(m_docs.Path()) / "Log Files"; }
+  std::string Log(int n = 0) const {
+    return ovtest::ReadFile((Folder() / ("Orvanta" + std::to_string(n) + ".log")).string());
+  }
+  ovtest::ScratchFolder m_docs{"ovlog"};
+};
+
+TEST_F(LogTest, LinesCarryTimeTagAndMessageAtColumnTwenty) {
+  WriteLog(3, "disk full: %d\n", 7);
+  WriteLog(0, "trace\n");
+  WriteLog(4, "plain\n");
+  LogFile("raw %s\n", "text");
+  std::vector<std::string> lines = ovtest::Lines(Log());
+  ASSERT_EQ(lines.size(), 4u);
+  std::regex time(R"(^\d\d:\d\d:\d\d\.\d\d\d $)");
+  for (int i = 0; i < 3; ++i) EXPECT_TRUE(std::regex_match(lines[i].substr(0, 13), time)) << lines[i];
+  EXPECT_EQ(lines[0].substr(13), "[ERR]  disk full: 7");
+  EXPECT_EQ(lines[1].substr(13), "[Dbg]  trace");
+  EXPECT_EQ(lines[2].substr(13), "       plain");
+  EXPECT_EQ(lines[3], "raw text");
+}
+
+TEST_F(LogTest, OversizedMessagesAreCutToOneThousandTwentyFourCharacters) {
+  std::string big(20000, 'a');
+  WriteLog(1, "%s", big.c_str());
+  std::string fits(16364, 'b');
+  LogFile("%s", fits.c_str());
+  std::string text = Log();
+  ASSERT_EQ(text.size(), 20u + 1024u + 16364u);
+  EXPECT_EQ(text.substr(20, 1024), std::string(1024, 'a'));
+  EXPECT_EQ(text.substr(20 + 1024), fits);
+}
+
+TEST_F(LogTest, ElevenRunsKeepTheTenNewest) {
+  for (int run = 1; run <= 11; ++run) {
+    ASSERT_GE(ov::OpenLogFile(), 0);
+    LogFile("run %d\n", run);
+  }
+  for (int n = 0; n <= 9; ++n) EXPECT_EQ(Log(n), "run " + std::to_string(11 - n) + "\n") << n;
+  EXPECT_FALSE(fs::exists(Folder() / "Orvanta10.log"));
+  int files = 0;
+  for (const auto& e : fs::directory_iterator(Folder())) files += e.is_regular_file();
+  EXPECT_EQ(files, 10);
+}
+
+class Leaky : public CBaseClassObject {
+ public:
+  explicit Leaky(const char* name) : CBaseClassObject(name) {}
+};
+
+TEST_F(LogTest, UninitializeListsLiveObjectsInCreationOrder) {
+  ovUninitialize();
+  EXPECT_EQ(Log().find("Object not free"), std::string::npos);
+  EXPECT_EQ(Log().find("=========================="), std::string::npos);
+
+  auto* first = new Leaky("CCameraObject");
+  auto* second = new Leaky("CAudioPlayerObject");
+  auto* gone = new Leaky("CStaticBox");
+  gone->Destroy();
+  ASSERT_EQ(ov::LiveObjectCount(), 2);
+  ovUninitialize();
+  std::string log = Log();
+  std::smatch m;
+  ASSERT_TRUE(std::regex_search(
+      log, m,
+      std::regex(R"(\[ERR\]  2 Object not free!\n.*\[ERR\]  ==========================\n)"
+                 R"(.*\[ERR\]  CCameraObject\((0x[0-9a-f]+)\)\n)"
+                 R"(.*\[ERR\]  CAudioPlayerObject\((0x[0-9a-f]+)\)\n)"
+                 R"(.*\[ERR\]  ==========================\n)"
+                 R"(.*\[Msg\]  Gdiplus::Bitmap=0\n.*\[Msg\]  Gdiplus::Graphics=0\n$)")))
+      << log;
+  char address[32];
+  std::snprintf(address, sizeof address, "%p", static_cast<void*>(first));
+  EXPECT_EQ(m[1].str(), address);
+  EXPECT_EQ(log.find("CStaticBox("), std::string::npos);
+  first->Destroy();
+  second->Destroy();
+  EXPECT_EQ(ov::LiveObjectCount(), 0);
+}
+
+}  // namespace

@@ -1,0 +1,110 @@
+// The temp set: names, freeing with and without deletion, folder clean-up.
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <set>
+
+#include "orvanta/orvanta.h"
+#include "session/CapturedFiles.h"
+#include "session/Globals.h"
+#include "support/Engine.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+void Touch(const fs::path& path) { ovtest::WriteFile(path.string(), "x"); }
+
+class CapturedFilesTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    g_videoOpt = VideoOpt{};
+    g_videoOpt.bStream = 1;
+    g_videoOpt.CodecType = CodecType_H264;
+    g_videoOpt.rcScreen = {10, 20, 650, 500};
+    g_bAudioEnabled[0] = g_bAudioEnabled[1] = 1;
+    folder = fs::path(m_scratch.Path()) / "set";
+    ov::PrepareCapturedFiles(folder.wstring().c_str());
+  }
+  void TearDown() override { FreeCapturedFile(0); }
+  ovtest::ScratchFolder m_scratch{"ovfiles"};
+  fs::path folder;
+};
+
+TEST_F(CapturedFilesTest, RecordNamesTheFilesOfTheOptions) {
+  CapturedFile* file = GetCapturedFile();
+  ASSERT_NE(file, nullptr);
+  EXPECT_TRUE(fs::is_directory(folder));
+  EXPECT_EQ(fs::path(file->szScreenCaptureFile), folder / "ScreenCapture.h264");
+  EXPECT_EQ(fs::path(file->szWaveOutFile), folder / "Speaker.wav");
+  EXPECT_EQ(fs::path(file->szWaveInFile), folder / "AudioCapture.wav");
+  EXPECT_EQ(file->nWidth, 640);
+  EXPECT_EQ(file->nHeight, 480);
+  EXPECT_EQ(file->lWaveOutVolume, 100);
+  EXPECT_EQ(file->lWaveInVolume, 100);
+  EXPECT_TRUE(file->bUseWaveOut && file->bUseWaveIn && file->bScreenStream);
+
+  EXPECT_STREQ(ov::VideoFileExtension(3), L"mpg");
+  EXPECT_STREQ(ov::VideoFileExtension(7), L"tmp");
+  EXPECT_STREQ(ov::VideoFileExtension(-1), L"tmp");
+}
+
+TEST_F(CapturedFilesTest, FreeWithoutDeleteKeepsFilesAndForgetsTheRecord) {
+  CapturedFile* file = GetCapturedFile();
+  Touch(file->szScreenCaptureFile);
+  Touch(fs::path(file->szScreenCaptureFile).string() + ".idx");
+  Touch(file->szWaveOutFile);
+  FreeCapturedFile(0);
+  EXPECT_EQ(GetCapturedFile(), nullptr);
+  EXPECT_TRUE(fs::exists(folder / "ScreenCapture.h264"));
+  size_t mark = ovtest::LogMark();
+  FreeCapturedFile(1);  // nothing left to work on
+  EXPECT_TRUE(fs::exists(folder / "ScreenCapture.h264"));
+  EXPECT_NE(ovtest::LogSince(mark).find("Delete Captured, bDelete=1\n"), std::string::npos);
+}
+
+TEST_F(CapturedFilesTest, FreeWithDeleteRemovesTheSetAndReportsWhatIsMissing) {
+  CapturedFile* file = GetCapturedFile();
+  Touch(file->szScreenCaptureFile);
+  Touch(fs::path(file->szScreenCaptureFile).string() + ".idx");
+  Touch(file->szWaveOutFile);  // the microphone file was never written
+  Touch(folder / "keep.txt");
+  size_t mark = ovtest::LogMark();
+  FreeCapturedFile(1);
+  EXPECT_FALSE(fs::exists(folder / "ScreenCapture.h264"));
+  EXPECT_FALSE(fs::exists(folder / "ScreenCapture.h264.idx"));
+  EXPECT_FALSE(fs::exists(folder / "Speaker.wav"));
+  EXPECT_TRUE(fs::exists(folder / "keep.txt"));
+  std::string log = ovtest::LogSince(mark);
+  EXPECT_NE(log.find("Remove temporary file:" + (folder / "Speaker.wav").string()), std::string::npos);
+  EXPECT_NE(log.find("Failed(2) to DeleteFile:" + (folder / "AudioCapture.wav").string()),
+            std::string::npos);
+  EXPECT_EQ(log.find(".idx"), std::string::npos) << "the index goes without a line";
+}
+
+TEST_F(CapturedFilesTest, DeleteFolderRemovesOnlyTempExtensionsCaseSensitively) {
+  for (const char* name : {"a.wmv", "b.wav", "c.tmp", "d.idx", "e.h264", "f.h265", "g.mpg", "h.gif",
+                           "A.WMV", "movie.mp4", "noext"})
+    Touch(folder / name);
+  fs::create_directory(folder / "sub.wav");
+  Touch(folder / "sub.wav" / "inner.wav");
+  EXPECT_EQ(DeleteFolder(folder.wstring().c_str()), 1);
+  std::set<std::string> left;
+  for (const auto& e : fs::directory_iterator(folder)) left.insert(e.path().filename().string());
+  EXPECT_EQ(left, (std::set<std::string>{"A.WMV", "movie.mp4", "noext", "sub.wav"}));
+  EXPECT_TRUE(fs::exists(folder / "sub.wav" / "inner.wav"));
+
+  size_t mark = ovtest::LogMark();
+  EXPECT_EQ(DeleteFolder(L"/tm"), 0);
+  EXPECT_NE(ovtest::LogSince(mark).find("Error temporary folder:/tm\n"), std::string::npos);
+  EXPECT_EQ(DeleteFolder((folder / "missing").wstring().c_str()), 0);
+  EXPECT_EQ(DeleteFolder(nullptr), 0);
+}
+
+TEST_F(CapturedFilesTest, DiskFreeBytesOfAFolderAndOfNothing) {
+  EXPECT_GT(GetDiskFreeBytes(folder.wstring().c_str()), 0u);
+  EXPECT_EQ(GetDiskFreeBytes(L"/no/such/volume/here"), 0u);
+  EXPECT_EQ(GetDiskFreeBytes(nullptr), 0u);
+}
+
+}  // namespace

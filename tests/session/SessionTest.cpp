@@ -1,0 +1,201 @@
+// Session life: options checked, states, clocks and durations, on a real X
+// server and without audio sources or encoders.
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <cwchar>
+#include <filesystem>
+#include <thread>
+
+#include "orvanta/orvanta.h"
+#include "capture/WriterStatistics.h"
+#include "session/Globals.h"
+#include "support/Engine.h"
+
+namespace {
+
+auto* const g_env = ::testing::AddGlobalTestEnvironment(
+    new ovtest::EngineEnvironment(ovtest::EngineEnvironment::Options{1280, 720, false}));
+
+void SleepMs(int ms) { std::this_thread::sleep_for(std::chrono::milliseconds(ms)); }
+
+struct Options {
+  VideoOpt video{};
+  AudioOpt audio{};
+  MouseOpt mouse{};
+  Options() {
+    video.bStream = 1;
+    video.rcScreen = {0, 0, 1280, 720};
+    video.CodecType = CodecType_H264;
+    video.FrameRate = 30;
+    video.videoQuality = 5;
+  }
+  static Options AudioOnly() {
+    Options o;
+    o.video.bStream = 0;
+    o.audio.bRender = 1;
+    return o;
+  }
+};
+
+class SessionTest : public ::testing::Test {
+ protected:
+  CScreenRecoderObject* Record(Options& o, HRESULT* hr) {
+    return ovVideoRecord(0, m_folder.WidePath().c_str(), &o.video, o.audio, &o.mouse, 0, hr);
+  }
+  void TearDown() override { FreeCapturedFile(1); }
+  ovtest::ScratchFolder m_folder{"ovsession"};
+};
+
+TEST_F(SessionTest, DestroyRightAfterCreateReportsOneSecond) {
+  Options o = Options::AudioOnly();
+  HRESULT hr = E_FAIL;
+  CScreenRecoderObject* recorder = Record(o, &hr);
+  ASSERT_NE(recorder, nullptr);
+  EXPECT_EQ(hr, S_OK);
+  uint32_t seconds = 99;
+  int64_t bytes = -1;
+  recorder->GetProgress(&seconds, &bytes);
+  EXPECT_EQ(seconds, 0u) << "no progress before Start";
+  EXPECT_EQ(bytes, 0);
+  recorder->Destroy();
+  CapturedFile* file = GetCapturedFile();
+  ASSERT_NE(file, nullptr);
+  EXPECT_EQ(file->nDuration, 1u);
+  EXPECT_FALSE(g_bRunning.load());
+}
+
+TEST_F(SessionTest, PauseIsLeftOutOfProgressAndDuration) {
+  Options o = Options::AudioOnly();
+  HRESULT hr;
+  CScreenRecoderObject* recorder = Record(o, &hr);
+  ASSERT_NE(recorder, nullptr);
+  recorder->Start();
+  SleepMs(1300);
+  recorder->Pause();
+  uint32_t atPause = 0;
+  recorder->GetProgress(&atPause, nullptr);
+  SleepMs(2500);
+  uint32_t duringPause = 0;
+  recorder->GetProgress(&duringPause, nullptr);
+  EXPECT_EQ(duringPause, atPause) << "progress must stand still while paused";
+  recorder->Resume();
+  SleepMs(400);
+  uint32_t afterResume = 0;
+  recorder->GetProgress(&afterResume, nullptr);
+  // 1.3 s recorded + 0.4 s after the resume: the 2.5 s pause must not count.
+  EXPECT_EQ(afterResume, 1u);
+  recorder->Destroy();
+}
+
+TEST_F(SessionTest, RegionOutsideDisplayIsRefusedWithoutTouchingResult) {
+  Options o;
+  o.video.rcScreen = {1000, 500, 1400, 800};
+  HRESULT hr = 0x1234;
+  size_t mark = ovtest::LogMark();
+  EXPECT_EQ(Record(o, &hr), nullptr);
+  EXPECT_EQ(hr, 0x1234);
+  EXPECT_NE(ovtest::LogSince(mark).find(
+                "Error rect={1000x500-1400x800}(400x300), Display rect={0x0-1280x720}(1280x720)\n"),
+            std::string::npos);
+  EXPECT_FALSE(g_bRunning.load()) << "a refused session leaves nothing running";
+
+  Options inverted;
+  inverted.video.rcScreen = {200, 100, 100, 300};
+  EXPECT_EQ(Record(inverted, &hr), nullptr);
+}
+
+TEST_F(SessionTest, MouseModesRefuseEmptyRegions) {
+  for (int32_t mode : {MOUSE_MODE_CENTER, MOUSE_MODE_FOLLOW}) {
+    Options o;
+    o.mouse.Mode = mode;
+    o.video.rcScreen = {10, 10, 10, 300};
+    HRESULT hr = 0x55;
+    EXPECT_EQ(Record(o, &hr), nullptr) << "mode " << mode;
+    EXPECT_EQ(hr, 0x55);
+  }
+}
+
+TEST_F(SessionTest, MissingEncoderFailsCreationAndKeepsTheRecord) {
+  // No encoder library sits beside this test program: every library codec
+  // type is unsupported and the session is refused with its result.
+  Options o;
+  o.video.CodecType = CodecType_H265;
+  HRESULT hr = S_OK;
+  size_t mark = ovtest::LogMark();
+  EXPECT_EQ(Record(o, &hr), nullptr);
+  EXPECT_EQ(hr, E_FAIL);
+  std::string log = ovtest::LogSince(mark);
+  size_t unsupported = log.find("Unsupport codec type=(2)H265\n");
+  size_t failed = log.find("Failed(0x80004005) to Initialize recorder, delete...\n");
+  EXPECT_NE(unsupported, std::string::npos);
+  EXPECT_NE(failed, std::string::npos);
+  EXPECT_LT(unsupported, failed);
+  EXPECT_NE(log.find("Full Screen\n"), std::string::npos);
+  ASSERT_NE(GetCapturedFile(), nullptr);
+  EXPECT_NE(std::wcsstr(GetCapturedFile()->szScreenCaptureFile, L"/ScreenCapture.h265"), nullptr);
+  EXPECT_FALSE(g_bRunning.load());
+}
+
+TEST_F(SessionTest, GifRecordingDropsAudio) {
+  Options o;
+  o.video.CodecType = CodecType_GIF;
+  o.audio = {1, 1};
+  size_t mark = ovtest::LogMark();
+  HRESULT hr;
+  EXPECT_EQ(Record(o, &hr), nullptr);  // no GIF encoder library here
+  EXPECT_NE(ovtest::LogSince(mark).find("Audio: bRender=0, bCapture=0\n"), std::string::npos);
+}
+
+TEST_F(SessionTest, LogShowsTheSessionLinesInOrder) {
+  Options o = Options::AudioOnly();
+  o.audio.bCapture = 1;
+  o.mouse.Flag = MOUSE_DRAW_CURSOR | MOUSE_DRAW_CLICKS;
+  size_t mark = ovtest::LogMark();
+  HRESULT hr;
+  CScreenRecoderObject* recorder = Record(o, &hr);
+  ASSERT_NE(recorder, nullptr);
+  recorder->Start();
+  recorder->Destroy();
+  std::string log = ovtest::LogSince(mark);
+  const char* expected[] = {
+      "Video Redord ...\n",
+      "Video:bStream=0, CodecType=1, FrameRate=30, Quality=5\n",
+      "Audio: bRender=1, bCapture=1\n",
+      "Mouse: Flag=0x3\n",
+      "ShowRecordingBox=0\n",
+      "CScreenRecoderObject Create\n",
+      "CScreenRecoderObject Destroy\n",
+      "Audio capture duration=0(0s)\n",
+      "Wave out duration=0(0s)\n",
+      "Tick duation=",
+      "CScreenRecoderObject Delete\n",
+  };
+  size_t at = 0;
+  for (const char* line : expected) {
+    size_t found = log.find(line, at);
+    ASSERT_NE(found, std::string::npos) << "missing or out of order: " << line << "\n" << log;
+    at = found;
+  }
+  EXPECT_EQ(log.find("Screen capture duration"), std::string::npos);
+}
+
+TEST_F(SessionTest, ProgressBytesAndFrameRateControlFollowTheReports) {
+  Options o = Options::AudioOnly();
+  HRESULT hr;
+  CScreenRecoderObject* recorder = Record(o, &hr);
+  ASSERT_NE(recorder, nullptr);
+  auto* statistics = dynamic_cast<CWriterStatistics*>(recorder);
+  ASSERT_NE(statistics, nullptr);
+  statistics->AddBytes(1000);
+  statistics->AddBytes(234);
+  statistics->AddFrame();
+  int64_t bytes = 0;
+  recorder->GetProgress(nullptr, &bytes);
+  EXPECT_EQ(bytes, 1234);
+  EXPECT_EQ(recorder->GetFrameCounter(), 1u);
+  recorder->Destroy();
+  EXPECT_EQ(GetCapturedFile()->nFileBytes, 1234);
+}
+
+}  // namespace

@@ -1,0 +1,37 @@
+#include "support/Engine.h"
+
+#include <cstdlib>
+
+#include "orvanta/orvanta.h"
+#include "platform/Files.h"
+#include "session/Log.h"
+
+namespace ovtest {
+
+void EngineEnvironment::SetUp() {
+  m_documents = std::make_unique<ScratchFolder>("ovdocs");
+  setenv("XDG_DOCUMENTS_DIR", m_documents->Path().c_str(), 1);
+  m_xvfb = std::make_unique<XvfbServer>(m_options.width, m_options.height);
+  ASSERT_TRUE(m_xvfb->Running()) << "Xvfb did not start";
+  if (m_options.pulse) {
+    m_pulse = std::make_unique<PulseServer>();
+    ASSERT_TRUE(m_pulse->Running()) << "pulseaudio did not start";
+  }
+  ASSERT_EQ(ovInitialize(), 0);
+}
+
+void EngineEnvironment::TearDown() {
+  ovUninitialize();
+  m_pulse.reset();
+  m_xvfb.reset();
+}
+
+std::string LogPath() { return ov::ToUtf8(ov::LogFolder()) + "/Orvanta0.log"; }
+std::string LogText() { return ReadFile(LogPath()); }
+size_t LogMark() { return LogText().size(); }
+std::string LogSince(size_t mark) {
+  std::string text = LogText();
+  return mark < text.size() ? text.substr(mark) : std::string();
+}
+
+}  // namespace ovtest
