@@ -21,6 +21,8 @@ int32_t Height(const RECT& r) { return r.bottom - r.top; }
 
 }  // namespace
 
+CScreenCapture::CodecFactory CScreenCapture::s_codecFactoryForTesting = nullptr;
+
 CScreenCapture::CScreenCapture()
     : CScreenRecoderObject("CScreenRecoderObject"),
       m_dwFrameInterval(1000u / static_cast<uint32_t>(g_videoOpt.FrameRate)),
@@ -126,7 +128,6 @@ CScreenCanvas* CScreenCapture::SetCanvasCallback(CCanvasCallback*) { return null
 void CScreenCapture::AddExcludeWindow(HWND) {}
 void CScreenCapture::RemoveExcludeWindow(HWND) {}
 void CScreenCapture::AddIncludeWindow(HWND) {}
-void CScreenCapture::SaveFrameToFile(const wchar_t*) {}
 void CScreenCapture::RefreshBox() {}
 
 void CScreenCapture::AddBytes(int64_t count) { m_nBytesWritten.fetch_add(count); }
@@ -145,7 +146,9 @@ HRESULT CScreenCapture::Create() {
   const RECT& region = g_videoOpt.hWindow ? g_videoOpt.rcWindow : g_videoOpt.rcScreen;
   const int32_t width = Width(region), height = Height(region);
 
-  if (codecType >= 1 && codecType <= 4)
+  if (s_codecFactoryForTesting)
+    m_VideoCodec = s_codecFactoryForTesting(codecType, this, this);
+  else if (codecType >= 1 && codecType <= 4)
     m_VideoCodec = CreateLibraryVideoCodec(codecType, this, this);
   if (!m_VideoCodec) {
     WriteLog(kErr, "Unsupport codec type=(%d)%s\n", codecType, CodecTypeName(codecType));

@@ -41,6 +41,9 @@ class CScreenCapture : public CScreenRecoderObject,
 
   // Chooses and starts the encoder and the capture stream.
   HRESULT Create();
+  // Tests put an encoder of their own in place of the libraries'.
+  using CodecFactory = CVideoCodec* (*)(int32_t codecType, CWriterStatistics*, CFrameRateControl*);
+  static CodecFactory s_codecFactoryForTesting;
   // Creates the audio stream of the enabled sources.
   HRESULT CreateAudio();
   // Starts the UI thread and waits until it is ready.

@@ -1,8 +1,38 @@
 // The capture stream of a session: chosen at creation, joined at the stop.
+#include "capture/FramePng.h"
+#include "capture/GdiCaptureVideoStream.h"
+#include "session/Globals.h"
+#include "session/Log.h"
 #include "session/ScreenCapture.h"
 
-HRESULT CScreenCapture::CreateCaptureStream(int32_t, int32_t) { return E_NOTIMPL; }
+// Window, hardware and damage-driven streams join this choice as they come;
+// until then every region is copied from the screen each frame.
+HRESULT CScreenCapture::CreateCaptureStream(int32_t width, int32_t height) {
+  WriteLog(ov::kMsg, "Use Gdi capture\n");
+  m_pGdiStream = new CGdiCaptureVideoStream(this, m_VideoCodec, width, height);
+  if (!m_pGdiStream->StartThread()) return E_FAIL;
+  return S_OK;
+}
 
-void CScreenCapture::JoinCaptureStreams() {}
+void CScreenCapture::JoinCaptureStreams() {
+  if (m_pGdiStream) m_pGdiStream->Join();
+}
 
-void CScreenCapture::DestroyCaptureStreams() {}
+void CScreenCapture::DestroyCaptureStreams() {
+  delete m_pGdiStream;
+  m_pGdiStream = nullptr;
+}
+
+void CScreenCapture::SaveFrameToFile(const wchar_t* pszPath) {
+  if (!pszPath) {
+    OV_BAD_ARG(pszPath);
+    return;
+  }
+  CCaptureVideoStream* stream = m_pGdiStream;
+  if (stream && stream->m_pLastFrame) {
+    ov::SaveFramePng(stream->m_pLastFrame, stream->CFrameDetect::m_nWidth * 4,
+                     g_videoOpt.rcScreen.right - g_videoOpt.rcScreen.left,
+                     g_videoOpt.rcScreen.bottom - g_videoOpt.rcScreen.top, pszPath);
+  }
+  // The recorder box shows the saved picture once it exists.
+}

@@ -1,0 +1,119 @@
+#include "capture/CaptureVideoStream.h"
+
+#include <cstring>
+
+#include "encode/VideoCodec.h"
+#include "platform/Clock.h"
+#include "platform/Thread.h"
+#include "session/Globals.h"
+#include "session/Log.h"
+#include "session/ScreenCapture.h"
+
+namespace {
+constexpr int64_t kKeyFrameSpacing = 50000000;  // 5 s in 100-ns units
+}
+
+CCaptureVideoStream::CCaptureVideoStream(CScreenCapture* pOwner, CVideoCodec* pCodec, int32_t width,
+                                         int32_t height)
+    : CFrameDetect(RoundSize(width), RoundSize(height)),
+      m_pOwner(pOwner),
+      m_pCodec(pCodec),
+      m_nRegionWidth(width),
+      m_nRegionHeight(height) {
+  // One spare row below the frame, as drawing code may touch it.
+  Create(CFrameDetect::m_nWidth, CFrameDetect::m_nHeight + 1);
+  CreateGraphics(kRgb);
+}
+
+CCaptureVideoStream::~CCaptureVideoStream() { Join(); }
+
+bool CCaptureVideoStream::StartThread() {
+  if (!m_pBits || !m_pLastFrame) return false;
+  m_hThread = std::thread(&CCaptureVideoStream::Run, this);
+  m_hReadyEvent.Wait();
+  return m_bSetUpOk;
+}
+
+void CCaptureVideoStream::Join() {
+  if (m_hThread.joinable()) m_hThread.join();
+}
+
+void CCaptureVideoStream::Run() {
+  ov::SetCurrentThreadName("ov-capture");
+  ov::SetCurrentThreadPriority(ov::ThreadPriority::AboveNormal);
+  m_bSetUpOk = SetUp();
+  m_hReadyEvent.Set();
+  if (!m_bSetUpOk) return;
+
+  CScreenCapture& owner = *m_pOwner;
+  while (g_bRunning.load()) {
+    if (!g_bRecording.load()) {
+      owner.m_hRunEvent.Wait();
+      continue;
+    }
+    if (owner.m_nFrameCount != 0) {
+      uint32_t passed = ov::TickCount() - owner.m_dwFrameTick;
+      uint32_t interval = owner.m_dwFrameInterval.load(std::memory_order_relaxed);
+      if (passed < interval) ov::SleepMs(interval - passed);
+    }
+    if (g_bRecording.load()) MakeFrame();
+  }
+  if (g_bLastFrame.load()) {
+    // Whatever the screen shows, the compare must find a change, so that a
+    // still screen at the end does not shorten the video.
+    reinterpret_cast<uint32_t*>(m_pLastFrame)[0] ^= 0xFFFFFFFFu;
+    reinterpret_cast<uint32_t*>(m_pLastFrame)[1] ^= 0xFFFFFFFFu;
+    MakeFrame();
+  }
+  m_pCodec->Finish();
+}
+
+void CCaptureVideoStream::MakeFrame() {
+  CScreenCapture& owner = *m_pOwner;
+  uint32_t now = ov::TickCount();
+  owner.m_dwFrameTick = now;
+  int64_t time = 0;
+  if (owner.m_nFrameCount != 0) {
+    owner.m_dwElapsed = now - owner.m_dwStartTick.load();
+    time = static_cast<int64_t>(owner.m_dwElapsed) * 10000;
+  }
+  const int32_t pitch = CFrameDetect::m_nWidth * 4;
+  if (!FillFrame(m_pBits, pitch)) return;
+  if (g_bUnborder) Unborder(m_pBits);
+  // The mouse overlay draws here once it is in place.
+  bool changed;
+  {
+    // The reference frame is also read by SaveFrameToFile on the host's thread.
+    std::lock_guard<std::recursive_mutex> lock(g_csCanvas);
+    changed = IsChanged(m_pBits);
+  }
+  BOOL keyFrame = 0;
+  if (time - m_nLastKeyTime >= kKeyFrameSpacing) {
+    keyFrame = 1;
+    m_nLastKeyTime = time;
+  }
+  m_pCodec->WriteFrame(m_pBits, pitch, time, keyFrame, changed ? 0 : 1);
+  ++owner.m_nFrameCount;
+}
+
+void CCaptureVideoStream::ClearMargins(uint8_t* frame, int32_t pitch) const {
+  const size_t margin = static_cast<size_t>(CFrameDetect::m_nWidth - m_nRegionWidth) * 4;
+  if (margin) {
+    for (int32_t row = 0; row < m_nRegionHeight; ++row)
+      std::memset(frame + static_cast<ptrdiff_t>(row) * pitch + m_nRegionWidth * 4, 0, margin);
+  }
+  std::memset(frame + static_cast<ptrdiff_t>(m_nRegionHeight) * pitch, 0,
+              static_cast<size_t>(CFrameDetect::m_nHeight - m_nRegionHeight) * pitch);
+}
+
+void CCaptureVideoStream::Unborder(uint8_t* frame) {
+  const int32_t w = CFrameDetect::m_nWidth, h = CFrameDetect::m_nHeight;
+  const size_t row = static_cast<size_t>(w) * 4;
+  std::memcpy(frame, frame + row, row);
+  std::memcpy(frame + (h - 1) * row, frame + (h - 2) * row, row);
+  for (int32_t y = 0; y < h; ++y) {
+    uint32_t* line = reinterpret_cast<uint32_t*>(frame + y * row);
+    line[0] = line[1];
+    line[w - 1] = line[w - 2];
+  }
+}

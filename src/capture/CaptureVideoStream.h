@@ -1,0 +1,54 @@
+// What every capture stream shares: the frame buffer, change detection, the
+// pacing loop on its own thread, key frames, the last frame and Finish.
+// A stream only says how it fills a frame.
+#pragma once
+
+#include <cstdint>
+#include <thread>
+
+#include "capture/FrameDetect.h"
+#include "capture/MemoryBitmap.h"
+#include "orvanta/types.h"
+#include "platform/Event.h"
+
+class CScreenCapture;
+class CVideoCodec;
+
+class CCaptureVideoStream : public CFrameDetect, public CMemoryBitmap {
+ public:
+  // width and height are the region's true size.
+  CCaptureVideoStream(CScreenCapture* pOwner, CVideoCodec* pCodec, int32_t width, int32_t height);
+  virtual ~CCaptureVideoStream();
+
+  // Starts the thread and waits until it is ready to capture. False when
+  // the stream cannot capture at all.
+  bool StartThread();
+  // Waits for the thread; it ends after its last frame and Finish.
+  void Join();
+
+  CScreenCapture* m_pOwner;
+  CVideoCodec* m_pCodec;
+  std::thread m_hThread;
+  ov::Event m_hReadyEvent{ov::Event::Reset::Manual};
+  int64_t m_nLastKeyTime = -1000000000;
+
+ protected:
+  // On the stream's thread, before the loop; false ends the thread.
+  virtual bool SetUp() = 0;
+  // Fills the frame; the region's pixels at the top-left corner. The frame
+  // is cleared where the stream does not write. False loses this frame.
+  virtual bool FillFrame(uint8_t* frame, int32_t pitch) = 0;
+
+  // Blackens the frame to the right of and below the region.
+  void ClearMargins(uint8_t* frame, int32_t pitch) const;
+
+  const int32_t m_nRegionWidth;
+  const int32_t m_nRegionHeight;
+
+ private:
+  void Run();
+  void MakeFrame();
+  void Unborder(uint8_t* frame);
+
+  bool m_bSetUpOk = false;
+};

@@ -1,0 +1,27 @@
+// Change detection against the last frame handed to the encoder.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+class CFrameDetect {
+ public:
+  // width and height are the rounded frame size.
+  CFrameDetect(int32_t width, int32_t height);
+  ~CFrameDetect();
+  CFrameDetect(const CFrameDetect&) = delete;
+  CFrameDetect& operator=(const CFrameDetect&) = delete;
+
+  // False when the frame equals the reference; otherwise it becomes the
+  // reference and the result is true.
+  bool IsChanged(const uint8_t* pixels);
+
+  // Rounds a region's side up to a multiple of 64, at least 64.
+  static int32_t RoundSize(int32_t n);
+
+  uint32_t m_nFrameSize;
+  uint8_t* m_pLastFrame = nullptr;
+  size_t m_nBlockSize = 0;
+  int32_t m_nWidth;
+  int32_t m_nHeight;
+};

@@ -1,0 +1,48 @@
+#include "capture/MemoryBitmap.h"
+
+#include <cairo.h>
+
+#include <cstdlib>
+#include <cstring>
+
+#include "session/Globals.h"
+
+CMemoryBitmap::~CMemoryBitmap() {
+  if (m_pGraphics) {
+    cairo_destroy(m_pGraphics);
+    g_nGdiplusGraphics.fetch_sub(1);
+  }
+  if (m_pBitmap) {
+    cairo_surface_destroy(m_pBitmap);
+    g_nGdiplusBitmaps.fetch_sub(1);
+  }
+  std::free(m_pBits);
+}
+
+bool CMemoryBitmap::Create(int32_t width, int32_t height) {
+  if (width <= 0 || height <= 0) return false;
+  m_nWidth = width;
+  m_nHeight = height;
+  size_t bytes = static_cast<size_t>(width) * static_cast<size_t>(height) * 4;
+  void* bits = nullptr;
+  if (posix_memalign(&bits, 64, bytes) != 0) return false;
+  std::memset(bits, 0, bytes);
+  m_pBits = static_cast<uint8_t*>(bits);
+  return true;
+}
+
+bool CMemoryBitmap::CreateGraphics(int formatIndex) {
+  if (!m_pBits || m_pBitmap) return false;
+  cairo_format_t format = formatIndex == kRgb ? CAIRO_FORMAT_RGB24 : CAIRO_FORMAT_ARGB32;
+  m_pBitmap = cairo_image_surface_create_for_data(m_pBits, format, m_nWidth, m_nHeight, m_nWidth * 4);
+  if (cairo_surface_status(m_pBitmap) != CAIRO_STATUS_SUCCESS) {
+    cairo_surface_destroy(m_pBitmap);
+    m_pBitmap = nullptr;
+    return false;
+  }
+  g_nGdiplusBitmaps.fetch_add(1);
+  m_pGraphics = cairo_create(m_pBitmap);
+  cairo_set_antialias(m_pGraphics, CAIRO_ANTIALIAS_GOOD);
+  g_nGdiplusGraphics.fetch_add(1);
+  return true;
+}

@@ -1,0 +1,278 @@
+// The screen capture stream on a real X server, with an encoder double that
+// keeps what it was handed.
+#include <cairo.h>
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <cstring>
+#include <mutex>
+#include <thread>
+#include <vector>
+
+#include "encode/VideoCodec.h"
+#include "orvanta/orvanta.h"
+#include "session/Globals.h"
+#include "platform/Files.h"
+#include "session/ScreenCapture.h"
+#include "support/Engine.h"
+#include "support/Scene.h"
+
+namespace {
+
+auto* const g_env = ::testing::AddGlobalTestEnvironment(
+    new ovtest::EngineEnvironment(ovtest::EngineEnvironment::Options{640, 480, false}));
+
+constexpr uint32_t kRed = 0xFF0000, kBlue = 0x0000FF, kGreen = 0x00FF00;
+
+void SleepMs(int ms) { std::this_thread::sleep_for(std::chrono::milliseconds(ms)); }
+
+struct Frame {
+  int64_t time;
+  BOOL key;
+  BOOL unchanged;
+  int32_t stride;
+  std::vector<uint32_t> pixels;
+};
+
+// What the encoder double was handed; it outlives the session, which
+// deletes its encoder at the stop.
+struct Recorded {
+  size_t Count() {
+    std::lock_guard<std::mutex> lock(mutex);
+    return frames.size();
+  }
+
+  std::mutex mutex;
+  std::vector<Frame> frames;
+  int32_t width = 0, height = 0;
+  int finishes = 0;
+  size_t framesAtFinish = 0;
+  std::thread::id writeThread, finishThread;
+};
+
+Recorded* g_codec = nullptr;
+
+class RecordingCodec : public CVideoCodec {
+ public:
+  RecordingCodec(CWriterStatistics* s, CFrameRateControl* r, Recorded* out)
+      : CVideoCodec(s, r), m_out(out) {}
+  HRESULT Initialize(int32_t, int32_t w, int32_t h, int32_t, int32_t, const wchar_t*) override {
+    m_out->width = w;
+    m_out->height = h;
+    return S_OK;
+  }
+  int32_t WriteFrame(const uint8_t* frame, int32_t stride, int64_t time, BOOL key,
+                     BOOL unchanged) override {
+    std::lock_guard<std::mutex> lock(m_out->mutex);
+    Frame f{time, key, unchanged, stride, {}};
+    int rows = (m_out->height + 63) & ~63;
+    f.pixels.resize(static_cast<size_t>(stride / 4) * rows);
+    std::memcpy(f.pixels.data(), frame, f.pixels.size() * 4);
+    m_out->frames.push_back(std::move(f));
+    m_out->writeThread = std::this_thread::get_id();
+    return unchanged ? 1 : 0;
+  }
+  void Finish() override {
+    std::lock_guard<std::mutex> lock(m_out->mutex);
+    ++m_out->finishes;
+    m_out->framesAtFinish = m_out->frames.size();
+    m_out->finishThread = std::this_thread::get_id();
+  }
+
+ private:
+  Recorded* m_out;
+};
+
+CVideoCodec* MakeCodec(int32_t, CWriterStatistics* s, CFrameRateControl* r) {
+  return new RecordingCodec(s, r, g_codec);
+}
+
+uint32_t Pixel(const Frame& f, int x, int y) {
+  return f.pixels[static_cast<size_t>(y) * (f.stride / 4) + x] & 0xFFFFFF;
+}
+
+class CaptureStreamTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    CScreenCapture::s_codecFactoryForTesting = MakeCodec;
+    g_codec = &recorded;
+    ASSERT_TRUE(scene.Ok());
+    scene.Fill(0, 0, 640, 480, kBlue);
+    scene.Sync();
+    video.bStream = 1;
+    video.CodecType = CodecType_H264;
+    video.FrameRate = 10;
+  }
+  void TearDown() override {
+    CScreenCapture::s_codecFactoryForTesting = nullptr;
+    FreeCapturedFile(1);
+  }
+  CScreenRecoderObject* Record(BOOL showBox = 0) {
+    HRESULT hr;
+    return ovVideoRecord(0, folder.WidePath().c_str(), &video, AudioOpt{}, &mouse, showBox, &hr);
+  }
+  Recorded recorded;
+  ovtest::Scene scene;
+  ovtest::ScratchFolder folder{"ovcapture"};
+  VideoOpt video{};
+  MouseOpt mouse{};
+};
+
+TEST_F(CaptureStreamTest, StillRegionGivesStampedFramesKeyFramesAndOneLastFrame) {
+  scene.Fill(100, 50, 65, 33, kRed);
+  scene.Sync();
+  video.rcScreen = {100, 50, 165, 83};
+  CScreenRecoderObject* recorder = Record();
+  ASSERT_NE(recorder, nullptr);
+  EXPECT_EQ(g_codec->width, 65);
+  EXPECT_EQ(g_codec->height, 33);
+  EXPECT_EQ(g_codec->Count(), 0u) << "nothing is taken before Start";
+  recorder->Start();
+  SleepMs(5600);
+  recorder->Destroy();
+
+  Recorded& codec = *g_codec;
+  ASSERT_GE(codec.frames.size(), 20u);
+  EXPECT_EQ(codec.finishes, 1);
+  EXPECT_EQ(codec.framesAtFinish, codec.frames.size());
+  EXPECT_EQ(codec.finishThread, codec.writeThread);
+  EXPECT_NE(codec.finishThread, std::this_thread::get_id());
+
+  const Frame& first = codec.frames.front();
+  EXPECT_EQ(first.time, 0);
+  EXPECT_TRUE(first.key);
+  EXPECT_FALSE(first.unchanged);
+  EXPECT_EQ(first.stride, 128 * 4);
+  EXPECT_EQ(Pixel(first, 0, 0), kRed);
+  EXPECT_EQ(Pixel(first, 64, 32), kRed);
+  EXPECT_EQ(Pixel(first, 65, 0), 0u) << "right margin stays black";
+  EXPECT_EQ(Pixel(first, 0, 33), 0u) << "bottom margin stays black";
+
+  int keys = 0;
+  for (size_t i = 1; i < codec.frames.size(); ++i) {
+    const Frame& f = codec.frames[i];
+    EXPECT_GT(f.time, codec.frames[i - 1].time);
+    EXPECT_EQ(f.time % 10000, 0) << "stamps have millisecond steps";
+    if (f.key) {
+      ++keys;
+      EXPECT_GE(f.time, 50000000);
+    }
+    if (i + 1 < codec.frames.size()) {
+      EXPECT_TRUE(f.unchanged) << "frame " << i;
+    }
+  }
+  EXPECT_EQ(keys, 1) << "a still screen still gets a key frame after 5 s";
+  const Frame& last = codec.frames.back();
+  EXPECT_FALSE(last.unchanged) << "the last frame always counts as a change";
+  EXPECT_EQ(Pixel(last, 10, 10), kRed);
+  EXPECT_EQ(GetCapturedFile()->nScreenDuration, last.time);
+  EXPECT_EQ(GetCapturedFile()->nDuration, static_cast<uint32_t>((last.time + 10000001) / 10000000));
+}
+
+TEST_F(CaptureStreamTest, ChangesAreSeenAndStopWhilePausedMakesNoLastFrame) {
+  video.rcScreen = {0, 0, 200, 100};
+  CScreenRecoderObject* recorder = Record();
+  ASSERT_NE(recorder, nullptr);
+  recorder->Start();
+  SleepMs(350);
+  scene.Fill(20, 20, 10, 10, kGreen);
+  scene.Sync();
+  SleepMs(350);
+  recorder->Pause();
+  SleepMs(150);
+  size_t atPause = g_codec->Count();
+  SleepMs(300);
+  EXPECT_EQ(g_codec->Count(), atPause) << "no frames while paused";
+  recorder->Destroy();
+
+  Recorded& codec = *g_codec;
+  EXPECT_EQ(codec.frames.size(), atPause) << "a stop while paused makes no last frame";
+  EXPECT_EQ(codec.finishes, 1);
+  int changes = 0;
+  for (size_t i = 1; i < codec.frames.size(); ++i) {
+    if (!codec.frames[i].unchanged) {
+      ++changes;
+      EXPECT_EQ(Pixel(codec.frames[i], 25, 25), kGreen);
+      EXPECT_EQ(Pixel(codec.frames[i - 1], 25, 25), kBlue);
+    }
+  }
+  EXPECT_EQ(changes, 1);
+}
+
+TEST_F(CaptureStreamTest, FollowModeReadsTheRegionCornerEachFrame) {
+  scene.Fill(300, 300, 64, 64, kRed);
+  scene.Fill(600, 440, 40, 40, kGreen);
+  scene.Sync();
+  video.rcScreen = {0, 0, 64, 64};
+  mouse.Mode = MOUSE_MODE_FOLLOW;
+  CScreenRecoderObject* recorder = Record();
+  ASSERT_NE(recorder, nullptr);
+  {
+    std::lock_guard<std::recursive_mutex> lock(g_csMouse);
+    g_ptRegion = {300, 300};
+  }
+  recorder->Start();
+  SleepMs(400);
+  {
+    std::lock_guard<std::recursive_mutex> canvas(g_csCanvas);
+    std::lock_guard<std::recursive_mutex> lock(g_csMouse);
+    g_ptRegion = {600, 440};  // hangs 24 pixels over both edges
+  }
+  SleepMs(400);
+  recorder->Destroy();
+  const Frame& first = g_codec->frames.front();
+  EXPECT_EQ(Pixel(first, 0, 0), kRed);
+  EXPECT_EQ(Pixel(first, 63, 63), kRed);
+  const Frame& last = g_codec->frames.back();
+  EXPECT_EQ(Pixel(last, 0, 0), kGreen);
+  EXPECT_EQ(Pixel(last, 39, 39), kGreen);
+  EXPECT_EQ(Pixel(last, 40, 10), 0u) << "off-screen parts are black";
+  EXPECT_EQ(Pixel(last, 10, 40), 0u);
+}
+
+TEST_F(CaptureStreamTest, FullDisplayWithBoxReplacesTheOuterPixels) {
+  scene.Fill(0, 0, 640, 480, kRed);
+  scene.Fill(1, 1, 638, 478, kGreen);
+  scene.Sync();
+  video.rcScreen = {0, 0, 640, 480};
+  CScreenRecoderObject* recorder = Record(/*showBox=*/1);
+  ASSERT_NE(recorder, nullptr);
+  EXPECT_TRUE(g_bUnborder);
+  recorder->Start();
+  SleepMs(300);
+  recorder->Destroy();
+  const Frame& f = g_codec->frames.front();
+  EXPECT_EQ(Pixel(f, 0, 0), kGreen);
+  EXPECT_EQ(Pixel(f, 320, 0), kGreen);
+  EXPECT_EQ(Pixel(f, 0, 240), kGreen);
+  EXPECT_EQ(Pixel(f, 639, 240), kGreen);
+  // 480 rows round to 512: the replaced bottom row is in the black margin,
+  // and the display's own last row keeps its border.
+  EXPECT_EQ(Pixel(f, 320, 479), kRed);
+  EXPECT_EQ(Pixel(f, 320, 511), 0u);
+  g_bUnborder = 0;
+}
+
+TEST_F(CaptureStreamTest, SaveFrameToFileWritesTheLastFrameAsPng) {
+  scene.Fill(10, 10, 30, 20, kGreen);
+  scene.Sync();
+  video.rcScreen = {10, 10, 40, 30};
+  CScreenRecoderObject* recorder = Record();
+  ASSERT_NE(recorder, nullptr);
+  recorder->Start();
+  SleepMs(300);
+  std::string png = folder.Path() + "/still.png";
+  recorder->SaveFrameToFile(ov::FromUtf8(png).c_str());
+  recorder->SaveFrameToFile(nullptr);
+  recorder->Destroy();
+  cairo_surface_t* image = cairo_image_surface_create_from_png(png.c_str());
+  ASSERT_EQ(cairo_surface_status(image), CAIRO_STATUS_SUCCESS);
+  EXPECT_EQ(cairo_image_surface_get_width(image), 30);
+  EXPECT_EQ(cairo_image_surface_get_height(image), 20);
+  const uint32_t* data = reinterpret_cast<const uint32_t*>(cairo_image_surface_get_data(image));
+  EXPECT_EQ(data[0] & 0xFFFFFF, kGreen);
+  cairo_surface_destroy(image);
+  EXPECT_EQ(g_nGdiplusBitmaps.load(), 0);
+}
+
+}  // namespace
