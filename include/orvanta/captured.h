@@ -7,9 +7,9 @@
 // the recorder object and stays until FreeCapturedFile. Fields marked "host"
 // may be changed by the host before it calls a muxer or the player.
 struct CapturedFile {
-  uint32_t nDuration;   // whole seconds
-  int64_t nFileBytes;   // bytes reported while recording
-  BOOL bScreenStream;   // a video temp file exists
+  uint32_t nDuration;  // whole seconds
+  int64_t nFileBytes;  // bytes reported while recording
+  BOOL bScreenStream;  // a video temp file exists
   int32_t CodecType;
   wchar_t szScreenCaptureFile[OV_MAX_PATH];
   REFERENCE_TIME nScreenDuration;
@@ -24,9 +24,9 @@ struct CapturedFile {
   BOOL bUseWaveIn;      // host
   wchar_t szWaveInFile[OV_MAX_PATH];
   REFERENCE_TIME nWaveInDuration;
-  LONG lWaveInVolume;           // host, percent
-  REFERENCE_TIME nTrimStart;    // host; 0 keeps from the beginning
-  REFERENCE_TIME nTrimEnd;      // host; 0 keeps to the end
+  LONG lWaveInVolume;         // host, percent
+  REFERENCE_TIME nTrimStart;  // host; 0 keeps from the beginning
+  REFERENCE_TIME nTrimEnd;    // host; 0 keeps to the end
 };
 
 extern "C" {

@@ -14,14 +14,14 @@ enum CodecType : int32_t {
 };
 
 struct VideoOpt {
-  BOOL bStream;            // record video at all; 0 is an audio-only session
-  HWND hWindow;            // window to capture; 0 for a screen region
-  RECT rcScreen;           // region in virtual-screen pixels
-  RECT rcWindow;           // with hWindow: part of the window, from its outer corner
-  int32_t CodecType;       // see enum CodecType
-  int32_t FrameRate;       // frames per second, not 0
-  int32_t videoQuality;    // quality step for the encoder
-  int32_t nReserved;       // copied with the record, unused
+  BOOL bStream;          // record video at all; 0 is an audio-only session
+  HWND hWindow;          // window to capture; 0 for a screen region
+  RECT rcScreen;         // region in virtual-screen pixels
+  RECT rcWindow;         // with hWindow: part of the window, from its outer corner
+  int32_t CodecType;     // see enum CodecType
+  int32_t FrameRate;     // frames per second, not 0
+  int32_t videoQuality;  // quality step for the encoder
+  int32_t nReserved;     // copied with the record, unused
 };
 
 struct AudioOpt {

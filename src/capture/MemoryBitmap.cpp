@@ -34,7 +34,8 @@ bool CMemoryBitmap::Create(int32_t width, int32_t height) {
 bool CMemoryBitmap::CreateGraphics(int formatIndex) {
   if (!m_pBits || m_pBitmap) return false;
   cairo_format_t format = formatIndex == kRgb ? CAIRO_FORMAT_RGB24 : CAIRO_FORMAT_ARGB32;
-  m_pBitmap = cairo_image_surface_create_for_data(m_pBits, format, m_nWidth, m_nHeight, m_nWidth * 4);
+  m_pBitmap =
+      cairo_image_surface_create_for_data(m_pBits, format, m_nWidth, m_nHeight, m_nWidth * 4);
   if (cairo_surface_status(m_pBitmap) != CAIRO_STATUS_SUCCESS) {
     cairo_surface_destroy(m_pBitmap);
     m_pBitmap = nullptr;

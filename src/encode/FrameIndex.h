@@ -13,13 +13,13 @@ inline constexpr int64_t kIndexClock = 90000;  // ticks per second
 
 #pragma pack(push, 1)
 struct FrameIndexHeader {
-  char magic[4];         // "OVIX"
-  uint32_t version;      // kFrameIndexVersion
-  int32_t codecType;     // 1 H.264, 2 H.265, 3 MPEG-2
-  uint32_t width;        // true size of the picture
+  char magic[4];      // "OVIX"
+  uint32_t version;   // kFrameIndexVersion
+  int32_t codecType;  // 1 H.264, 2 H.265, 3 MPEG-2
+  uint32_t width;     // true size of the picture
   uint32_t height;
-  uint32_t frameRate;    // nominal; the entries carry the real times
-  uint32_t timeBase;     // kIndexClock
+  uint32_t frameRate;  // nominal; the entries carry the real times
+  uint32_t timeBase;   // kIndexClock
   uint8_t reserved[16];
 };
 
@@ -31,9 +31,9 @@ enum : uint32_t {
 };
 
 struct FrameIndexEntry {
-  int64_t time;          // presentation time in kIndexClock ticks
-  uint64_t offset;       // byte offset of the frame in the elementary stream
-  uint32_t size;         // bytes of the frame, parameter sets included
+  int64_t time;     // presentation time in kIndexClock ticks
+  uint64_t offset;  // byte offset of the frame in the elementary stream
+  uint32_t size;    // bytes of the frame, parameter sets included
   uint32_t pictureType;
 };
 #pragma pack(pop)

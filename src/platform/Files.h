@@ -35,7 +35,7 @@ bool ListFolder(const std::wstring& path, std::vector<FolderEntry>* entries);
 uint64_t DiskFreeBytes(const std::wstring& path);
 
 struct FileTimes {
-  int64_t created;   // seconds since the epoch; the change time where birth is unknown
+  int64_t created;  // seconds since the epoch; the change time where birth is unknown
   int64_t modified;
 };
 bool GetFileTimes(const std::string& path, FileTimes* times);

@@ -17,9 +17,9 @@ bool XServerAvailable();
 bool ScreenSize(int32_t* width, int32_t* height);
 
 struct MonitorInfo {
-  RECT rect;        // in virtual-screen pixels
+  RECT rect;  // in virtual-screen pixels
   bool primary;
-  char name[64];    // output name, e.g. "screen" or "DP-1"
+  char name[64];  // output name, e.g. "screen" or "DP-1"
 };
 // Monitors as RandR reports them (Xinerama where RandR has none), primary
 // first. Empty without a server.
@@ -27,9 +27,9 @@ std::vector<MonitorInfo> Monitors();
 
 struct WindowState {
   bool exists = false;
-  bool viewable = false;   // mapped, and its ancestors too
-  bool iconic = false;     // minimised by the window manager
-  RECT rect = {};          // outer rectangle in root coordinates
+  bool viewable = false;  // mapped, and its ancestors too
+  bool iconic = false;    // minimised by the window manager
+  RECT rect = {};         // outer rectangle in root coordinates
 };
 WindowState QueryWindow(HWND window);
 

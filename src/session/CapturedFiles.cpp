@@ -94,7 +94,7 @@ extern "C" BOOL DeleteFolder(const wchar_t* path) {
   }
   std::vector<FolderEntry> entries;
   if (!ListFolder(path, &entries)) return 0;
-  static const wchar_t* const kTempExtensions[] = {L".wmv", L".wav",  L".tmp", L".idx",
+  static const wchar_t* const kTempExtensions[] = {L".wmv",  L".wav",  L".tmp", L".idx",
                                                    L".h264", L".h265", L".mpg", L".gif"};
   for (const FolderEntry& entry : entries) {
     if (entry.isFolder) continue;

@@ -14,7 +14,7 @@ namespace {
 
 int g_logFd = -1;
 
-constexpr int kHeaderChars = 20;      // "hh:mm:ss.mmm [Tag]  "
+constexpr int kHeaderChars = 20;       // "hh:mm:ss.mmm [Tag]  "
 constexpr int kWriteLogLimit = 16364;  // bytes of message after the header
 constexpr int kLogFileLimit = 16383;
 constexpr int kFallbackChars = 1024;  // a message too long for the buffer is cut here

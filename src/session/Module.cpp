@@ -1,8 +1,9 @@
 // Start and stop of the engine.
+#include "orvanta/module.h"
+
 #include <new>
 
 #include "encode/VendorTable.h"
-#include "orvanta/module.h"
 #include "platform/ChildProcess.h"
 #include "platform/GraphicsProbe.h"
 #include "platform/Thread.h"

@@ -4,11 +4,13 @@
 #include <cstring>
 
 #include "audio/AudioStream.h"
+#include "capture/DisplayCatalogue.h"
 #include "encode/VendorTable.h"
 #include "encode/VideoCodec.h"
 #include "platform/Clock.h"
 #include "platform/MessageQueue.h"
 #include "platform/Thread.h"
+#include "platform/VideoHardware.h"
 #include "session/Globals.h"
 #include "session/Log.h"
 
@@ -77,7 +79,8 @@ CScreenCapture::~CScreenCapture() {
 
   if (m_nFrameCount != 0) {
     double elapsed = m_dwElapsed ? static_cast<double>(m_dwElapsed) : 1.0;
-    WriteLog(kMsg, "Frame count=%lld, Frame rate: %gframe/s \n", static_cast<long long>(m_nFrameCount),
+    WriteLog(kMsg, "Frame count=%lld, Frame rate: %gframe/s \n",
+             static_cast<long long>(m_nFrameCount),
              static_cast<double>(m_nFrameCount) * 1000.0 / elapsed);
   }
 }
@@ -166,7 +169,8 @@ HRESULT CScreenCapture::CreateAudio() {
   m_pAudioStream = new CAudioStream();
   HRESULT hr = m_pAudioStream->Initialize(this, nullptr);
   if (FAILED(hr)) {
-    WriteLog(ov::kErr, "Failed(0x%x) in m_pAudioStream->Initialize(this, __nullptr), FILE:%s, LINE:%d\n",
+    WriteLog(ov::kErr,
+             "Failed(0x%x) in m_pAudioStream->Initialize(this, __nullptr), FILE:%s, LINE:%d\n",
              static_cast<unsigned>(hr), OV_FILE, __LINE__);
     return hr;
   }
@@ -183,6 +187,12 @@ void CScreenCapture::UIThread() {
   ov::SetCurrentThreadName("ov-session-ui");
   ov::MessageQueue queue;
   m_dwUIThreadId = queue.ThreadId();
+  // A change of the screen's layout falls back to the first display.
+  ov::DisplayChangeWatcher displays;
+  if (displays.Fd() >= 0)
+    queue.Watch(displays.Fd(), [&displays] {
+      if (displays.Drain()) ov::RebuildDisplayCatalogue(true);
+    });
   m_hUIReadyEvent.Set();
   ov::Message msg;
   while (queue.Get(&msg)) {

@@ -5,7 +5,6 @@
 namespace ov {
 
 void InstallCrashReporter() {}
-void ReportVideoHardware() {}
 void InitializeImageEncoders() {}
 void InitializePixelDispatch() {}
 void LoadCursors() {}

@@ -85,8 +85,8 @@ void WriteTopology() {
   LogFile("Number of physical processor packages: %d\n", topology.packages);
   LogFile("Number of processor cores: %d\n", topology.cores);
   LogFile("Number of logical processors: %d\n", topology.logicalProcessors);
-  LogFile("Number of processor L1/L2/L3 caches: %d/%d/%d\n", topology.caches[0],
-          topology.caches[1], topology.caches[2]);
+  LogFile("Number of processor L1/L2/L3 caches: %d/%d/%d\n", topology.caches[0], topology.caches[1],
+          topology.caches[2]);
 }
 
 void WriteProcessorNames() {

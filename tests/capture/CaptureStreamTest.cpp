@@ -11,8 +11,8 @@
 
 #include "encode/VideoCodec.h"
 #include "orvanta/orvanta.h"
-#include "session/Globals.h"
 #include "platform/Files.h"
+#include "session/Globals.h"
 #include "session/ScreenCapture.h"
 #include "support/Engine.h"
 #include "support/Scene.h"

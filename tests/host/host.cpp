@@ -2,10 +2,10 @@
 // linked through pkg-config. It drives an audio-only session through its
 // whole life and exits non-zero on the first surprise.
 #include <orvanta/orvanta.h>
+#include <unistd.h>
 
 #include <cstdio>
 #include <cstdlib>
-#include <unistd.h>
 
 static int Fail(const char* what) {
   std::fprintf(stderr, "host: %s\n", what);

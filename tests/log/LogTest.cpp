@@ -36,7 +36,8 @@ TEST_F(LogTest, LinesCarryTimeTagAndMessageAtColumnTwenty) {
   std::vector<std::string> lines = ovtest::Lines(Log());
   ASSERT_EQ(lines.size(), 4u);
   std::regex time(R"(^\d\d:\d\d:\d\d\.\d\d\d $)");
-  for (int i = 0; i < 3; ++i) EXPECT_TRUE(std::regex_match(lines[i].substr(0, 13), time)) << lines[i];
+  for (int i = 0; i < 3; ++i)
+    EXPECT_TRUE(std::regex_match(lines[i].substr(0, 13), time)) << lines[i];
   EXPECT_EQ(lines[0].substr(13), "[ERR]  disk full: 7");
   EXPECT_EQ(lines[1].substr(13), "[Dbg]  trace");
   EXPECT_EQ(lines[2].substr(13), "       plain");

@@ -76,7 +76,8 @@ TEST_F(CapturedFilesTest, FreeWithDeleteRemovesTheSetAndReportsWhatIsMissing) {
   EXPECT_FALSE(fs::exists(folder / "Speaker.wav"));
   EXPECT_TRUE(fs::exists(folder / "keep.txt"));
   std::string log = ovtest::LogSince(mark);
-  EXPECT_NE(log.find("Remove temporary file:" + (folder / "Speaker.wav").string()), std::string::npos);
+  EXPECT_NE(log.find("Remove temporary file:" + (folder / "Speaker.wav").string()),
+            std::string::npos);
   EXPECT_NE(log.find("Failed(2) to DeleteFile:" + (folder / "AudioCapture.wav").string()),
             std::string::npos);
   EXPECT_EQ(log.find(".idx"), std::string::npos) << "the index goes without a line";

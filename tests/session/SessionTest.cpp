@@ -7,8 +7,8 @@
 #include <filesystem>
 #include <thread>
 
-#include "orvanta/orvanta.h"
 #include "capture/WriterStatistics.h"
+#include "orvanta/orvanta.h"
 #include "session/Globals.h"
 #include "support/Engine.h"
 

@@ -101,12 +101,11 @@ PulseServer::PulseServer() {
   m_server = "unix:" + socket;
   setenv("XDG_RUNTIME_DIR", m_runtime.c_str(), 1);
   setenv("PULSE_SERVER", m_server.c_str(), 1);
-  pid_t pid = Spawn({"pulseaudio", "-n", "--daemonize=no", "--exit-idle-time=-1", "--use-pid-file=no",
-                     "--disable-shm=yes", "-L",
+  pid_t pid = Spawn({"pulseaudio", "-n", "--daemonize=no", "--exit-idle-time=-1",
+                     "--use-pid-file=no", "--disable-shm=yes", "-L",
                      "module-native-protocol-unix auth-anonymous=1 socket=" + socket, "-L",
                      "module-null-sink sink_name=nullsink rate=48000", "-L",
-                     "module-null-sink sink_name=micsink rate=48000", "-L",
-                     "module-always-sink"});
+                     "module-null-sink sink_name=micsink rate=48000", "-L", "module-always-sink"});
   bool up = WaitUntil(
       [&] {
         if (!Alive(pid)) return true;

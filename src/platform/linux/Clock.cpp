@@ -7,7 +7,8 @@ namespace ov {
 uint32_t TickCount() {
   timespec ts;
   clock_gettime(CLOCK_MONOTONIC, &ts);
-  uint64_t ms = static_cast<uint64_t>(ts.tv_sec) * 1000u + static_cast<uint64_t>(ts.tv_nsec) / 1000000u;
+  uint64_t ms =
+      static_cast<uint64_t>(ts.tv_sec) * 1000u + static_cast<uint64_t>(ts.tv_nsec) / 1000000u;
   return static_cast<uint32_t>(ms);
 }
 
@@ -24,8 +25,8 @@ void SleepMs(uint32_t ms) {
 }
 
 static LocalTime FromTm(const tm& t, int millisecond) {
-  return LocalTime{t.tm_year + 1900, t.tm_mon + 1, t.tm_mday, t.tm_hour, t.tm_min, t.tm_sec,
-                   millisecond};
+  return LocalTime{t.tm_year + 1900, t.tm_mon + 1, t.tm_mday,  t.tm_hour,
+                   t.tm_min,         t.tm_sec,     millisecond};
 }
 
 LocalTime Now() {

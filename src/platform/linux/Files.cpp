@@ -83,7 +83,8 @@ static std::string HomeFolder() {
 // Reads XDG_DOCUMENTS_DIR from ~/.config/user-dirs.dirs, as xdg-user-dirs writes it.
 static std::string UserDirsDocuments(const std::string& home) {
   const char* config = getenv("XDG_CONFIG_HOME");
-  std::string file = (config && *config ? std::string(config) : home + "/.config") + "/user-dirs.dirs";
+  std::string file =
+      (config && *config ? std::string(config) : home + "/.config") + "/user-dirs.dirs";
   FILE* f = fopen(file.c_str(), "r");
   if (!f) return {};
   std::string result;

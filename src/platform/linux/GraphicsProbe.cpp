@@ -46,7 +46,8 @@ EGLDisplay OpenDisplay(const Egl& egl) {
   auto getPlatformDisplay = reinterpret_cast<PFNEGLGETPLATFORMDISPLAYEXTPROC>(
       egl.getProcAddress("eglGetPlatformDisplayEXT"));
   if (getPlatformDisplay) {
-    EGLDisplay display = getPlatformDisplay(EGL_PLATFORM_SURFACELESS_MESA, EGL_DEFAULT_DISPLAY, nullptr);
+    EGLDisplay display =
+        getPlatformDisplay(EGL_PLATFORM_SURFACELESS_MESA, EGL_DEFAULT_DISPLAY, nullptr);
     EGLint major, minor;
     if (display != EGL_NO_DISPLAY && egl.initialize(display, &major, &minor)) return display;
   }
@@ -82,10 +83,15 @@ bool ProbeOpenGl(GlInfo* info, std::string* error) {
   egl.chooseConfig(display, configAttributes, &config, 1, &configs);
   // A core profile reports the highest version the driver has; a
   // compatibility context may stop lower.
-  const EGLint coreAttributes[] = {EGL_CONTEXT_MAJOR_VERSION, 4, EGL_CONTEXT_MINOR_VERSION, 6,
+  const EGLint coreAttributes[] = {EGL_CONTEXT_MAJOR_VERSION,
+                                   4,
+                                   EGL_CONTEXT_MINOR_VERSION,
+                                   6,
                                    EGL_CONTEXT_OPENGL_PROFILE_MASK,
-                                   EGL_CONTEXT_OPENGL_CORE_PROFILE_BIT, EGL_NONE};
-  EGLContext context = egl.createContext(display, configs ? config : nullptr, EGL_NO_CONTEXT, coreAttributes);
+                                   EGL_CONTEXT_OPENGL_CORE_PROFILE_BIT,
+                                   EGL_NONE};
+  EGLContext context =
+      egl.createContext(display, configs ? config : nullptr, EGL_NO_CONTEXT, coreAttributes);
   if (context == EGL_NO_CONTEXT)
     context = egl.createContext(display, configs ? config : nullptr, EGL_NO_CONTEXT, nullptr);
   if (context == EGL_NO_CONTEXT) {
@@ -95,8 +101,10 @@ bool ProbeOpenGl(GlInfo* info, std::string* error) {
   } else {
     using GetStringFn = const unsigned char* (*)(unsigned);
     auto getString = reinterpret_cast<GetStringFn>(egl.getProcAddress("glGetString"));
-    const char* version = getString ? reinterpret_cast<const char*>(getString(kGlVersion)) : nullptr;
-    const char* renderer = getString ? reinterpret_cast<const char*>(getString(kGlRenderer)) : nullptr;
+    const char* version =
+        getString ? reinterpret_cast<const char*>(getString(kGlVersion)) : nullptr;
+    const char* renderer =
+        getString ? reinterpret_cast<const char*>(getString(kGlRenderer)) : nullptr;
     if (version && std::sscanf(version, "%d.%d", &info->major, &info->minor) == 2) {
       info->version = version;
       info->renderer = renderer ? renderer : "";

@@ -114,8 +114,8 @@ WindowState QueryWindow(HWND window) {
   state.viewable = attributes.map_state == IsViewable;
   int x = 0, y = 0;
   Window child;
-  XTranslateCoordinates(display, static_cast<Window>(window), attributes.root, -attributes.border_width,
-                        -attributes.border_width, &x, &y, &child);
+  XTranslateCoordinates(display, static_cast<Window>(window), attributes.root,
+                        -attributes.border_width, -attributes.border_width, &x, &y, &child);
   int outerWidth = attributes.width + 2 * attributes.border_width;
   int outerHeight = attributes.height + 2 * attributes.border_width;
   state.rect = {x, y, x + outerWidth, y + outerHeight};
@@ -126,8 +126,8 @@ WindowState QueryWindow(HWND window) {
     int format;
     unsigned long items, after;
     unsigned char* data = nullptr;
-    if (XGetWindowProperty(display, static_cast<Window>(window), wmState, 0, 2, False, wmState, &type,
-                           &format, &items, &after, &data) == Success &&
+    if (XGetWindowProperty(display, static_cast<Window>(window), wmState, 0, 2, False, wmState,
+                           &type, &format, &items, &after, &data) == Success &&
         data && items >= 1 && format == 32) {
       state.iconic = reinterpret_cast<long*>(data)[0] == IconicState;
     }

@@ -36,9 +36,9 @@ class XShmGrabber : public ScreenGrabber {
     if (!XShmQueryExtension(m_display)) return true;  // XGetImage path
     Visual* visual = DefaultVisual(m_display, DefaultScreen(m_display));
     int depth = DefaultDepth(m_display, DefaultScreen(m_display));
-    m_image = XShmCreateImage(m_display, visual, static_cast<unsigned>(depth), ZPixmap, nullptr,
-                              &m_shm, static_cast<unsigned>(maxWidth),
-                              static_cast<unsigned>(maxHeight));
+    m_image =
+        XShmCreateImage(m_display, visual, static_cast<unsigned>(depth), ZPixmap, nullptr, &m_shm,
+                        static_cast<unsigned>(maxWidth), static_cast<unsigned>(maxHeight));
     if (!m_image || m_image->bits_per_pixel != 32) return Fallback();
     m_shm.shmid = shmget(IPC_PRIVATE, static_cast<size_t>(m_image->bytes_per_line) * maxHeight,
                          IPC_CREAT | 0600);
@@ -63,7 +63,8 @@ class XShmGrabber : public ScreenGrabber {
             int32_t pitch) override {
     // X refuses rectangles that leave the screen; take the part inside.
     int32_t left = std::max(x, 0), top = std::max(y, 0);
-    int32_t right = std::min(x + width, m_screenWidth), bottom = std::min(y + height, m_screenHeight);
+    int32_t right = std::min(x + width, m_screenWidth),
+            bottom = std::min(y + height, m_screenHeight);
     if (right <= left || bottom <= top) {
       ClearRows(dst, pitch, width, 0, height);
       return true;
@@ -71,9 +72,11 @@ class XShmGrabber : public ScreenGrabber {
     if (left != x || top != y || right != x + width || bottom != y + height)
       ClearOutside(dst, pitch, width, height, left - x, top - y, right - x, bottom - y);
     int32_t w = right - left, h = bottom - top;
-    uint8_t* out = dst + static_cast<ptrdiff_t>(top - y) * pitch + static_cast<ptrdiff_t>(left - x) * 4;
-    bool ok = m_shmAttached && w <= m_maxWidth && h <= m_maxHeight ? GrabShm(left, top, w, h, out, pitch)
-                                                                   : GrabPlain(left, top, w, h, out, pitch);
+    uint8_t* out =
+        dst + static_cast<ptrdiff_t>(top - y) * pitch + static_cast<ptrdiff_t>(left - x) * 4;
+    bool ok = m_shmAttached && w <= m_maxWidth && h <= m_maxHeight
+                  ? GrabShm(left, top, w, h, out, pitch)
+                  : GrabPlain(left, top, w, h, out, pitch);
     if (!ok) UpdateScreenSize();  // the screen may have shrunk under us
     return ok;
   }
@@ -122,7 +125,8 @@ class XShmGrabber : public ScreenGrabber {
       if (image) XDestroyImage(image);
       return false;
     }
-    CopyRows(reinterpret_cast<const uint8_t*>(image->data), image->bytes_per_line, w, h, out, pitch);
+    CopyRows(reinterpret_cast<const uint8_t*>(image->data), image->bytes_per_line, w, h, out,
+             pitch);
     XDestroyImage(image);
     return true;
   }
@@ -151,8 +155,8 @@ class XShmGrabber : public ScreenGrabber {
       return;
     }
     for (int32_t row = 0; row < h; ++row)
-      std::memcpy(out + static_cast<ptrdiff_t>(row) * pitch, src + static_cast<ptrdiff_t>(row) * srcPitch,
-                  static_cast<size_t>(w) * 4);
+      std::memcpy(out + static_cast<ptrdiff_t>(row) * pitch,
+                  src + static_cast<ptrdiff_t>(row) * srcPitch, static_cast<size_t>(w) * 4);
   }
 
   Display* m_display = nullptr;

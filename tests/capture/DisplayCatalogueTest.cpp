@@ -1,0 +1,86 @@
+// The display catalogue against RandR monitors of the test's X server.
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <thread>
+
+#include "capture/DisplayCatalogue.h"
+#include "orvanta/orvanta.h"
+#include "session/Globals.h"
+#include "support/Engine.h"
+
+namespace {
+
+std::string Xrandr(const std::string& args) {
+  return ovtest::RunCapture("xrandr " + args + " 2>&1");
+}
+
+class DisplayCatalogueTest : public ::testing::Test {
+ protected:
+  void TearDown() override {
+    Xrandr("--delmonitor left");
+    Xrandr("--delmonitor right");
+    Xrandr("--fb 640x480");
+    ov::RebuildDisplayCatalogue(true);
+  }
+};
+
+TEST_F(DisplayCatalogueTest, OneScreenIsOneDisplayAndBadIndexesAreIgnored) {
+  ASSERT_EQ(GetDisplayCount(), 1);
+  const DisplayInfo* info = GetDisplayInfo(0);
+  ASSERT_NE(info, nullptr);
+  EXPECT_EQ(info->rcMonitor.right, 640);
+  EXPECT_EQ(info->rcMonitor.bottom, 480);
+  EXPECT_EQ(GetDisplayInfo(-1), nullptr);
+  EXPECT_EQ(GetDisplayInfo(1), nullptr);
+  size_t mark = ovtest::LogMark();
+  UseDisplay(1);
+  UseDisplay(-1);
+  EXPECT_EQ(ovtest::LogSince(mark), "");
+  UseDisplay(0);
+  EXPECT_NE(ovtest::LogSince(mark).find("Use Display 0, Rect={0x0-640x480}\n"), std::string::npos);
+}
+
+TEST_F(DisplayCatalogueTest, MonitorsBecomeDisplaysAndAChangeFallsBackToTheFirst) {
+  Xrandr("--setmonitor left 320/100x480/100+0+0 screen");  // takes the output's place
+  Xrandr("--setmonitor right 320/100x480/100+320+0 none");
+  ov::RebuildDisplayCatalogue(false);
+  ASSERT_EQ(GetDisplayCount(), 2);
+  EXPECT_EQ(GetDisplayInfo(1)->rcMonitor.left, 320);
+  EXPECT_STREQ(GetDisplayInfo(1)->szDevice, L"right");
+  UseDisplay(1);
+  EXPECT_EQ(g_nDisplayIndex, 1);
+  EXPECT_EQ(g_rcDisplay.left, 320);
+
+  // A region on the second display is valid once it is in use.
+  ovtest::ScratchFolder folder("ovdisplays");
+  VideoOpt video{};
+  video.bStream = 1;
+  video.FrameRate = 10;
+  video.CodecType = 99;  // no encoder: creation fails after the region check
+  video.rcScreen = {330, 10, 630, 300};
+  MouseOpt mouse{};
+  HRESULT hr = S_OK;
+  size_t mark = ovtest::LogMark();
+  EXPECT_EQ(ovVideoRecord(0, folder.WidePath().c_str(), &video, AudioOpt{}, &mouse, 0, &hr),
+            nullptr);
+  EXPECT_NE(ovtest::LogSince(mark).find("Rect:{330x10-630x300}(300x290)\n"), std::string::npos);
+  EXPECT_NE(ovtest::LogSince(mark).find("Unsupport codec type=(99)Unknown\n"), std::string::npos);
+  FreeCapturedFile(1);
+
+  // A session's UI thread hears of layout changes.
+  video.bStream = 0;
+  AudioOpt audio{1, 0};
+  CScreenRecoderObject* recorder =
+      ovVideoRecord(0, folder.WidePath().c_str(), &video, audio, &mouse, 0, &hr);
+  ASSERT_NE(recorder, nullptr);
+  Xrandr("--delmonitor right");
+  Xrandr("--fb 600x400");  // a layout change the server announces
+  for (int i = 0; i < 100 && g_nDisplayIndex != 0; ++i)
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+  EXPECT_EQ(g_nDisplayIndex, 0);
+  recorder->Destroy();
+  FreeCapturedFile(1);
+}
+
+}  // namespace
