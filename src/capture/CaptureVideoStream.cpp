@@ -1,5 +1,7 @@
 #include "capture/CaptureVideoStream.h"
 
+#include <cairo.h>
+
 #include <cstring>
 
 #include "encode/VideoCodec.h"
@@ -42,6 +44,9 @@ void CCaptureVideoStream::Run() {
   ov::SetCurrentThreadName("ov-capture");
   ov::SetCurrentThreadPriority(ov::ThreadPriority::AboveNormal);
   m_bSetUpOk = SetUp();
+  // The overlay talks to the X server on a connection of its own, made on
+  // this thread.
+  m_mouse = std::make_unique<CMouseOverlay>();
   m_hReadyEvent.Set();
   if (!m_bSetUpOk) return;
 
@@ -80,7 +85,9 @@ void CCaptureVideoStream::MakeFrame() {
   const int32_t pitch = CFrameDetect::m_nWidth * 4;
   if (!FillFrame(m_pBits, pitch)) return;
   if (g_bUnborder) Unborder(m_pBits);
-  // The mouse overlay draws here once it is in place.
+  if (m_pBitmap) cairo_surface_mark_dirty(m_pBitmap);
+  m_mouse->DrawMouse(m_pGraphics, m_rcSource);
+  if (m_pBitmap) cairo_surface_flush(m_pBitmap);
   bool changed;
   {
     // The reference frame is also read by SaveFrameToFile on the host's thread.

@@ -4,10 +4,12 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <thread>
 
 #include "capture/FrameDetect.h"
 #include "capture/MemoryBitmap.h"
+#include "capture/MouseOverlay.h"
 #include "orvanta/types.h"
 #include "platform/Event.h"
 
@@ -42,6 +44,8 @@ class CCaptureVideoStream : public CFrameDetect, public CMemoryBitmap {
   // Blackens the frame to the right of and below the region.
   void ClearMargins(uint8_t* frame, int32_t pitch) const;
 
+  // This frame's region in virtual-screen pixels, set by FillFrame.
+  RECT m_rcSource{};
   const int32_t m_nRegionWidth;
   const int32_t m_nRegionHeight;
 
@@ -51,4 +55,5 @@ class CCaptureVideoStream : public CFrameDetect, public CMemoryBitmap {
   void Unborder(uint8_t* frame);
 
   bool m_bSetUpOk = false;
+  std::unique_ptr<CMouseOverlay> m_mouse;
 };

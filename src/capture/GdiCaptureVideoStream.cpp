@@ -22,6 +22,7 @@ bool CGdiCaptureVideoStream::FillFrame(uint8_t* frame, int32_t pitch) {
   const RECT& rc = g_videoOpt.rcScreen;
   bool ok;
   if (g_mouseOpt.Mode == MOUSE_MODE_FIXED) {
+    m_rcSource = rc;
     ok = m_grabber->Grab(rc.left, rc.top, m_nRegionWidth, m_nRegionHeight, frame, pitch);
   } else {
     std::lock_guard<std::recursive_mutex> canvas(g_csCanvas);
@@ -30,6 +31,7 @@ bool CGdiCaptureVideoStream::FillFrame(uint8_t* frame, int32_t pitch) {
       std::lock_guard<std::recursive_mutex> mouse(g_csMouse);
       corner = g_ptRegion;
     }
+    m_rcSource = {corner.x, corner.y, corner.x + m_nRegionWidth, corner.y + m_nRegionHeight};
     ok = m_grabber->Grab(corner.x, corner.y, m_nRegionWidth, m_nRegionHeight, frame, pitch);
   }
   if (!ok) WriteLog(ov::kErr, "Failed(%d) to BitBlt\n", m_grabber->LastError());

@@ -41,6 +41,8 @@ class MessageQueue {
   void Unwatch(int fd);
 
   void Post(const Message& msg);
+  // Drops every queued message with this number: a burst costs one round.
+  void RemoveMessages(uint32_t message);
 
   // Posts to the queue of another thread; false if it has none.
   static bool PostThreadMessage(uint32_t threadId, uint32_t message, uint64_t wParam,

@@ -5,6 +5,7 @@
 
 #include "audio/AudioStream.h"
 #include "capture/DisplayCatalogue.h"
+#include "capture/MouseOverlay.h"
 #include "encode/VendorTable.h"
 #include "encode/VideoCodec.h"
 #include "platform/Clock.h"
@@ -193,8 +194,11 @@ void CScreenCapture::UIThread() {
     queue.Watch(displays.Fd(), [&displays] {
       if (displays.Drain()) ov::RebuildDisplayCatalogue(true);
     });
+  ov::StartMouseHook(m_dwUIThreadId);
   m_hUIReadyEvent.Set();
   ov::Message msg;
   while (queue.Get(&msg)) {
+    if (msg.message == ov::kPointerMovedMessage) ov::OnPointerMoved(queue);
   }
+  ov::StopMouseHook();
 }

@@ -105,3 +105,12 @@ bool MessageQueue::Get(Message* msg) {
 }
 
 }  // namespace ov
+
+namespace ov {
+
+void MessageQueue::RemoveMessages(uint32_t message) {
+  std::lock_guard lock(m_mutex);
+  std::erase_if(m_messages, [message](const Message& m) { return m.message == message; });
+}
+
+}  // namespace ov

@@ -1,0 +1,144 @@
+// The pointer in the picture and the moving region, driven by real pointer
+// events from xdotool on the test's X server.
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <functional>
+#include <thread>
+
+#include "capture/MouseOverlay.h"
+#include "capture/RecordingCodec.h"
+#include "orvanta/orvanta.h"
+#include "session/Globals.h"
+#include "session/ScreenCapture.h"
+#include "support/Engine.h"
+#include "support/Scene.h"
+
+namespace {
+
+constexpr uint32_t kBlue = 0x0000FF;
+
+void SleepMs(int ms) { std::this_thread::sleep_for(std::chrono::milliseconds(ms)); }
+
+bool WaitFor(const std::function<bool()>& done) {
+  for (int i = 0; i < 100 && !done(); ++i) SleepMs(20);
+  return done();
+}
+
+void Xdotool(const std::string& args) { ovtest::RunCapture("xdotool " + args + " 2>&1"); }
+
+// Pixels that are not the scene's blue in a square around (x, y).
+int Marked(const Frame& f, int x, int y, int half) {
+  int n = 0;
+  for (int j = y - half; j < y + half; ++j)
+    for (int i = x - half; i < x + half; ++i) n += Pixel(f, i, j) != kBlue;
+  return n;
+}
+
+TEST(MoveFollowRegion, RegionMovesOnlyWhenThePointerNearsItsEdge) {
+  g_rcDisplay = {0, 0, 640, 480};
+  g_videoOpt.rcScreen = {0, 0, 200, 100};
+  g_ptRegion = {100, 100};
+  EXPECT_FALSE(ov::MoveFollowRegion(132, 150)) << "32 pixels inside stays";
+  EXPECT_TRUE(ov::MoveFollowRegion(131, 150)) << "31 pixels inside pushes";
+  EXPECT_EQ(g_ptRegion.x, 131 - 48);
+  EXPECT_TRUE(ov::MoveFollowRegion(10, 10));
+  EXPECT_EQ(g_ptRegion.x, 0) << "stops at the display's left edge";
+  EXPECT_EQ(g_ptRegion.y, 0);
+  EXPECT_TRUE(ov::MoveFollowRegion(639, 479));
+  EXPECT_EQ(g_ptRegion.x, 440);
+  EXPECT_EQ(g_ptRegion.y, 380);
+  ov::MoveCenterRegion(5, 5);
+  EXPECT_EQ(g_ptRegion.x, -95) << "the centred region may hang over the edge";
+  EXPECT_EQ(g_ptRegion.y, -45);
+}
+
+class MouseOverlayTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    CScreenCapture::s_codecFactoryForTesting = MakeCodec;
+    g_codec = &recorded;
+    ASSERT_TRUE(scene.Ok());
+    scene.Fill(0, 0, scene.Width(), scene.Height(), kBlue);
+    scene.Sync();
+    video.bStream = 1;
+    video.CodecType = CodecType_H264;
+    video.FrameRate = 20;
+  }
+  void TearDown() override {
+    CScreenCapture::s_codecFactoryForTesting = nullptr;
+    FreeCapturedFile(1);
+  }
+  CScreenRecoderObject* Record() {
+    HRESULT hr;
+    return ovVideoRecord(0, folder.WidePath().c_str(), &video, AudioOpt{}, &mouse, 0, &hr);
+  }
+  Recorded recorded;
+  ovtest::Scene scene;
+  ovtest::ScratchFolder folder{"ovmouse"};
+  VideoOpt video{};
+  MouseOpt mouse{};
+};
+
+TEST_F(MouseOverlayTest, CentreModeFollowsThePointerAndTheCursorIsDrawn) {
+  Xdotool("mousemove 300 200");
+  video.rcScreen = {0, 0, 128, 128};
+  mouse.Mode = MOUSE_MODE_CENTER;
+  mouse.Flag = MOUSE_DRAW_CURSOR;
+  CScreenRecoderObject* recorder = Record();
+  ASSERT_NE(recorder, nullptr);
+  EXPECT_EQ(g_ptRegion.x, 300 - 64);
+  EXPECT_EQ(g_ptRegion.y, 200 - 64);
+  recorder->Start();
+  SleepMs(200);
+  Xdotool("mousemove 420 330");
+  EXPECT_TRUE(WaitFor([] {
+    std::lock_guard<std::recursive_mutex> lock(g_csMouse);
+    return g_ptRegion.x == 420 - 64 && g_ptRegion.y == 330 - 64;
+  }));
+  SleepMs(200);
+  recorder->Destroy();
+  ASSERT_GE(recorded.frames.size(), 4u);
+  // The pointer sits at the centre of every frame, with the cursor over it.
+  EXPECT_GT(Marked(recorded.frames[2], 64, 64, 12), 10);
+  EXPECT_GT(Marked(recorded.frames.back(), 64, 64, 12), 10);
+  EXPECT_EQ(Marked(recorded.frames.back(), 20, 20, 10), 0);
+}
+
+TEST_F(MouseOverlayTest, WithoutFlagsNothingIsDrawnAndClicksLightTheDisc) {
+  Xdotool("mousemove 100 100");
+  video.rcScreen = {0, 0, 256, 256};
+  CScreenRecoderObject* recorder = Record();
+  ASSERT_NE(recorder, nullptr);
+  recorder->Start();
+  SleepMs(200);
+  recorder->Destroy();
+  EXPECT_EQ(Marked(recorded.frames.back(), 100, 100, 20), 0) << "no flags: the screen as it is";
+  FreeCapturedFile(1);
+
+  Recorded clicks;
+  g_codec = &clicks;
+  mouse.Flag = MOUSE_CLICK_HIGHLIGHT;
+  mouse.clickColor = 0xFFFF00;
+  recorder = Record();
+  ASSERT_NE(recorder, nullptr);
+  recorder->Start();
+  SleepMs(150);
+  Xdotool("mousemove 60 70 click 1");
+  ASSERT_TRUE(WaitFor([] {
+    std::lock_guard<std::recursive_mutex> lock(g_csMouse);
+    return g_ptClick.x == 60 && g_ptClick.y == 70;
+  }));
+  SleepMs(800);
+  recorder->Destroy();
+  int lit = 0, lastLit = 0;
+  for (const Frame& f : clicks.frames) {
+    int n = Marked(f, 60, 70, 14);
+    lit += n > 0;
+    lastLit = n;
+  }
+  EXPECT_GE(lit, 1) << "the disc shows after the click";
+  EXPECT_EQ(lastLit, 0) << "and is gone 300 ms later";
+}
+
+}  // namespace

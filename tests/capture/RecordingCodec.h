@@ -1,0 +1,79 @@
+// An encoder double that keeps copies of the frames it is handed, for the
+// capture tests.
+#pragma once
+
+#include <cstring>
+#include <mutex>
+#include <thread>
+#include <vector>
+
+#include "encode/VideoCodec.h"
+
+namespace {
+
+struct Frame {
+  int64_t time;
+  BOOL key;
+  BOOL unchanged;
+  int32_t stride;
+  std::vector<uint32_t> pixels;
+};
+
+// What the encoder double was handed; it outlives the session, which
+// deletes its encoder at the stop.
+struct Recorded {
+  size_t Count() {
+    std::lock_guard<std::mutex> lock(mutex);
+    return frames.size();
+  }
+
+  std::mutex mutex;
+  std::vector<Frame> frames;
+  int32_t width = 0, height = 0;
+  int finishes = 0;
+  size_t framesAtFinish = 0;
+  std::thread::id writeThread, finishThread;
+};
+
+Recorded* g_codec = nullptr;
+
+class RecordingCodec : public CVideoCodec {
+ public:
+  RecordingCodec(CWriterStatistics* s, CFrameRateControl* r, Recorded* out)
+      : CVideoCodec(s, r), m_out(out) {}
+  HRESULT Initialize(int32_t, int32_t w, int32_t h, int32_t, int32_t, const wchar_t*) override {
+    m_out->width = w;
+    m_out->height = h;
+    return S_OK;
+  }
+  int32_t WriteFrame(const uint8_t* frame, int32_t stride, int64_t time, BOOL key,
+                     BOOL unchanged) override {
+    std::lock_guard<std::mutex> lock(m_out->mutex);
+    Frame f{time, key, unchanged, stride, {}};
+    int rows = (m_out->height + 63) & ~63;
+    f.pixels.resize(static_cast<size_t>(stride / 4) * rows);
+    std::memcpy(f.pixels.data(), frame, f.pixels.size() * 4);
+    m_out->frames.push_back(std::move(f));
+    m_out->writeThread = std::this_thread::get_id();
+    return unchanged ? 1 : 0;
+  }
+  void Finish() override {
+    std::lock_guard<std::mutex> lock(m_out->mutex);
+    ++m_out->finishes;
+    m_out->framesAtFinish = m_out->frames.size();
+    m_out->finishThread = std::this_thread::get_id();
+  }
+
+ private:
+  Recorded* m_out;
+};
+
+CVideoCodec* MakeCodec(int32_t, CWriterStatistics* s, CFrameRateControl* r) {
+  return new RecordingCodec(s, r, g_codec);
+}
+
+uint32_t Pixel(const Frame& f, int x, int y) {
+  return f.pixels[static_cast<size_t>(y) * (f.stride / 4) + x] & 0xFFFFFF;
+}
+
+}  // namespace
