@@ -12,13 +12,16 @@ fi
 
 jobs=$(nproc)
 run_build() {
-  local dir=$1; shift
+  local dir=$1 tests=$2; shift 2
   cmake -S . -B "$dir" -DORVANTA_WERROR=ON "$@" >/dev/null
   cmake --build "$dir" -j "$jobs"
-  (cd "$dir" && ctest --output-on-failure -j "$jobs")
+  (cd "$dir" && ctest --output-on-failure -j "$jobs" -R "$tests")
 }
 
-run_build build -DCMAKE_BUILD_TYPE=RelWithDebInfo
+run_build build . -DCMAKE_BUILD_TYPE=RelWithDebInfo
 ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
-  run_build build-asan -DCMAKE_BUILD_TYPE=Debug -DORVANTA_SANITIZE=ON
+  run_build build-asan . -DCMAKE_BUILD_TYPE=Debug -DORVANTA_SANITIZE=ON
+# ThreadSanitizer on the programs whose subjects run threads of their own.
+TSAN_OPTIONS=halt_on_error=1 \
+  run_build build-tsan '^(capture|session|audio|encode|output)$' -DCMAKE_BUILD_TYPE=Debug -DORVANTA_TSAN=ON
 echo "all tests passed"

@@ -1,6 +1,7 @@
 #include "capture/DisplayCatalogue.h"
 
 #include <cstring>
+#include <mutex>
 #include <cwchar>
 #include <string>
 
@@ -65,7 +66,11 @@ namespace ov {
 void RebuildDisplayCatalogue(bool afterDisplayChange) {
   g_nDisplayCount = 0;
   if (afterDisplayChange) g_nDisplayIndex = 0;
-  if (WalkMonitors()) g_rcDisplay = g_Displays[0].rcMonitor;
+  if (WalkMonitors()) {
+    // The pointer hook clamps to the display under this lock.
+    std::lock_guard<std::recursive_mutex> lock(g_csMouse);
+    g_rcDisplay = g_Displays[0].rcMonitor;
+  }
 }
 
 void BuildDisplayCatalogue() { RebuildDisplayCatalogue(false); }
@@ -86,7 +91,10 @@ extern "C" DisplayInfo* GetDisplayInfo(int32_t index) {
 extern "C" void UseDisplay(int32_t index) {
   if (index < 0 || index >= g_nDisplayCount) return;
   g_nDisplayIndex = index;
-  g_rcDisplay = g_Displays[index].rcMonitor;
+  {
+    std::lock_guard<std::recursive_mutex> lock(g_csMouse);
+    g_rcDisplay = g_Displays[index].rcMonitor;
+  }
   const RECT& r = g_rcDisplay;
   WriteLog(ov::kMsg, "Use Display %d, Rect={%dx%d-%dx%d}\n", index, r.left, r.top, r.right,
            r.bottom);

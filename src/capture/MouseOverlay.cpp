@@ -83,8 +83,8 @@ void Release(cairo_surface_t*& surface) {
 }
 
 void OnHookEvent(ov::PointerEvent event, int32_t x, int32_t y) {
-  POINT p = ClampToDisplay(x, y);
   std::lock_guard<std::recursive_mutex> lock(g_csMouse);
+  POINT p = ClampToDisplay(x, y);
   if ((p.x != g_ptMouse.x || p.y != g_ptMouse.y) && g_notifyThread)
     ov::MessageQueue::PostThreadMessage(g_notifyThread, ov::kPointerMovedMessage, 0, 0);
   g_ptMouse = p;

@@ -16,7 +16,7 @@ std::atomic<CRecorderBox*> g_pRecorderBox{nullptr};
 
 POINT g_ptRegion;
 RECT g_rcDisplay;
-int32_t g_nDisplayIndex;
+std::atomic<int32_t> g_nDisplayIndex{0};
 int32_t g_WindowsVersion;
 int32_t g_D3DFeatureLevel;
 

@@ -28,7 +28,8 @@ extern std::atomic<CRecorderBox*> g_pRecorderBox;
 
 extern POINT g_ptRegion;  // guarded by g_csMouse
 extern RECT g_rcDisplay;
-extern int32_t g_nDisplayIndex;
+// Written by the thread that hears of display changes, read by the host.
+extern std::atomic<int32_t> g_nDisplayIndex;
 extern int32_t g_WindowsVersion;
 extern int32_t g_D3DFeatureLevel;
 
