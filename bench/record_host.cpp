@@ -1,0 +1,42 @@
+// A minimal host for the recording benchmark: records the whole screen for a
+// number of seconds through the public API and prints the frames it made.
+#include <orvanta/orvanta.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <cwchar>
+
+int main(int argc, char** argv) {
+  if (argc < 4) {
+    std::fprintf(stderr, "usage: record_host SECONDS FPS TEMP_FOLDER\n");
+    return 2;
+  }
+  int seconds = std::atoi(argv[1]), fps = std::atoi(argv[2]);
+  wchar_t folder[OV_MAX_PATH];
+  std::swprintf(folder, OV_MAX_PATH, L"%s", argv[3]);
+  ovInitialize();
+  const DisplayInfo* display = GetDisplayInfo(0);
+  if (!display) return 1;
+  VideoOpt video{};
+  video.bStream = 1;
+  video.rcScreen = display->rcMonitor;
+  video.CodecType = CodecType_H264;
+  video.FrameRate = fps;
+  video.videoQuality = 5;
+  MouseOpt mouse{};
+  HRESULT hr = E_FAIL;
+  CScreenRecoderObject* recorder = ovVideoRecord(0, folder, &video, AudioOpt{}, &mouse, 0, &hr);
+  if (!recorder) {
+    std::fprintf(stderr, "record_host: ovVideoRecord failed (0x%x)\n", static_cast<unsigned>(hr));
+    return 1;
+  }
+  recorder->Start();
+  sleep(static_cast<unsigned>(seconds));
+  recorder->Destroy();
+  CapturedFile* file = GetCapturedFile();
+  std::printf("duration %u s, %lld bytes\n", file->nDuration, static_cast<long long>(file->nFileBytes));
+  FreeCapturedFile(0);
+  ovUninitialize();
+  return 0;
+}
