@@ -3,6 +3,7 @@
 #pragma once
 
 #include "orvanta/captured.h"
+#include "orvanta/encoders.h"
 #include "orvanta/log.h"
 #include "orvanta/module.h"
 #include "orvanta/recorder.h"
