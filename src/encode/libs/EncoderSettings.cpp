@@ -5,6 +5,11 @@
 
 namespace ov::enc {
 
+int32_t CodedSide(int32_t codecType, int32_t side) {
+  const int32_t smallest = codecType == kH265 ? 16 : 2;
+  return std::max((side + 1) & ~1, smallest);
+}
+
 const char* EncoderName(Backend backend, int32_t codecType) {
   switch (backend) {
     case Backend::Software:

@@ -26,6 +26,10 @@ struct EncoderConfig {
   int32_t threads;
 };
 
+// The size of the coded picture for a captured region: even (4:2:0), and
+// at least what the codec's encoders take (libx265: 16 a side).
+int32_t CodedSide(int32_t codecType, int32_t side);
+
 // The libavcodec encoder of a backend for a codec type, or null.
 const char* EncoderName(Backend backend, int32_t codecType);
 

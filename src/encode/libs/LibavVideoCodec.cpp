@@ -65,8 +65,8 @@ HRESULT CLibavVideoCodec::Initialize(int32_t codecType, int32_t width, int32_t h
   }
   m_width = width;
   m_height = height;
-  m_codedWidth = (width + 1) & ~1;
-  m_codedHeight = (height + 1) & ~1;
+  m_codedWidth = CodedSide(codecType, width);
+  m_codedHeight = CodedSide(codecType, height);
   if (frameRate < 1) frameRate = kDefaultFrameRate;
   frameRate = std::min(frameRate, kMaxFrameRate);
   EncoderConfig config{codecType, m_codedWidth, m_codedHeight,

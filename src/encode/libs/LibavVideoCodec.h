@@ -79,7 +79,7 @@ class CLibavVideoCodec final : public CVideoCodec {
   AVBufferPool* m_pool = nullptr;
   int m_width = 0;  // captured region
   int m_height = 0;
-  int m_codedWidth = 0;  // even
+  int m_codedWidth = 0;  // even, and at least the codec's minimum
   int m_codedHeight = 0;
 
   std::mutex m_mutex;

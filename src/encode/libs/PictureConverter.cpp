@@ -3,6 +3,8 @@
 #include <cstring>
 
 extern "C" {
+#include <libavutil/common.h>
+#include <libavutil/pixdesc.h>
 #include <libswscale/swscale.h>
 }
 
@@ -27,19 +29,33 @@ void PictureConverter::Convert(const uint8_t* bgr32, int stride, AVFrame* target
   const uint8_t* planes[1] = {bgr32};
   const int strides[1] = {stride};
   sws_scale(m_sws, planes, strides, 0, m_height, target->data, target->linesize);
-  RepeatEdges(target);
+  FillMargins(target);
 }
 
-// Chroma already covers an odd edge (its size rounds up); luma gets the
-// column and row beside it.
-void PictureConverter::RepeatEdges(AVFrame* target) const {
-  uint8_t* luma = target->data[0];
-  const int pitch = target->linesize[0];
-  if (target->width > m_width) {
-    for (int y = 0; y < m_height; ++y) luma[y * pitch + m_width] = luma[y * pitch + m_width - 1];
-  }
-  if (target->height > m_height) {
-    memcpy(luma + m_height * pitch, luma + (m_height - 1) * pitch, target->width);
+void PictureConverter::FillMargins(AVFrame* target) const {
+  if (target->width == m_width && target->height == m_height) return;
+  const AVPixFmtDescriptor* format =
+      av_pix_fmt_desc_get(static_cast<AVPixelFormat>(target->format));
+  for (int c = 0; c < format->nb_components; ++c) {
+    const AVComponentDescriptor& component = format->comp[c];
+    // Interleaved chroma (NV12) has two components in one plane; one pass.
+    if (c > 0 && component.plane == format->comp[c - 1].plane) continue;
+    const int shiftX = c > 0 ? format->log2_chroma_w : 0;
+    const int shiftY = c > 0 ? format->log2_chroma_h : 0;
+    const int step = component.step;
+    const int usedWidth = AV_CEIL_RSHIFT(m_width, shiftX);
+    const int usedHeight = AV_CEIL_RSHIFT(m_height, shiftY);
+    const int fullWidth = AV_CEIL_RSHIFT(target->width, shiftX);
+    const int fullHeight = AV_CEIL_RSHIFT(target->height, shiftY);
+    uint8_t* plane = target->data[component.plane];
+    const int pitch = target->linesize[component.plane];
+    for (int y = 0; y < usedHeight && usedWidth < fullWidth; ++y) {
+      uint8_t* row = plane + y * pitch;
+      for (int x = usedWidth; x < fullWidth; ++x)
+        memcpy(row + x * step, row + (usedWidth - 1) * step, step);
+    }
+    for (int y = usedHeight; y < fullHeight; ++y)
+      memcpy(plane + y * pitch, plane + (usedHeight - 1) * pitch, fullWidth * step);
   }
 }
 

@@ -23,15 +23,15 @@ class PictureConverter {
   PictureConverter(const PictureConverter&) = delete;
   PictureConverter& operator=(const PictureConverter&) = delete;
 
-  // width, height: the captured region. The target picture may be one pixel
-  // wider and higher (coded sizes are even); that edge repeats the last
-  // column and row.
+  // width, height: the captured region. The target picture may be larger
+  // (coded sizes are even, and have a minimum); the margin repeats the
+  // region's last column and row.
   bool Init(int width, int height, AVPixelFormat target);
   // bgr32: the region's top row; stride in bytes, at least width * 4.
   void Convert(const uint8_t* bgr32, int stride, AVFrame* target);
 
  private:
-  void RepeatEdges(AVFrame* target) const;
+  void FillMargins(AVFrame* target) const;
 
   SwsContext* m_sws = nullptr;
   int m_width = 0;
