@@ -100,8 +100,9 @@ TempIndex ReadIndex(const std::string& path) {
   memcpy(&index.header, bytes.data(), sizeof index.header);
   size_t count = (bytes.size() - sizeof index.header) / sizeof(ov::FrameIndexEntry);
   index.entries.resize(count);
-  memcpy(index.entries.data(), bytes.data() + sizeof index.header,
-         count * sizeof(ov::FrameIndexEntry));
+  if (count > 0)
+    memcpy(index.entries.data(), bytes.data() + sizeof index.header,
+           count * sizeof(ov::FrameIndexEntry));
   return index;
 }
 

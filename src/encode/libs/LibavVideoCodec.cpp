@@ -57,7 +57,8 @@ CLibavVideoCodec::~CLibavVideoCodec() {
 
 HRESULT CLibavVideoCodec::Initialize(int32_t codecType, int32_t width, int32_t height,
                                      int32_t frameRate, int32_t quality, const wchar_t* file) {
-  if (m_encoder.IsOpen() || m_thread.joinable()) return E_FAIL;
+  if (m_initializeCalled) return E_FAIL;
+  m_initializeCalled = true;
   if (codecType < kH264 || codecType > kMpeg2 || width < 1 || height < 1 || width > kMaxSide ||
       height > kMaxSide || !file || !*file) {
     Log(kErr, "Bad encoder settings: codec %d, %dx%d\n", codecType, width, height);
@@ -238,9 +239,11 @@ void CLibavVideoCodec::Encode(Slot& slot) {
   ++m_pendingCount;
 
   int error = m_encoder.Send(slot.picture, pts, slot.key);
-  if (error < 0) return Fail("sending a frame", error);
-  error = WriteReadyPackets();
-  if (error < 0 && error != AVERROR(EAGAIN)) return Fail("encoding a frame", error);
+  if (error >= 0) error = WriteReadyPackets();
+  if (error < 0 && error != AVERROR(EAGAIN)) {
+    Fail("encoding a frame", error);
+    return;
+  }
   AccountTime(std::chrono::steady_clock::now() - start);
 }
 

@@ -77,7 +77,8 @@ class CLibavVideoCodec final : public CVideoCodec {
   PictureConverter m_converter;
   TempVideoWriter m_writer;
   AVBufferPool* m_pool = nullptr;
-  int m_width = 0;  // captured region
+  bool m_initializeCalled = false;  // once per encoder, successful or not
+  int m_width = 0;                  // captured region
   int m_height = 0;
   int m_codedWidth = 0;  // even, and at least the codec's minimum
   int m_codedHeight = 0;
