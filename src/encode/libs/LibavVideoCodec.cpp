@@ -116,9 +116,9 @@ bool CLibavVideoCodec::OpenEncoder(const EncoderConfig& config) {
   return false;
 }
 
-// The picture buffers come from a pool that is filled once here: an encoder
-// may keep a reference to a picture after it is sent (MPEG-2 does), and the
-// pool hands out a free buffer meanwhile instead of a fresh allocation.
+// The picture buffers come from a pool that is filled once here: libavcodec
+// lets an encoder keep a reference to a picture after it is sent, and the
+// pool then hands out a free buffer instead of a fresh allocation.
 bool CLibavVideoCodec::AllocatePictures() {
   int size =
       av_image_get_buffer_size(m_encoder.InputFormat(), m_codedWidth, m_codedHeight, kPictureAlign);
