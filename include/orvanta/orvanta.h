@@ -4,6 +4,7 @@
 
 #include "orvanta/captured.h"
 #include "orvanta/displays.h"
+#include "orvanta/encoders.h"
 #include "orvanta/log.h"
 #include "orvanta/module.h"
 #include "orvanta/recorder.h"

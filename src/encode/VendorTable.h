@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <string>
 
 #include "encode/VideoCodec.h"
 
@@ -22,9 +23,12 @@ enum : int32_t {
 
 int32_t* VendorTable();
 
-// Loads the encoder libraries and lets each fill the table; a library that
-// faults is logged and skipped. Runs once.
+// Loads the encoder libraries beside the engine and lets each fill the
+// table; a library that faults is logged and skipped. Runs once.
 void ProbeVideoEncoders();
+// The same on the libraries of another folder, from a table cleared first;
+// the libraries loaded before stay loaded. For tests.
+void ProbeVideoEncodersIn(const std::string& folder);
 
 // The name of a codec type as the log prints it.
 const char* CodecTypeName(int32_t codecType);

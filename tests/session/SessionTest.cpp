@@ -8,6 +8,7 @@
 #include <thread>
 
 #include "capture/WriterStatistics.h"
+#include "encode/VendorTable.h"
 #include "orvanta/orvanta.h"
 #include "session/Globals.h"
 #include "support/Engine.h"
@@ -117,13 +118,17 @@ TEST_F(SessionTest, MouseModesRefuseEmptyRegions) {
 }
 
 TEST_F(SessionTest, MissingEncoderFailsCreationAndKeepsTheRecord) {
-  // No encoder library sits beside this test program: every library codec
-  // type is unsupported and the session is refused with its result.
+  // A machine where no encoder library serves H.265: the session is refused
+  // with its result.
+  int32_t& h265 = ov::VendorTable()[CodecType_H265];
+  const int32_t probed = h265;
+  h265 = ov::kVendorNone;
   Options o;
   o.video.CodecType = CodecType_H265;
   HRESULT hr = S_OK;
   size_t mark = ovtest::LogMark();
   EXPECT_EQ(Record(o, &hr), nullptr);
+  h265 = probed;
   EXPECT_EQ(hr, E_FAIL);
   std::string log = ovtest::LogSince(mark);
   size_t unsupported = log.find("Unsupport codec type=(2)H265\n");

@@ -1,0 +1,62 @@
+// What an encoder library asks of libavcodec for each codec type: which
+// encoder, how fast, and how good.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+namespace ov::enc {
+
+// Codec types served by the libraries.
+enum : int32_t { kH264 = 1, kH265 = 2, kMpeg2 = 3 };
+
+enum class Backend { Software, Vaapi, Nvenc };
+
+struct BackendChoice {
+  Backend backend;
+  std::string device;  // render node for VA-API; empty otherwise
+};
+
+struct EncoderConfig {
+  int32_t codecType;
+  int32_t width;  // of the coded picture: even
+  int32_t height;
+  int32_t frameRate;  // nominal; time stamps carry the real pace
+  int32_t quality;    // the recording's quality step
+  int32_t threads;
+};
+
+// The size of the coded picture for a captured region: even (4:2:0), and
+// at least what the codec's encoders take (libx265: 16 a side).
+int32_t CodedSide(int32_t codecType, int32_t side);
+
+// The libavcodec encoder of a backend for a codec type, or null.
+const char* EncoderName(Backend backend, int32_t codecType);
+
+// Quality steps 1 (smallest file) to 6 (best picture); any other value is
+// the middle step 3, as for WMV recordings.
+//
+//   step | libx264 CRF | libx265 CRF | MPEG-2 qscale | VA-API / NVENC QP
+//   -----+-------------+-------------+---------------+------------------
+//     1  |     30      |     32      |      12       |        32
+//     2  |     27      |     30      |       9       |        29
+//     3  |     24      |     28      |       6       |        26
+//     4  |     22      |     26      |       5       |        24
+//     5  |     20      |     24      |       4       |        22
+//     6  |     18      |     22      |       3       |        20
+//
+// The x265 column sits a few points above x264 because x265 spends fewer
+// bits at equal CRF for the same look; MPEG-2 hardware uses the qscale column.
+struct QualityLevel {
+  int x264Crf;
+  int x265Crf;
+  int mpeg2Qscale;
+  int hardwareQp;
+};
+QualityLevel QualityFor(int32_t videoQuality);
+
+// Encoder threads: all cores but one, so that capture keeps a core of its
+// own, at least one and at most eight.
+int32_t EncoderThreads();
+
+}  // namespace ov::enc

@@ -1,0 +1,39 @@
+// The temp video of a library encoder: the elementary stream as the encoder
+// makes it, and beside it the ".idx" with one entry per frame. Both are
+// written straight through, so what is on disk is complete up to the last
+// frame written even if the host dies.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+
+#include "encode/FrameIndex.h"
+
+namespace ov::enc {
+
+class TempVideoWriter {
+ public:
+  TempVideoWriter() = default;
+  ~TempVideoWriter();
+  TempVideoWriter(const TempVideoWriter&) = delete;
+  TempVideoWriter& operator=(const TempVideoWriter&) = delete;
+
+  // Creates (or empties) the stream file and "<path>.idx", and writes the
+  // index header. On failure returns the system's error number, else 0.
+  int Create(const std::string& path, const FrameIndexHeader& header);
+  // Appends one encoded frame and its index entry; the error number or 0.
+  int Write(const uint8_t* data, size_t size, int64_t ticks, bool key);
+  // Closes both files; the error number of a failed close, or 0.
+  int Close();
+
+ private:
+  int m_stream = -1;
+  int m_index = -1;
+  uint64_t m_offset = 0;
+};
+
+// Paths arrive wide (UTF-32) and go to the file system as UTF-8.
+std::string ToUtf8Path(const wchar_t* path);
+
+}  // namespace ov::enc

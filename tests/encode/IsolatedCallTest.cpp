@@ -1,0 +1,77 @@
+// A call run in a throw-away copy of the process: its bytes come back when
+// it returns, and a fault, an early exit or a hang leave the caller's alone.
+#include <gtest/gtest.h>
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <cstring>
+
+#include "platform/IsolatedCall.h"
+
+namespace {
+
+struct Bytes {
+  int32_t values[6];
+};
+
+void FillThenReturn(void* data, void*) {
+  auto* bytes = static_cast<Bytes*>(data);
+  for (int i = 0; i < 6; ++i) bytes->values[i] = 10 + i;
+}
+
+void FillThenFault(void* data, void*) {
+  static_cast<Bytes*>(data)->values[0] = 99;
+  void* page = mmap(nullptr, 4096, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+  *static_cast<volatile int*>(page) = 1;
+}
+
+void FillThenExit(void* data, void*) {
+  static_cast<Bytes*>(data)->values[0] = 99;
+  _exit(0);
+}
+
+void FillThenHang(void* data, void*) {
+  static_cast<Bytes*>(data)->values[0] = 99;
+  for (;;) pause();
+}
+
+void UseContext(void* data, void* context) {
+  static_cast<Bytes*>(data)->values[2] = *static_cast<int*>(context);
+}
+
+TEST(IsolatedCallTest, ReturnedCallHandsBackItsBytes) {
+  Bytes bytes{};
+  ov::IsolatedResult result = ov::RunIsolated(&bytes, sizeof bytes, FillThenReturn, nullptr, 10000);
+  EXPECT_EQ(result.outcome, ov::IsolatedOutcome::Completed);
+  for (int i = 0; i < 6; ++i) EXPECT_EQ(bytes.values[i], 10 + i);
+
+  int context = 77;
+  ov::RunIsolated(&bytes, sizeof bytes, UseContext, &context, 10000);
+  EXPECT_EQ(bytes.values[2], 77);
+  EXPECT_EQ(bytes.values[1], 11) << "bytes the call left alone come back as they were";
+}
+
+TEST(IsolatedCallTest, FaultExitAndHangLeaveTheCallersBytes) {
+  const Bytes before{{1, 2, 3, 4, 5, 6}};
+  struct Case {
+    ov::IsolatedFn call;
+    ov::IsolatedOutcome outcome;
+    int signal;
+  } cases[] = {
+      {FillThenFault, ov::IsolatedOutcome::Crashed, SIGSEGV},
+      {FillThenExit, ov::IsolatedOutcome::Failed, 0},
+      {FillThenHang, ov::IsolatedOutcome::Crashed, SIGKILL},
+  };
+  for (const Case& c : cases) {
+    Bytes bytes = before;
+    ov::IsolatedResult result = ov::RunIsolated(&bytes, sizeof bytes, c.call, nullptr, 300);
+    EXPECT_EQ(result.outcome, c.outcome);
+    if (c.signal) {
+      EXPECT_EQ(result.signal, c.signal);
+    }
+    EXPECT_EQ(memcmp(&bytes, &before, sizeof bytes), 0);
+  }
+}
+
+}  // namespace

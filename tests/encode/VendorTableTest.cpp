@@ -1,0 +1,166 @@
+// Start-up probing of the encoder libraries, encoder selection by the vendor
+// table, and the capability exports, against a stand-in library that does
+// what each test asks (including faulting) and against the real libraries.
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <initializer_list>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "encode/VendorTable.h"
+#include "orvanta/encoders.h"
+#include "platform/Library.h"
+#include "support/Engine.h"
+#include "support/TestEnv.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+const char* const kAllLibraries[] = {"libIntelCodec.so",   "libAMDCodec2.so",    "libAMDCodec.so",
+                                     "libNvidiaCodec8.so", "libNvidiaCodec5.so", "libGifCodec.so"};
+const char* const kScriptPrefixes[] = {"Intel", "AMD2", "AMD", "nvenc8", "nvenc5"};
+
+std::vector<int32_t> Table() {
+  return std::vector<int32_t>(ov::VendorTable(), ov::VendorTable() + ov::kVendorTableSize);
+}
+
+class VendorTableTest : public ::testing::Test {
+ protected:
+  void TearDown() override {
+    for (const char* prefix : kScriptPrefixes) unsetenv(("OVFAKE_" + std::string(prefix)).c_str());
+  }
+
+  // A folder holding the stand-in library under the given names.
+  std::string LibraryFolder(std::initializer_list<const char*> names) {
+    auto folder = std::make_unique<ovtest::ScratchFolder>("ovfakes");
+    fs::path fake = fs::path(ov::ModuleFolder()) / "test-fakes" / "libFakeCodec.so";
+    for (const char* name : names) fs::create_symlink(fake, fs::path(folder->Path()) / name);
+    m_folders.push_back(std::move(folder));
+    return m_folders.back()->Path();
+  }
+  std::string AllLibraries() {
+    return LibraryFolder({kAllLibraries[0], kAllLibraries[1], kAllLibraries[2], kAllLibraries[3],
+                          kAllLibraries[4], kAllLibraries[5]});
+  }
+  static void Script(const char* prefix, const char* words) {
+    setenv(("OVFAKE_" + std::string(prefix)).c_str(), words, 1);
+  }
+  // Probes the folder and returns what the probe logged.
+  static std::string Probe(const std::string& folder) {
+    size_t mark = ovtest::LogMark();
+    ov::ProbeVideoEncodersIn(folder);
+    return ovtest::LogSince(mark);
+  }
+
+  std::vector<std::unique_ptr<ovtest::ScratchFolder>> m_folders;
+};
+
+TEST_F(VendorTableTest, StepsRunInOrderAndTheNewerLibraryDecidesAboutTheOlder) {
+  Script("Intel", "1=5 2=5 3=5");
+  Script("AMD2", "ret=1");
+  Script("AMD", "2=4");
+  Script("nvenc8", "1=1 ret=0");
+  Script("nvenc5", "3=2");
+  std::string log = Probe(AllLibraries());
+  EXPECT_EQ(Table(), (std::vector<int32_t>{0, 1, 4, 5, 0, 0}))
+      << "AMD after a non-zero AMD2, no nvenc5 after a zero nvenc8, later steps overwrite";
+  EXPECT_EQ(log.find("EXCEPTION"), std::string::npos) << log;
+}
+
+TEST_F(VendorTableTest, FaultInAStepKeepsTheTableOfBeforeAndTheNextStepsRun) {
+  std::string folder = AllLibraries();
+  struct Case {
+    const char* intel;
+    const char* amd2;
+    const char* nvenc5;
+    const char* line;
+    std::vector<int32_t> table;
+  } cases[] = {
+      {"1=5 2=5 crash", "ret=1", "3=2", "EXCEPTION: Intel encoder", {0, 0, 0, 2, 0, 0}},
+      {"1=5 2=5", "1=3 2=3 crash", "3=2", "EXCEPTION: AMD encoder", {0, 5, 5, 2, 0, 0}},
+      {"1=5 2=5", "ret=1", "3=2 1=2 crash", "EXCEPTION: nv encoder", {0, 5, 5, 0, 0, 0}},
+  };
+  Script("nvenc8", "ret=1");
+  for (const Case& c : cases) {
+    Script("Intel", c.intel);
+    Script("AMD2", c.amd2);
+    Script("nvenc5", c.nvenc5);
+    std::string log = Probe(folder);
+    EXPECT_EQ(Table(), c.table) << c.line;
+    EXPECT_NE(log.find(std::string("[ERR]  ") + c.line + "\n"), std::string::npos) << log;
+    EXPECT_EQ(log.find("EXCEPTION", log.find("EXCEPTION") + 1), std::string::npos)
+        << "one fault, one line: " << log;
+  }
+}
+
+TEST_F(VendorTableTest, MissingLibrariesLeaveTheirEntriesEmpty) {
+  Script("AMD", "2=4");
+  std::string log = Probe(LibraryFolder({"libAMDCodec.so"}));
+  EXPECT_EQ(Table(), (std::vector<int32_t>{0, 0, 4, 0, 0, 0}))
+      << "an older library alone is probed as if the newer had failed";
+
+  Probe(LibraryFolder({}));
+  EXPECT_EQ(Table(), (std::vector<int32_t>(ov::kVendorTableSize, 0)));
+  for (int codec = 0; codec <= 5; ++codec) {
+    EXPECT_FALSE(IsSupportHwVideoCodec(codec)) << codec;
+    EXPECT_EQ(IsSupport4KCodec(codec), 1) << codec;
+    EXPECT_EQ(ov::CreateLibraryVideoCodec(codec, nullptr, nullptr), nullptr) << codec;
+  }
+}
+
+TEST_F(VendorTableTest, EncoderComesFromTheCreatorThatTheTableNames) {
+  Probe(AllLibraries());
+  int32_t* table = ov::VendorTable();
+  for (int32_t slot = 1; slot <= 5; ++slot) {
+    table[2] = slot;
+    std::unique_ptr<CVideoCodec> codec(ov::CreateLibraryVideoCodec(2, nullptr, nullptr));
+    ASSERT_NE(codec, nullptr) << slot;
+    EXPECT_EQ(codec->Initialize(2, 64, 64, 30, 3, L"x"), 16 * slot + 2);
+  }
+  table[2] = 7;
+  EXPECT_EQ(ov::CreateLibraryVideoCodec(2, nullptr, nullptr), nullptr);
+  table[2] = 0;
+  EXPECT_EQ(ov::CreateLibraryVideoCodec(2, nullptr, nullptr), nullptr);
+
+  table[4] = 0;
+  std::unique_ptr<CVideoCodec> gif(ov::CreateLibraryVideoCodec(4, nullptr, nullptr));
+  ASSERT_NE(gif, nullptr) << "GIF never looks at the table";
+  EXPECT_EQ(gif->Initialize(4, 64, 64, 30, 3, L"x"), 16 * 6 + 4);
+}
+
+TEST_F(VendorTableTest, CapabilitiesFollowTheTable) {
+  Probe(AllLibraries());
+  int32_t* table = ov::VendorTable();
+  for (int32_t i = 0; i < ov::kVendorTableSize; ++i) table[i] = i;
+  EXPECT_FALSE(IsSupportHwVideoCodec(0));
+  for (int codec = 1; codec <= 5; ++codec) EXPECT_TRUE(IsSupportHwVideoCodec(codec)) << codec;
+  EXPECT_FALSE(IsSupportHwVideoCodec(-1));
+  EXPECT_FALSE(IsSupportHwVideoCodec(6));
+
+  // Entries 3, 4 and 5 ask the AMD2, AMD and Intel libraries; the rest say yes.
+  EXPECT_EQ(IsSupport4KCodec(0), 1);
+  EXPECT_EQ(IsSupport4KCodec(1), 1);
+  EXPECT_EQ(IsSupport4KCodec(2), 1);
+  EXPECT_EQ(IsSupport4KCodec(3), 33);
+  EXPECT_EQ(IsSupport4KCodec(4), 44);
+  EXPECT_EQ(IsSupport4KCodec(5), 55);
+  EXPECT_EQ(IsSupport4KCodec(-1), 1);
+  EXPECT_EQ(IsSupport4KCodec(6), 1);
+}
+
+TEST_F(VendorTableTest, RealLibrariesServeEveryLibraryCodecType) {
+  std::string log = Probe(ov::ModuleFolder());
+  EXPECT_EQ(log.find("EXCEPTION"), std::string::npos) << log;
+  for (int codec = 1; codec <= 3; ++codec) {
+    EXPECT_TRUE(IsSupportHwVideoCodec(codec)) << codec;
+    EXPECT_EQ(IsSupport4KCodec(codec), 1);
+    std::unique_ptr<CVideoCodec> encoder(ov::CreateLibraryVideoCodec(codec, nullptr, nullptr));
+    EXPECT_NE(encoder, nullptr) << codec;
+  }
+}
+
+}  // namespace
