@@ -36,3 +36,35 @@ void Log(int level, const char* format, ...) {
 }
 
 }  // namespace ov::enc
+
+extern "C" {
+#include <libavutil/log.h>
+}
+
+#include <mutex>
+
+namespace ov::enc {
+
+namespace {
+
+// FFmpeg's warnings and errors belong in the engine's log, not on the host's
+// terminal; its chatter below warnings is dropped.
+void ForwardLibavLine(void* context, int level, const char* format, va_list args) {
+  if (level > AV_LOG_WARNING) return;
+  char text[1024];
+  int prefix = 1;
+  av_log_format_line2(context, level, format, args, text, sizeof text, &prefix);
+  Log(level <= AV_LOG_ERROR ? kErr : kWan, "%s", text);
+}
+
+}  // namespace
+
+void RouteLibavLog() {
+  static std::once_flag once;
+  std::call_once(once, [] {
+    // A host with its own FFmpeg log handler keeps it.
+    av_log_set_callback(ForwardLibavLine);
+  });
+}
+
+}  // namespace ov::enc

@@ -9,4 +9,7 @@ void Log(int level, const char* format, ...) __attribute__((format(printf, 2, 3)
 
 enum : int { kDbg = 0, kMsg = 1, kWan = 2, kErr = 3 };
 
+// Sends FFmpeg's own warnings and errors to the engine's log, once per process.
+void RouteLibavLog();
+
 }  // namespace ov::enc
