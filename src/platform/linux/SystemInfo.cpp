@@ -156,7 +156,8 @@ LocaleInfo GetLocaleInfo() {
       break;
     }
   }
-  if (info.locale.empty()) info.locale = "C";
+  // (assign, not = "C": GCC 12 at -O3 warns falsely about the literal copy)
+  if (info.locale.empty()) info.locale.assign(1, 'C');
   std::string language = info.locale.substr(0, info.locale.find_first_of(".@"));
   info.language = language;
   const char* codeset = nl_langinfo(CODESET);
