@@ -22,6 +22,6 @@ run_build build . -DCMAKE_BUILD_TYPE=RelWithDebInfo
 ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
   run_build build-asan . -DCMAKE_BUILD_TYPE=Debug -DORVANTA_SANITIZE=ON
 # ThreadSanitizer on the programs whose subjects run threads of their own.
-TSAN_OPTIONS=halt_on_error=1 \
+TSAN_OPTIONS="halt_on_error=1 suppressions=$PWD/tests/tsan.supp" \
   run_build build-tsan '^(capture|session|audio|encode|output)$' -DCMAKE_BUILD_TYPE=Debug -DORVANTA_TSAN=ON
 echo "all tests passed"
