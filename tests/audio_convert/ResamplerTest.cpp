@@ -185,17 +185,6 @@ TEST(ResampleTone, MonoUpMixesAfterTheResampler) {
   }
 }
 
-TEST(ResampleTone, DownMixesBeforeAnIntegerResampler) {
-  const auto from = MakeFormat(SampleKind::kI16, 6, 48000);
-  const auto to = MakeFormat(SampleKind::kU8, 1, 44100);
-  AudioConverter converter;
-  ASSERT_EQ(converter.Initialize(&from.Format, &to.Format), S_OK);
-  ASSERT_NE(converter.IntResampler(), nullptr);
-  EXPECT_EQ(converter.IntResampler()->Channels(), 1);
-  EXPECT_EQ(converter.IntResampler()->InputWeight(), 147);
-  EXPECT_EQ(converter.IntResampler()->OutputWidth(), 160);
-}
-
 TEST(ResampleTone, TwentyFourBitsResampleAtHalfLevel) {
   // 24-bit samples go through float at a change of rate, where full scale
   // decodes to one half.
