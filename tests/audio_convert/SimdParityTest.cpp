@@ -19,27 +19,27 @@ using ov::audio::SampleKind;
 constexpr int kFrames = 4099;
 
 float AwkwardFloat(std::mt19937& rng) {
-  static const float specials[] = {0.0f,
-                                   -0.0f,
-                                   1.0f,
-                                   -1.0f,
-                                   0.5f / 32768.0f,
-                                   1.5f / 32768.0f,
-                                   -2.5f / 32768.0f,
-                                   32767.5f / 32768.0f,
-                                   0.5f / 128.0f,
-                                   127.5f / 128.0f,
-                                   1e30f,
-                                   -1e30f,
-                                   std::numeric_limits<float>::infinity(),
-                                   -std::numeric_limits<float>::infinity(),
-                                   std::numeric_limits<float>::quiet_NaN(),
-                                   std::numeric_limits<float>::denorm_min(),
-                                   std::numeric_limits<float>::max()};
+  static const float edgeValues[] = {0.0f,
+                                     -0.0f,
+                                     1.0f,
+                                     -1.0f,
+                                     0.5f / 32768.0f,
+                                     1.5f / 32768.0f,
+                                     -2.5f / 32768.0f,
+                                     32767.5f / 32768.0f,
+                                     0.5f / 128.0f,
+                                     127.5f / 128.0f,
+                                     1e30f,
+                                     -1e30f,
+                                     std::numeric_limits<float>::infinity(),
+                                     -std::numeric_limits<float>::infinity(),
+                                     std::numeric_limits<float>::quiet_NaN(),
+                                     std::numeric_limits<float>::denorm_min(),
+                                     std::numeric_limits<float>::max()};
   std::uniform_int_distribution<int> pick(0, 7);
   if (pick(rng) == 0) {
-    std::uniform_int_distribution<size_t> which(0, std::size(specials) - 1);
-    return specials[which(rng)];
+    std::uniform_int_distribution<size_t> which(0, std::size(edgeValues) - 1);
+    return edgeValues[which(rng)];
   }
   std::uniform_real_distribution<float> level(-1.6f, 1.6f);
   return level(rng);
