@@ -1,0 +1,232 @@
+// The box-filter resampler: its ratio, hand-computed outputs, the seamless
+// joining of blocks, and what a tone keeps through a change of rate.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstdio>
+#include <random>
+
+#include "AudioTestUtil.h"
+#include "audio/convert/AudioConverter.h"
+#include "audio/convert/Resampler.h"
+#include "support/TestEnv.h"
+
+namespace {
+
+using audiotest::As;
+using audiotest::Bytes;
+using audiotest::MakeFormat;
+using ov::audio::Resampler;
+using ov::audio::SampleKind;
+
+TEST(ResampleRatio, StepsToTheFirstCommonMultiple) {
+  int32_t weight = 0, width = 0;
+  ASSERT_TRUE(ov::audio::ResampleRatio(44100, 48000, &weight, &width));
+  EXPECT_EQ(weight, 160);
+  EXPECT_EQ(width, 147);
+  ASSERT_TRUE(ov::audio::ResampleRatio(48000, 44100, &weight, &width));
+  EXPECT_EQ(weight, 147);
+  EXPECT_EQ(width, 160);
+  ASSERT_TRUE(ov::audio::ResampleRatio(8000, 48000, &weight, &width));
+  EXPECT_EQ(weight, 6);
+  EXPECT_EQ(width, 1);
+  ASSERT_TRUE(ov::audio::ResampleRatio(32000, 44100, &weight, &width));
+  EXPECT_EQ(weight, 441);
+  EXPECT_EQ(width, 320);
+  EXPECT_FALSE(ov::audio::ResampleRatio(0, 48000, &weight, &width));
+}
+
+template <typename T>
+std::vector<T> Resample(Resampler<T>& r, const std::vector<T>& in) {
+  std::vector<T> out(in.size() * 8 + 8);
+  const int32_t n = r.Run(out.data(), in.data(), static_cast<int32_t>(in.size() * sizeof(T)));
+  out.resize(static_cast<size_t>(n) / sizeof(T));
+  return out;
+}
+
+TEST(Resampler, IntegerMeansTruncateTowardsZero) {
+  Resampler<int16_t> halve(1, 1, 2);
+  EXPECT_EQ(Resample(halve, {1, 2, 3, 4, -1, -2}), (std::vector<int16_t>{1, 3, -1}));
+  Resampler<int16_t> twice(1, 2, 1);
+  EXPECT_EQ(Resample(twice, {7, -3}), (std::vector<int16_t>{7, 7, -3, -3}));
+}
+
+TEST(Resampler, PartlyFilledFrameCarriesIntoTheNextCall) {
+  // 3 -> 2: every input frame weighs 2, every output frame is 3 wide.
+  Resampler<int16_t> r(2, 2, 3);
+  EXPECT_EQ(Resample(r, {30, -30, 60, -60, 90, -90, 120, -120}),
+            (std::vector<int16_t>{40, -40, 80, -80}));
+  EXPECT_EQ(r.Filled(), 2);
+  EXPECT_EQ(Resample(r, {150, -150}), (std::vector<int16_t>{130, -130}));
+  EXPECT_EQ(r.Filled(), 1);
+  EXPECT_EQ(Resample(r, {}), (std::vector<int16_t>{}));
+
+  Resampler<float> f(1, 2, 3);
+  EXPECT_EQ(Resample(f, {0.25f, 0.5f, 1.0f}), (std::vector<float>{1.0f / 3.0f, 2.5f / 3.0f}));
+  EXPECT_EQ(Resample(f, {2.0f}), (std::vector<float>{}));
+  EXPECT_EQ(Resample(f, {1.0f}), (std::vector<float>{5.0f / 3.0f}));
+}
+
+template <typename T>
+void ExpectBlocksJoinWithoutSeam(uint32_t from, uint32_t to, int channels) {
+  int32_t weight, width;
+  ASSERT_TRUE(ov::audio::ResampleRatio(from, to, &weight, &width));
+  std::mt19937 rng(from + to);
+  std::vector<T> in(static_cast<size_t>(from) / 2 * static_cast<size_t>(channels));
+  std::uniform_int_distribution<int> value(-32768, 32767);
+  for (auto& x : in) x = static_cast<T>(value(rng)) / (std::is_same_v<T, float> ? 32768 : 1);
+
+  Resampler<T> whole(channels, weight, width);
+  const auto expected = Resample(whole, in);
+
+  // Blocks of random length, among them empty ones and single frames, most
+  // of them ending inside an output frame.
+  Resampler<T> pieces(channels, weight, width);
+  std::vector<T> joined;
+  std::uniform_int_distribution<size_t> length(0, 700);
+  for (size_t at = 0; at < in.size();) {
+    size_t frames = length(rng);
+    if (frames > 600) frames = frames % 2;
+    const size_t n = std::min(frames * static_cast<size_t>(channels), in.size() - at);
+    std::vector<T> block(in.begin() + static_cast<ptrdiff_t>(at),
+                         in.begin() + static_cast<ptrdiff_t>(at + n));
+    const auto out = Resample(pieces, block);
+    joined.insert(joined.end(), out.begin(), out.end());
+    at += n;
+  }
+  EXPECT_EQ(joined, expected);
+  EXPECT_EQ(expected.size() / static_cast<size_t>(channels),
+            static_cast<size_t>(in.size() / static_cast<size_t>(channels) * weight / width));
+}
+
+TEST(Resampler, BlocksJoinWithoutSeam) {
+  ExpectBlocksJoinWithoutSeam<int16_t>(44100, 48000, 2);
+  ExpectBlocksJoinWithoutSeam<int16_t>(48000, 44100, 1);
+  ExpectBlocksJoinWithoutSeam<float>(44100, 48000, 6);
+  ExpectBlocksJoinWithoutSeam<float>(48000, 44100, 2);
+}
+
+// One second in, run through the converter in blocks of 100 ms.
+std::vector<uint8_t> ConvertStream(const WAVEFORMATEXTENSIBLE& from, const WAVEFORMATEXTENSIBLE& to,
+                                   const std::vector<uint8_t>& in) {
+  AudioConverter converter;
+  EXPECT_EQ(converter.Initialize(&from.Format, &to.Format), S_OK);
+  std::vector<uint8_t> out;
+  const size_t block = from.Format.nAvgBytesPerSec / 10;
+  for (size_t at = 0; at < in.size(); at += block) {
+    const uint8_t* result = nullptr;
+    const int32_t n = converter.Convert(
+        in.data() + at, static_cast<int32_t>(std::min(block, in.size() - at)), &result);
+    out.insert(out.end(), result, result + n);
+  }
+  return out;
+}
+
+void ReportTone(const char* what, const audiotest::ToneMeasure& m, double level) {
+  std::printf("%s: %.4f Hz, level %+.4f dB, residual %.1f dB\n", what, m.frequency,
+              20 * std::log10(m.amplitude / level), m.residualDb);
+}
+
+TEST(ResampleTone, FloatSineUpKeepsFrequencyAndLevel) {
+  const auto from = MakeFormat(SampleKind::kF32, 1, 44100);
+  const auto to = MakeFormat(SampleKind::kF32, 1, 48000);
+  const auto out =
+      As<float>(ConvertStream(from, to, Bytes(audiotest::Sine(1000, 0.5, 44100, 44100 * 2))));
+  EXPECT_NEAR(static_cast<double>(out.size()), 96000, 1);
+  const auto m = audiotest::MeasureTone(out, 48000);
+  ReportTone("f32 44100->48000", m, 0.5);
+  EXPECT_NEAR(m.frequency, 1000.0, 0.01);
+  EXPECT_NEAR(20 * std::log10(m.amplitude / 0.5), 0.0, 0.05);
+  EXPECT_LT(m.residualDb, -40);
+}
+
+TEST(ResampleTone, SixteenBitStereoDownKeepsFrequencyAndLevel) {
+  const auto from = MakeFormat(SampleKind::kI16, 2, 48000);
+  const auto to = MakeFormat(SampleKind::kI16, 2, 44100);
+  const auto sine = audiotest::Sine(1000, 0.5, 48000, 48000 * 2);
+  std::vector<int16_t> in;
+  for (float x : sine) {
+    const auto s = static_cast<int16_t>(std::lrint(x * 32767));
+    in.push_back(s);
+    in.push_back(static_cast<int16_t>(-s));
+  }
+  const auto pcm = As<int16_t>(ConvertStream(from, to, Bytes(in)));
+  std::vector<float> out;
+  for (int16_t s : pcm) out.push_back(static_cast<float>(s) / 32767.0f);
+  for (int c = 0; c < 2; ++c) {
+    const auto m = audiotest::MeasureTone(audiotest::Channel(out, 2, c), 44100);
+    ReportTone(c == 0 ? "i16 48000->44100 left" : "i16 48000->44100 right", m, 0.5);
+    EXPECT_NEAR(m.frequency, 1000.0, 0.01);
+    EXPECT_NEAR(20 * std::log10(m.amplitude / 0.5), 0.0, 0.05);
+    EXPECT_LT(m.residualDb, -40);
+  }
+}
+
+TEST(ResampleTone, MonoUpMixesAfterTheResampler) {
+  const auto from = MakeFormat(SampleKind::kI16, 1, 44100);
+  const auto to = MakeFormat(SampleKind::kF32, 8, 48000);
+  AudioConverter converter;
+  ASSERT_EQ(converter.Initialize(&from.Format, &to.Format), S_OK);
+  ASSERT_NE(converter.FloatResampler(), nullptr);
+  EXPECT_EQ(converter.FloatResampler()->Channels(), 1);
+  EXPECT_EQ(converter.IntResampler(), nullptr);
+  EXPECT_NE(converter.PreStage(), nullptr);
+  EXPECT_NE(converter.PostStage(), nullptr);
+
+  std::vector<int16_t> in(4410, 16384);
+  const uint8_t* result = nullptr;
+  const int32_t n = converter.Convert(in.data(), static_cast<int32_t>(in.size() * 2), &result);
+  const auto out = As<float>(result, static_cast<size_t>(n));
+  ASSERT_EQ(out.size(), 4800u * 8);
+  for (size_t i = 0; i < out.size(); i += 8) {
+    ASSERT_EQ(out[i], out[i + 1]);
+    ASSERT_NEAR(out[i], 16384.0f / 32767.0f, 1e-6);
+    for (int c = 2; c < 8; ++c) ASSERT_EQ(out[i + static_cast<size_t>(c)], 0.0f);
+  }
+}
+
+TEST(ResampleTone, TwentyFourBitsResampleAtHalfLevel) {
+  // 24-bit samples go through float at a change of rate, where full scale
+  // decodes to one half.
+  const auto from = MakeFormat(SampleKind::kI24, 1, 48000);
+  const auto to = MakeFormat(SampleKind::kI16, 1, 44100);
+  std::vector<uint8_t> in;
+  for (int i = 0; i < 4800; ++i) in.insert(in.end(), {0xFF, 0xFF, 0x7F});
+  const auto out = As<int16_t>(ConvertStream(from, to, in));
+  ASSERT_EQ(out.size(), 4410u);
+  for (int16_t s : out) ASSERT_EQ(s, 16384);
+}
+
+// sox makes the tone and measures our result: an independent reading of
+// frequency and level.
+TEST(ResampleTone, SoxAgreesOnFrequencyAndLevel) {
+  ovtest::ScratchFolder folder("orvanta-resample");
+  const std::string in = folder.Path() + "/in.raw";
+  const std::string out = folder.Path() + "/out.raw";
+  int code = -1;
+  ovtest::RunCapture("sox -n -r 44100 -c 1 -b 16 -e signed-integer -t raw '" + in +
+                         "' synth 2 sine 1000 vol 0.5 2>&1",
+                     &code);
+  ASSERT_EQ(code, 0);
+  const std::string raw = ovtest::ReadFile(in);
+  ASSERT_EQ(raw.size(), 44100u * 2 * 2);
+  const auto converted =
+      ConvertStream(MakeFormat(SampleKind::kI16, 1, 44100), MakeFormat(SampleKind::kF32, 1, 48000),
+                    std::vector<uint8_t>(raw.begin(), raw.end()));
+  ovtest::WriteFile(out, std::string(converted.begin(), converted.end()));
+  const std::string stat = ovtest::RunCapture(
+      "sox -t raw -r 48000 -c 1 -b 32 -e floating-point '" + out + "' -n stat 2>&1", &code);
+  ASSERT_EQ(code, 0) << stat;
+  double frequency = 0, rms = 0;
+  for (const auto& line : ovtest::Lines(stat)) {
+    std::sscanf(line.c_str(), "Rough   frequency: %lf", &frequency);
+    std::sscanf(line.c_str(), "RMS     amplitude: %lf", &rms);
+  }
+  std::printf("sox on 44100->48000: rough frequency %.0f Hz, RMS %.5f (sine 0.5 has %.5f)\n",
+              frequency, rms, 0.5 / std::sqrt(2.0));
+  EXPECT_NEAR(frequency, 1000, 5);
+  // Decoding by 32767 and the sox tone's own rounding both stay far inside 0.1 dB.
+  EXPECT_NEAR(20 * std::log10(rms / (0.5 / std::sqrt(2.0))), 0.0, 0.1);
+}
+
+}  // namespace
