@@ -114,18 +114,19 @@ TEST_F(AudioCaptureTest, LoopbackRecordsThePlayedToneUnchanged) {
   ASSERT_NE(file, nullptr);
   const WaveContent wave = ovtest::ReadWave(file->szWaveOutFile);
   ASSERT_TRUE(wave.opened);
-  const WAVEFORMATEX& f = wave.format.Format;
-  EXPECT_EQ(f.wFormatTag, WAVE_FORMAT_EXTENSIBLE);
-  EXPECT_EQ(f.nChannels, 2);
-  EXPECT_EQ(f.nSamplesPerSec, 48000u);
-  EXPECT_EQ(f.wBitsPerSample, 16);
+  const ovtest::FormatFields f = ovtest::Fields(wave.format);
+  EXPECT_EQ(f.tag, WAVE_FORMAT_EXTENSIBLE);
+  EXPECT_EQ(f.channels, 2u);
+  EXPECT_EQ(f.rate, 48000u);
+  EXPECT_EQ(f.bits, 16u);
+  EXPECT_FALSE(f.isFloat);
   EXPECT_TRUE(IsEqualGUID(wave.format.SubFormat, KSDATAFORMAT_SUBTYPE_PCM));
-  EXPECT_EQ(wave.format.dwChannelMask, 3u);
+  EXPECT_EQ(f.mask, 3u);
 
   // Three seconds of recording, silence included, with no gap.
   EXPECT_NEAR(Seconds(file->nWaveOutDuration), 3.0, 0.15);
   EXPECT_EQ(file->nWaveOutDuration,
-            static_cast<REFERENCE_TIME>(wave.data.size() * 10000000ull / f.nAvgBytesPerSec));
+            static_cast<REFERENCE_TIME>(wave.data.size() * 10000000ull / f.avgBytes));
   EXPECT_EQ(file->nDuration, 4u) << "whole seconds, rounded up past the exact value";
   const std::string probe = ovtest::Probe(Utf8(file->szWaveOutFile));
   EXPECT_EQ(probe.rfind("pcm_s16le,48000,2,", 0), 0u) << probe;
@@ -241,13 +242,13 @@ TEST_P(SinkFormatTest, RecordsInTheDevicesOwnFormat) {
 
   const WaveContent wave = ovtest::ReadWave(GetCapturedFile()->szWaveOutFile);
   ASSERT_TRUE(wave.opened);
-  const WAVEFORMATEXTENSIBLE& f = wave.format;
-  EXPECT_EQ(f.Format.wFormatTag, WAVE_FORMAT_EXTENSIBLE);
-  EXPECT_EQ(f.Format.nChannels, c.format.channels);
-  EXPECT_EQ(f.Format.nSamplesPerSec, c.format.rate);
-  EXPECT_EQ(f.Format.wBitsPerSample, 8 * c.format.SampleBytes());
-  EXPECT_EQ(f.dwChannelMask, c.mask);
-  EXPECT_TRUE(IsEqualGUID(f.SubFormat,
+  const ovtest::FormatFields f = ovtest::Fields(wave.format);
+  EXPECT_EQ(f.tag, WAVE_FORMAT_EXTENSIBLE);
+  EXPECT_EQ(f.channels, c.format.channels);
+  EXPECT_EQ(f.rate, c.format.rate);
+  EXPECT_EQ(f.bits, 8 * c.format.SampleBytes());
+  EXPECT_EQ(f.mask, c.mask);
+  EXPECT_TRUE(IsEqualGUID(wave.format.SubFormat,
                           c.isFloat ? KSDATAFORMAT_SUBTYPE_IEEE_FLOAT : KSDATAFORMAT_SUBTYPE_PCM));
   ExpectHoldsExactly(wave, tone, c.channelOf);
 }

@@ -100,6 +100,21 @@ bool WaitForExit(pid_t pid, int timeoutMs) {
   return false;
 }
 
+FormatFields Fields(const WAVEFORMATEXTENSIBLE& format) {
+  const WAVEFORMATEX& f = format.Format;
+  const bool extensible = f.wFormatTag == WAVE_FORMAT_EXTENSIBLE;
+  return {f.wFormatTag,
+          f.nChannels,
+          f.nSamplesPerSec,
+          f.nAvgBytesPerSec,
+          f.nBlockAlign,
+          f.wBitsPerSample,
+          extensible ? format.Samples.wValidBitsPerSample : f.wBitsPerSample,
+          extensible ? format.dwChannelMask : 0u,
+          extensible ? IsEqualGUID(format.SubFormat, KSDATAFORMAT_SUBTYPE_IEEE_FLOAT)
+                     : f.wFormatTag == WAVE_FORMAT_IEEE_FLOAT};
+}
+
 size_t WaveContent::Frames() const {
   return format.Format.nBlockAlign ? data.size() / format.Format.nBlockAlign : 0;
 }
@@ -107,10 +122,7 @@ size_t WaveContent::Frames() const {
 double WaveContent::Sample(size_t frame, uint32_t channel) const {
   const uint32_t bytes = format.Format.wBitsPerSample / 8;
   const uint8_t* at = Frame(frame) + channel * bytes;
-  const bool isFloat = format.Format.wFormatTag == WAVE_FORMAT_IEEE_FLOAT ||
-                       (format.Format.wFormatTag == WAVE_FORMAT_EXTENSIBLE &&
-                        IsEqualGUID(format.SubFormat, KSDATAFORMAT_SUBTYPE_IEEE_FLOAT));
-  if (isFloat) {
+  if (Fields(format).isFloat) {
     float v;
     std::memcpy(&v, at, 4);
     return v;

@@ -52,6 +52,14 @@ bool WaitForMonitor(const std::string& sink, const std::string& folder);
 // Waits for a child to end; false (and the child killed) after timeoutMs.
 bool WaitForExit(pid_t pid, int timeoutMs);
 
+// The fields of a packed format record, as plain values that test macros
+// can take by reference.
+struct FormatFields {
+  uint32_t tag, channels, rate, avgBytes, blockAlign, bits, validBits, mask;
+  bool isFloat;
+};
+FormatFields Fields(const WAVEFORMATEXTENSIBLE& format);
+
 // A wave temp file read back with the engine's reader.
 struct WaveContent {
   bool opened = false;
