@@ -138,20 +138,19 @@ HRESULT CAudioSource::InitializeSixChannels(const AudioEndpoint& pDevice,
 }
 
 HRESULT CAudioSource::StartCaptureThread() {
-  Event started(Event::Reset::Auto);
   try {
-    m_hThread = std::thread(&CAudioSource::CaptureThread, this, &started);
+    m_hThread = std::thread(&CAudioSource::CaptureThread, this);
   } catch (const std::system_error& error) {
     WriteLog(kErr, "Failed(%d) to create capture thread\n", error.code().value());
     return E_FAIL;
   }
-  started.Wait();
+  m_hStarted.Wait();
   return S_OK;
 }
 
-void CAudioSource::CaptureThread(Event* pStarted) {
+void CAudioSource::CaptureThread() {
   SetCurrentThreadName(m_Type == AudioDevice_Capture ? "ov-audio-mic" : "ov-audio-loop");
-  pStarted->Set();
+  m_hStarted.Set();
   m_pAudioClient->Start();
   const WAVEFORMATEXTENSIBLE* pFormat = &Format();
   HRESULT hr;

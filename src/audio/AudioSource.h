@@ -37,7 +37,7 @@ class CAudioSource : public CWaveEncoder, public CRecoderProvidedClock {
   HRESULT InitializeSixChannels(const ov::AudioEndpoint& pDevice,
                                 WAVEFORMATEXTENSIBLE* pDeviceFormat);
   HRESULT StartCaptureThread();
-  void CaptureThread(ov::Event* pStarted);
+  void CaptureThread();
 
   std::unique_ptr<ov::AudioClient> m_pAudioClient;
   std::unique_ptr<ov::AudioCaptureClient> m_pCaptureClient;
@@ -47,6 +47,9 @@ class CAudioSource : public CWaveEncoder, public CRecoderProvidedClock {
   uint32_t m_nChannels = 0;
   uint32_t m_nFrameBytes = 0;
   std::thread m_hThread;
+  // Outlives the thread's signal: a waiter that wakes may not free it while
+  // the signal is still on its way out.
+  ov::Event m_hStarted{ov::Event::Reset::Auto};
   // Ends the thread of a source deleted while the recording still runs.
   std::atomic<bool> m_bQuit{false};
 };
