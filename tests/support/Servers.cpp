@@ -101,12 +101,11 @@ PulseServer::PulseServer() {
   m_server = "unix:" + socket;
   setenv("XDG_RUNTIME_DIR", m_runtime.c_str(), 1);
   setenv("PULSE_SERVER", m_server.c_str(), 1);
-  pid_t pid = Spawn({"pulseaudio", "-n", "--daemonize=no", "--exit-idle-time=-1", "--use-pid-file=no",
-                     "--disable-shm=yes", "-L",
+  pid_t pid = Spawn({"pulseaudio", "-n", "--daemonize=no", "--exit-idle-time=-1",
+                     "--use-pid-file=no", "--disable-shm=yes", "-L",
                      "module-native-protocol-unix auth-anonymous=1 socket=" + socket, "-L",
                      "module-null-sink sink_name=nullsink rate=48000", "-L",
-                     "module-null-sink sink_name=micsink rate=48000", "-L",
-                     "module-always-sink"});
+                     "module-null-sink sink_name=micsink rate=48000", "-L", "module-always-sink"});
   bool up = WaitUntil(
       [&] {
         if (!Alive(pid)) return true;
@@ -122,6 +121,12 @@ PulseServer::PulseServer() {
   m_pid = pid;
   Pactl("set-default-sink nullsink");
   Pactl("set-default-source micsink.monitor");
+  for (const char* monitor : {"nullsink.monitor", "micsink.monitor"}) {
+    m_readers.push_back(Spawn({"parec", "--raw", "--latency-msec=10", "-d", monitor}));
+    // Returns once the sink has caught up with what it had rendered ahead.
+    RunCapture(std::string("timeout 5 parec --raw --latency-msec=10 -d ") + monitor +
+               " | head -c 4 >/dev/null");
+  }
 }
 
 std::string PulseServer::Pactl(const std::string& args, int* exitCode) const {
@@ -129,6 +134,7 @@ std::string PulseServer::Pactl(const std::string& args, int* exitCode) const {
 }
 
 PulseServer::~PulseServer() {
+  for (pid_t reader : m_readers) Stop(reader);
   Stop(m_pid);
   std::error_code ec;
   if (!m_runtime.empty()) std::filesystem::remove_all(m_runtime, ec);
