@@ -3,9 +3,12 @@
 // hold exactly what was played, in the device's own format.
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <chrono>
 #include <cmath>
 #include <cstring>
+#include <cwchar>
+#include <filesystem>
 #include <string>
 #include <thread>
 
@@ -373,5 +376,89 @@ INSTANTIATE_TEST_SUITE_P(Devices, VanishingDeviceTest,
                            return std::string(info.param == AudioDevice_Render ? "Output"
                                                                                : "Microphone");
                          });
+
+}  // namespace
+
+namespace {
+
+// Stands for the audio-only recorder: counts what the sources report.
+struct PacketCounter : CWriterStatistics, CAudioSourceCallback {
+  std::atomic<int64_t> samples{0};
+  std::atomic<int64_t> frames[2] = {0, 0};
+  std::atomic<int> formatMismatches{0};
+  const WAVEFORMATEXTENSIBLE* formats[2] = {nullptr, nullptr};
+  void AddBytes(int64_t count) override { samples += count; }
+  void AddFrame() override {}
+  void OnAudioPacket(AudioDeviceType type, const WAVEFORMATEXTENSIBLE* pFormat, const BYTE*,
+                     uint32_t nFrames) override {
+    if (pFormat != formats[type]) ++formatMismatches;
+    frames[type] += nFrames;
+  }
+};
+
+TEST_F(AudioCaptureTest, StreamReportsEveryPacketItWritesAndStopWritesDurations) {
+  const std::wstring folder = m_folder.WidePath();
+  g_Recording = new CapturedFile{};
+  std::swprintf(g_Recording->szWaveOutFile, OV_MAX_PATH, L"%ls/Speaker.wav", folder.c_str());
+  std::swprintf(g_Recording->szWaveInFile, OV_MAX_PATH, L"%ls/AudioCapture.wav", folder.c_str());
+  g_bAudioEnabled[0] = g_bAudioEnabled[1] = 1;
+  g_bRunning.exchange(1);
+
+  PacketCounter counter;
+  auto stream = std::make_unique<CAudioStream>();
+  ASSERT_EQ(stream->Initialize(&counter, &counter), S_OK);
+  for (int i = 0; i < 2; ++i) counter.formats[i] = &stream->Source(i)->Format();
+  g_bRecording.exchange(1);
+  SleepMs(800);
+  g_bRecording.exchange(0);
+  g_bRunning.exchange(0);
+  stream->Stop();
+  const int64_t written[2] = {stream->Source(0)->BytesWritten(), stream->Source(1)->BytesWritten()};
+  stream.reset();
+
+  EXPECT_EQ(counter.formatMismatches.load(), 0) << "each packet comes with its source's format";
+  for (int i = 0; i < 2; ++i) {
+    EXPECT_GT(counter.frames[i].load(), 0);
+    EXPECT_EQ(counter.frames[i].load() * 4, written[i]);
+  }
+  EXPECT_EQ(counter.samples.load(), 2 * (counter.frames[0].load() + counter.frames[1].load()))
+      << "statistics count samples, not bytes";
+  EXPECT_EQ(g_Recording->nWaveOutDuration, written[0] * 10000000 / 192000);
+  EXPECT_EQ(g_Recording->nWaveInDuration, written[1] * 10000000 / 192000);
+  EXPECT_EQ(ovtest::ReadWave(g_Recording->szWaveInFile).data.size(),
+            static_cast<size_t>(written[1]));
+}
+
+TEST_F(AudioCaptureTest, MicrophoneFailureFailsTheWholeStart) {
+  // A folder where the microphone's file should go: it cannot be created.
+  std::filesystem::create_directory(m_folder.Path() + "/AudioCapture.wav");
+  const size_t mark = ovtest::LogMark();
+  Options o(1, 1);
+  HRESULT hr = S_OK;
+  CScreenRecoderObject* recorder =
+      ovVideoRecord(0, m_folder.WidePath().c_str(), &o.video, o.audio, &o.mouse, 0, &hr);
+  EXPECT_EQ(recorder, nullptr);
+  EXPECT_EQ(hr, E_FAIL);
+  EXPECT_FALSE(g_bRunning.load());
+  const std::string log = ovtest::LogSince(mark);
+  const char* expected[] = {
+      "Failed(21) to create file:",
+      "Failed(0x80004005) in CWaveEncoder::Initialize(szOutFile, (WAVEFORMATEXTENSIBLE "
+      "*)pDeviceFormat), FILE:",
+      "Failed(0x80004005) in m_pSources[i]->Initialize((AudioDeviceType)i, i == 1 ? "
+      "g_Recording->szWaveInFile : g_Recording->szWaveOutFile), FILE:",
+      "Failed(0x80004005) in m_pAudioStream->Initialize(this, __nullptr), FILE:",
+      "Failed(0x80004005) to Initialize recorder, delete...\n",
+  };
+  size_t at = 0;
+  for (const char* line : expected) {
+    size_t found = log.find(line, at);
+    ASSERT_NE(found, std::string::npos) << "missing or out of order: " << line << "\n" << log;
+    at = found;
+  }
+  // The loopback source had started: it was stopped and its file finished.
+  const WaveContent loopback = ovtest::ReadWave(GetCapturedFile()->szWaveOutFile);
+  EXPECT_TRUE(loopback.opened);
+}
 
 }  // namespace

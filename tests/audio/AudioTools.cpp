@@ -84,7 +84,8 @@ pid_t Play(const Signal& signal, const std::string& sink, const std::string& fol
 bool WaitForMonitor(const std::string& sink, const std::string& folder) {
   const std::string out = folder + "/" + sink + ".monitor.raw";
   const pid_t reader = Spawn(
-      {"sh", "-c", "parec --raw --latency-msec=10 -d " + sink + ".monitor | head -c 4 > " + out});
+      {"sh", "-c",
+       "parec --raw --latency-msec=10 -d " + sink + ".monitor 2>/dev/null | head -c 4 > " + out});
   const bool ended = WaitForExit(reader, 5000);
   return ended && ReadFile(out).size() == 4;
 }

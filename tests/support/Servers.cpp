@@ -125,7 +125,7 @@ PulseServer::PulseServer() {
     m_readers.push_back(Spawn({"parec", "--raw", "--latency-msec=10", "-d", monitor}));
     // Returns once the sink has caught up with what it had rendered ahead.
     RunCapture(std::string("timeout 5 parec --raw --latency-msec=10 -d ") + monitor +
-               " | head -c 4 >/dev/null");
+               " 2>/dev/null | head -c 4 >/dev/null");
   }
 }
 
