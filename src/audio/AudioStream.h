@@ -3,32 +3,41 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 
+#include "audio/AudioSource.h"
+#include "audio/AudioSourceCallback.h"
 #include "audio/RecoderProvidedClock.h"
 #include "capture/WriterStatistics.h"
 #include "orvanta/types.h"
-
-class CAudioSource;
-class CAudioSourceCallback;
+#include "platform/SilentPlayer.h"
 
 class CAudioStream {
  public:
-  CAudioStream();
+  CAudioStream() = default;
+  // Finishes the wave files; only then may readers open them.
   virtual ~CAudioStream();
   CAudioStream(const CAudioStream&) = delete;
   CAudioStream& operator=(const CAudioStream&) = delete;
 
-  // Creates and starts the sources that g_bAudioEnabled asks for.
+  // Creates and starts the sources that g_bAudioEnabled asks for, then the
+  // silent player. pCallback may be null. On failure the owner deletes the
+  // stream.
   HRESULT Initialize(CWriterStatistics* pStatistics, CAudioSourceCallback* pCallback);
   // After the owner cleared g_bRecording and g_bRunning: joins the capture
   // threads and writes the durations into g_Recording.
   void Stop();
 
-  // The first source created; null without sources.
-  CRecoderProvidedClock* Clock() const;
-  CAudioSource* Source(int index) const { return m_pSources[index]; }
+  // The first source created: the loopback one when there is one. Null
+  // without sources.
+  CRecoderProvidedClock* Clock() const { return m_pClockSource; }
+  CAudioSource* Source(int index) const { return m_pSources[index].get(); }
 
  private:
-  CAudioSource* m_pSources[2] = {nullptr, nullptr};
+  HRESULT StartSilentPlayer();
+  void StopSilentPlayer();
+
+  std::unique_ptr<CAudioSource> m_pSources[2];
   CAudioSource* m_pClockSource = nullptr;
+  std::unique_ptr<ov::SilentPlayer> m_pAudioClient;
 };

@@ -21,6 +21,18 @@ done
 g++ -std=c++20 -Wall -Wextra -Werror $flags "$here/host.cpp" -o "$work/host" \
     $(pkg-config --cflags --libs orvanta)
 
+# The session records the system's sound: a private sound server with a null
+# sink as its output, ended by its pid.
+export XDG_RUNTIME_DIR=$work/run
+mkdir -m 700 "$XDG_RUNTIME_DIR"
+export PULSE_SERVER=unix:$XDG_RUNTIME_DIR/native
+pulseaudio -n --daemonize=no --exit-idle-time=-1 --use-pid-file=no --disable-shm=yes \
+  -L "module-native-protocol-unix auth-anonymous=1 socket=$XDG_RUNTIME_DIR/native" \
+  -L "module-null-sink sink_name=nullsink rate=48000" >/dev/null 2>&1 &
+pulse=$!
+trap 'kill $pulse 2>/dev/null; wait $pulse 2>/dev/null; rm -rf "$work"' EXIT
+for _ in $(seq 100); do pactl info >/dev/null 2>&1 && break; sleep 0.1; done
+
 export XDG_DOCUMENTS_DIR=$work/docs
 "$work/host" "$work/temp"
 log="$work/docs/Log Files/Orvanta0.log"

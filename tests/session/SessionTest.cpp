@@ -16,7 +16,7 @@
 namespace {
 
 auto* const g_env = ::testing::AddGlobalTestEnvironment(
-    new ovtest::EngineEnvironment(ovtest::EngineEnvironment::Options{1280, 720, false}));
+    new ovtest::EngineEnvironment(ovtest::EngineEnvironment::Options{1280, 720, true}));
 
 void SleepMs(int ms) { std::this_thread::sleep_for(std::chrono::milliseconds(ms)); }
 

@@ -121,6 +121,12 @@ PulseServer::PulseServer() {
   m_pid = pid;
   Pactl("set-default-sink nullsink");
   Pactl("set-default-source micsink.monitor");
+  for (const char* monitor : {"nullsink.monitor", "micsink.monitor"}) {
+    m_readers.push_back(Spawn({"parec", "--raw", "--latency-msec=10", "-d", monitor}));
+    // Returns once the sink has caught up with what it had rendered ahead.
+    RunCapture(std::string("timeout 5 parec --raw --latency-msec=10 -d ") + monitor +
+               " 2>/dev/null | head -c 4 >/dev/null");
+  }
 }
 
 std::string PulseServer::Pactl(const std::string& args, int* exitCode) const {
@@ -128,6 +134,7 @@ std::string PulseServer::Pactl(const std::string& args, int* exitCode) const {
 }
 
 PulseServer::~PulseServer() {
+  for (pid_t reader : m_readers) Stop(reader);
   Stop(m_pid);
   std::error_code ec;
   if (!m_runtime.empty()) std::filesystem::remove_all(m_runtime, ec);

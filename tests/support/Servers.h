@@ -34,6 +34,9 @@ class XvfbServer {
 // A PulseAudio daemon in its own runtime folder with a null sink "nullsink"
 // as the default sink, and a second null sink "micsink" whose monitor is the
 // default source. Sets PULSE_SERVER for this process while it lives.
+// An idle null sink renders up to two seconds ahead, so that a new monitor
+// capture would wait that long for its first samples; a low-latency reader
+// on each monitor keeps both sinks running like sound cards instead.
 class PulseServer {
  public:
   PulseServer();
@@ -48,6 +51,7 @@ class PulseServer {
 
  private:
   pid_t m_pid = -1;
+  std::vector<pid_t> m_readers;
   std::string m_runtime;
   std::string m_server;
 };

@@ -1,0 +1,47 @@
+// Writes a wave temp file: the 68-byte header, then the samples exactly as
+// the device delivered them. The header is only true once the writer is
+// destroyed; until then it carries unknown lengths, so that a file left by a
+// crash still reads up to its last flush.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <cstdlib>
+#include <memory>
+
+#include "orvanta/types.h"
+#include "platform/SequentialFile.h"
+
+class CWaveEncoder {
+ public:
+  static constexpr uint32_t kBufferSize = 0x80000;
+  static constexpr uint32_t kBufferAlignment = 4096;
+
+  CWaveEncoder();
+  // Finishes the file: the last samples, then the true header.
+  virtual ~CWaveEncoder();
+  CWaveEncoder(const CWaveEncoder&) = delete;
+  CWaveEncoder& operator=(const CWaveEncoder&) = delete;
+
+  // Replaces any file of that name. S_OK, or E_FAIL when it cannot be made.
+  HRESULT Initialize(const wchar_t* szOutFile, const WAVEFORMATEXTENSIBLE* pFormat);
+
+  // Capture thread only. The disk is touched once per kBufferSize bytes.
+  void Write(const void* pData, uint32_t cbData);
+
+  // Sample bytes accepted so far, failed writes included; any thread may read it.
+  int64_t BytesWritten() const { return m_nBytesWritten.load(std::memory_order_relaxed); }
+  const WAVEFORMATEXTENSIBLE& Format() const { return m_Format; }
+  const wchar_t* Path() const { return m_szOutFile; }
+
+ private:
+  void Flush();
+  void Finish();
+
+  wchar_t m_szOutFile[OV_MAX_PATH] = {};
+  ov::SequentialFile m_hFile;
+  WAVEFORMATEXTENSIBLE m_Format{};
+  std::atomic<int64_t> m_nBytesWritten{0};
+  uint32_t m_nWaiting = 0;
+  std::unique_ptr<uint8_t, decltype(&std::free)> m_pBuffer;
+};

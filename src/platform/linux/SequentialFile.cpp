@@ -1,0 +1,74 @@
+#include "platform/SequentialFile.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+
+namespace ov {
+
+bool SequentialFile::Create(const wchar_t* path) {
+  m_fd.Reset(open(ToUtf8(path).c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644));
+  if (!m_fd.Valid()) return false;
+  posix_fadvise(m_fd.Get(), 0, 0, POSIX_FADV_SEQUENTIAL);
+  return true;
+}
+
+bool SequentialFile::Open(const wchar_t* path) {
+  m_fd.Reset(open(ToUtf8(path).c_str(), O_RDONLY | O_CLOEXEC));
+  if (!m_fd.Valid()) return false;
+  posix_fadvise(m_fd.Get(), 0, 0, POSIX_FADV_SEQUENTIAL);
+  return true;
+}
+
+bool SequentialFile::Write(const void* data, uint32_t count) {
+  const char* p = static_cast<const char*>(data);
+  while (count > 0) {
+    ssize_t n = write(m_fd.Get(), p, count);
+    if (n < 0 && errno == EINTR) continue;
+    if (n <= 0) {
+      if (n == 0) errno = ENOSPC;
+      return false;
+    }
+    p += n;
+    count -= static_cast<uint32_t>(n);
+  }
+  return true;
+}
+
+bool SequentialFile::WriteAt(const void* data, uint32_t count, int64_t offset) {
+  const char* p = static_cast<const char*>(data);
+  while (count > 0) {
+    ssize_t n = pwrite(m_fd.Get(), p, count, offset);
+    if (n < 0 && errno == EINTR) continue;
+    if (n <= 0) {
+      if (n == 0) errno = ENOSPC;
+      return false;
+    }
+    p += n;
+    offset += n;
+    count -= static_cast<uint32_t>(n);
+  }
+  return true;
+}
+
+int64_t SequentialFile::Read(void* data, uint32_t count) {
+  ssize_t n;
+  do {
+    n = read(m_fd.Get(), data, count);
+  } while (n < 0 && errno == EINTR);
+  return n;
+}
+
+bool SequentialFile::Seek(int64_t offset) { return lseek(m_fd.Get(), offset, SEEK_SET) >= 0; }
+
+bool SequentialFile::SeekToEnd() { return lseek(m_fd.Get(), 0, SEEK_END) >= 0; }
+
+int64_t SequentialFile::Size() const {
+  struct stat st;
+  if (fstat(m_fd.Get(), &st) != 0) return -1;
+  return st.st_size;
+}
+
+}  // namespace ov

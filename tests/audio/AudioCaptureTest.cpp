@@ -1,0 +1,464 @@
+// Audio recordings through ovVideoRecord against a private PulseAudio
+// daemon: known signals are played into null sinks, and the wave files must
+// hold exactly what was played, in the device's own format.
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <cmath>
+#include <cstring>
+#include <cwchar>
+#include <filesystem>
+#include <string>
+#include <thread>
+
+#include "AudioTools.h"
+#include "audio/AudioStream.h"
+#include "orvanta/orvanta.h"
+#include "platform/Clock.h"
+#include "session/Globals.h"
+#include "session/ScreenCapture.h"
+#include "support/Engine.h"
+
+namespace {
+
+using ovtest::RawFormat;
+using ovtest::Signal;
+using ovtest::WaveContent;
+
+constexpr RawFormat kNullSink{"s16le", 48000, 2};
+
+void SleepMs(int ms) { std::this_thread::sleep_for(std::chrono::milliseconds(ms)); }
+
+std::string Pactl(const std::string& args) { return ovtest::RunCapture("pactl " + args + " 2>&1"); }
+
+std::string Utf8(const wchar_t* path) {
+  std::string out;
+  for (; *path; ++path) out += static_cast<char>(*path);
+  return out;
+}
+
+double Seconds(REFERENCE_TIME t) { return t / 1e7; }
+
+// The played signal must stand in the recording unchanged and whole, with
+// silence around it and nothing else.
+void ExpectHoldsExactly(const WaveContent& wave, const Signal& played,
+                        const std::vector<uint32_t>& channelOf = {}) {
+  size_t first = 0, last = 0;
+  ASSERT_TRUE(ovtest::NonSilentSpan(wave, &first, &last)) << "nothing but silence";
+  ASSERT_EQ(last - first + 1, played.Frames()) << "the signal is not there whole";
+  const RawFormat f = played.Format();
+  const uint32_t sample = f.SampleBytes();
+  size_t mismatches = 0;
+  for (size_t n = 0; n < played.Frames(); ++n) {
+    const uint8_t* got = wave.Frame(first + n);
+    const uint8_t* want = played.Bytes().data() + n * f.FrameBytes();
+    for (uint32_t c = 0; c < f.channels; ++c) {
+      const uint32_t from = channelOf.empty() ? c : channelOf[c];
+      if (std::memcmp(got + c * sample, want + from * sample, sample) != 0) ++mismatches;
+    }
+  }
+  EXPECT_EQ(mismatches, 0u) << "samples differ from what was played";
+}
+
+struct Options {
+  VideoOpt video{};
+  AudioOpt audio{};
+  MouseOpt mouse{};
+  Options(BOOL render, BOOL capture) {
+    video.FrameRate = 30;
+    audio = {render, capture};
+  }
+};
+
+class AudioCaptureTest : public ::testing::Test {
+ protected:
+  CScreenCapture* Record(Options o) {
+    HRESULT hr = E_FAIL;
+    CScreenRecoderObject* recorder =
+        ovVideoRecord(0, m_folder.WidePath().c_str(), &o.video, o.audio, &o.mouse, 0, &hr);
+    EXPECT_EQ(hr, S_OK);
+    return dynamic_cast<CScreenCapture*>(recorder);
+  }
+  // For sinks a test makes: once the session holds their monitors, waits
+  // until they deliver, or a start would miss the beginning. The fixture
+  // keeps its own sinks running.
+  void WaitForMonitors(std::initializer_list<const char*> sinks) {
+    for (const char* sink : sinks)
+      EXPECT_TRUE(ovtest::WaitForMonitor(sink, m_folder.Path())) << sink;
+  }
+  pid_t Play(const Signal& s, const std::string& sink, const std::string& map = "") {
+    pid_t pid = ovtest::Play(s, sink, m_folder.Path(), map);
+    EXPECT_GT(pid, 0);
+    return pid;
+  }
+  void TearDown() override { FreeCapturedFile(1); }
+  ovtest::ScratchFolder m_folder{"ovaudio"};
+};
+
+TEST_F(AudioCaptureTest, LoopbackRecordsThePlayedToneUnchanged) {
+  const size_t mark = ovtest::LogMark();
+  CScreenCapture* session = Record(Options(1, 0));
+  ASSERT_NE(session, nullptr);
+  ASSERT_NE(session->m_pClock, nullptr);
+  const Signal tone = Signal::Tone(kNullSink, 2.0, 1000, 0.5);
+  SleepMs(300);  // packets arrive, and are dropped
+  EXPECT_EQ(session->m_pClock->GetTime(), 0u) << "nothing is written before the start";
+
+  session->Start();
+  const pid_t player = Play(tone, "nullsink");
+  SleepMs(1000);
+  const std::string inputs = Pactl("list sink-inputs");
+  SleepMs(2000);
+  session->Destroy();
+  EXPECT_TRUE(ovtest::WaitForExit(player, 5000));
+
+  EXPECT_NE(inputs.find("Orvanta silent player"), std::string::npos) << inputs;
+  const CapturedFile* file = GetCapturedFile();
+  ASSERT_NE(file, nullptr);
+  const WaveContent wave = ovtest::ReadWave(file->szWaveOutFile);
+  ASSERT_TRUE(wave.opened);
+  const ovtest::FormatFields f = ovtest::Fields(wave.format);
+  EXPECT_EQ(f.tag, WAVE_FORMAT_EXTENSIBLE);
+  EXPECT_EQ(f.channels, 2u);
+  EXPECT_EQ(f.rate, 48000u);
+  EXPECT_EQ(f.bits, 16u);
+  EXPECT_FALSE(f.isFloat);
+  EXPECT_TRUE(IsEqualGUID(wave.format.SubFormat, KSDATAFORMAT_SUBTYPE_PCM));
+  EXPECT_EQ(f.mask, 3u);
+
+  // Three seconds of recording, silence included, with no gap.
+  EXPECT_NEAR(Seconds(file->nWaveOutDuration), 3.0, 0.15);
+  EXPECT_EQ(file->nWaveOutDuration,
+            static_cast<REFERENCE_TIME>(wave.data.size() * 10000000ull / f.avgBytes));
+  EXPECT_EQ(file->nDuration, 4u) << "whole seconds, rounded up past the exact value";
+  const std::string probe = ovtest::Probe(Utf8(file->szWaveOutFile));
+  EXPECT_EQ(probe.rfind("pcm_s16le,48000,2,", 0), 0u) << probe;
+  EXPECT_NEAR(std::stod(probe.substr(probe.rfind(',') + 1)), Seconds(file->nWaveOutDuration), 1e-3);
+
+  ExpectHoldsExactly(wave, tone);
+  size_t first = 0, last = 0;
+  ASSERT_TRUE(ovtest::NonSilentSpan(wave, &first, &last));
+  EXPECT_NEAR(ovtest::Rms(wave, 0, first, last), 0.5 / std::sqrt(2.0), 0.005);
+  const double at1k = ovtest::Power(wave, 0, first, last, 1000);
+  EXPECT_NEAR(4 * at1k, 0.25, 0.01) << "amplitude 0.5 at 1 kHz";
+  EXPECT_GT(at1k, 1000 * ovtest::Power(wave, 0, first, last, 900));
+  EXPECT_GT(ovtest::Power(wave, 1, first, last, 1250),
+            1000 * ovtest::Power(wave, 1, first, last, 1000));
+
+  const std::string log = ovtest::LogSince(mark);
+  EXPECT_NE(log.find("eRender\n"), std::string::npos);
+  EXPECT_NE(log.find("Render Device:Null Output\n"), std::string::npos) << log;
+  EXPECT_NE(log.find("Render Device Format:FormatTag=Ext(FORMAT_PCM), 48000 Hz, 2 Channels, 16 "
+                     "Bits; AvgBytesPerSec=192000, BlockAlign=4, Extra size=22, SubFormat=1, "
+                     "wValidBitsPerSample=16,dwChannelMask=0x3\n"),
+            std::string::npos)
+      << log;
+  EXPECT_EQ(log.find("Retry:"), std::string::npos);
+  EXPECT_NE(log.find("Call:CAudioSource::~CAudioSource\n"), std::string::npos);
+}
+
+TEST_F(AudioCaptureTest, MicrophoneAndLoopbackRecordTheirOwnDevices) {
+  const size_t mark = ovtest::LogMark();
+  CScreenCapture* session = Record(Options(1, 1));
+  ASSERT_NE(session, nullptr);
+  ASSERT_NE(session->m_pAudioStream, nullptr);
+  EXPECT_EQ(session->m_pClock, static_cast<CRecoderProvidedClock*>(
+                                   session->m_pAudioStream->Source(AudioDevice_Render)))
+      << "the loopback source is the clock";
+  const Signal speaker = Signal::Tone(kNullSink, 1.5, 1000, 0.5);
+  const Signal voice = Signal::Tone(kNullSink, 1.0, 600, 0.25);
+  session->Start();
+  const pid_t p1 = Play(speaker, "nullsink");
+  const pid_t p2 = Play(voice, "micsink");
+  SleepMs(2500);
+  session->Destroy();
+  EXPECT_TRUE(ovtest::WaitForExit(p1, 5000));
+  EXPECT_TRUE(ovtest::WaitForExit(p2, 5000));
+
+  const CapturedFile* file = GetCapturedFile();
+  ASSERT_NE(file, nullptr);
+  const WaveContent loopback = ovtest::ReadWave(file->szWaveOutFile);
+  const WaveContent microphone = ovtest::ReadWave(file->szWaveInFile);
+  ASSERT_TRUE(loopback.opened);
+  ASSERT_TRUE(microphone.opened);
+  EXPECT_NE(std::wstring(file->szWaveInFile).find(L"/AudioCapture.wav"), std::wstring::npos);
+  ExpectHoldsExactly(loopback, speaker);
+  ExpectHoldsExactly(microphone, voice);
+  EXPECT_GT(file->nWaveInDuration, 0);
+  const std::string log = ovtest::LogSince(mark);
+  EXPECT_NE(log.find("Capture\n"), std::string::npos);
+  EXPECT_NE(log.find("Capture Device:Monitor of Null Output\n"), std::string::npos) << log;
+  EXPECT_NE(log.find("Capture Device Format:FormatTag=Ext(FORMAT_PCM), 48000 Hz"),
+            std::string::npos);
+}
+
+TEST_F(AudioCaptureTest, MicrophoneAloneIsTheClockAndStartsNoSilentPlayer) {
+  CScreenCapture* session = Record(Options(0, 1));
+  ASSERT_NE(session, nullptr);
+  EXPECT_EQ(session->m_pClock, static_cast<CRecoderProvidedClock*>(
+                                   session->m_pAudioStream->Source(AudioDevice_Capture)));
+  EXPECT_EQ(session->m_pAudioStream->Source(AudioDevice_Render), nullptr);
+  session->Start();
+  SleepMs(500);
+  const std::string inputs = Pactl("list sink-inputs");
+  session->Destroy();
+  EXPECT_EQ(inputs.find("Orvanta silent player"), std::string::npos);
+  EXPECT_GT(GetCapturedFile()->nWaveInDuration, 0);
+  EXPECT_EQ(GetCapturedFile()->nWaveOutDuration, 0);
+}
+
+// A sink of its own format: what the device gives is what the file holds.
+struct SinkCase {
+  const char* label;
+  RawFormat format;
+  const char* channelMap;  // as the sink lays its channels out
+  uint32_t mask;
+  bool isFloat;
+  std::vector<uint32_t> channelOf;  // file channel -> sink channel
+};
+
+class SinkFormatTest : public AudioCaptureTest, public ::testing::WithParamInterface<SinkCase> {};
+
+TEST_P(SinkFormatTest, RecordsInTheDevicesOwnFormat) {
+  const SinkCase& c = GetParam();
+  const std::string module =
+      Pactl(std::string("load-module module-null-sink sink_name=fmtsink format=") + c.format.name +
+            " rate=" + std::to_string(c.format.rate) +
+            " channels=" + std::to_string(c.format.channels) + " channel_map=" + c.channelMap);
+  ASSERT_GT(std::atoi(module.c_str()), 0) << module;
+  Pactl("set-default-sink fmtsink");
+  CScreenCapture* session = Record(Options(1, 0));
+  const Signal tone = Signal::Tone(c.format, 1.0, 700, 0.4);
+  if (session) {
+    WaitForMonitors({"fmtsink"});
+    session->Start();
+    const pid_t player = Play(tone, "fmtsink", c.channelMap);
+    SleepMs(1800);
+    session->Destroy();
+    EXPECT_TRUE(ovtest::WaitForExit(player, 5000));
+  }
+  Pactl("set-default-sink nullsink");
+  Pactl("unload-module " + std::to_string(std::atoi(module.c_str())));
+  ASSERT_NE(session, nullptr);
+
+  const WaveContent wave = ovtest::ReadWave(GetCapturedFile()->szWaveOutFile);
+  ASSERT_TRUE(wave.opened);
+  const ovtest::FormatFields f = ovtest::Fields(wave.format);
+  EXPECT_EQ(f.tag, WAVE_FORMAT_EXTENSIBLE);
+  EXPECT_EQ(f.channels, c.format.channels);
+  EXPECT_EQ(f.rate, c.format.rate);
+  EXPECT_EQ(f.bits, 8 * c.format.SampleBytes());
+  EXPECT_EQ(f.mask, c.mask);
+  EXPECT_TRUE(IsEqualGUID(wave.format.SubFormat,
+                          c.isFloat ? KSDATAFORMAT_SUBTYPE_IEEE_FLOAT : KSDATAFORMAT_SUBTYPE_PCM));
+  ExpectHoldsExactly(wave, tone, c.channelOf);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Sinks, SinkFormatTest,
+    ::testing::Values(
+        SinkCase{"FloatMono", {"float32le", 44100, 1}, "mono", 0x4, true, {}},
+        // Laid out in another order than wave files use: the file holds the
+        // channels in mask order, each one unchanged.
+        SinkCase{"Float51",
+                 {"float32le", 48000, 6},
+                 "front-left,front-right,rear-left,rear-right,front-center,lfe",
+                 0x3F,
+                 true,
+                 {0, 1, 4, 5, 2, 3}},
+        SinkCase{"S32Stereo", {"s32le", 96000, 2}, "front-left,front-right", 0x3, false, {}}),
+    [](const auto& info) { return std::string(info.param.label); });
+
+// Every frame of a counter signal names the instant it was played: a
+// recording paused and resumed must hold one jump and no repeated or made-up
+// frame.
+void ExpectOneJump(const WaveContent& wave, double minimumJumpSeconds) {
+  ASSERT_TRUE(wave.opened);
+  std::vector<uint32_t> counts;
+  for (size_t n = 0; n < wave.Frames(); ++n) {
+    uint16_t halves[2];
+    std::memcpy(halves, wave.Frame(n), 4);
+    uint32_t count = halves[0] | (static_cast<uint32_t>(halves[1]) << 16);
+    if (count != 0 || !counts.empty()) counts.push_back(count);
+  }
+  ASSERT_GT(counts.size(), 48000u);
+  std::vector<int64_t> jumps;
+  for (size_t i = 1; i < counts.size(); ++i)
+    if (counts[i] != counts[i - 1] + 1) jumps.push_back(int64_t{counts[i]} - counts[i - 1]);
+  ASSERT_EQ(jumps.size(), 1u) << "first jump " << (jumps.empty() ? 0 : jumps[0]);
+  EXPECT_GT(jumps[0], static_cast<int64_t>(minimumJumpSeconds * 48000));
+}
+
+TEST_F(AudioCaptureTest, PausedStretchIsAbsentFromFilesAndClock) {
+  CScreenCapture* session = Record(Options(1, 1));
+  ASSERT_NE(session, nullptr);
+  const Signal counter = Signal::Counter(kNullSink, 8.0);
+  const pid_t p1 = Play(counter, "nullsink");
+  const pid_t p2 = Play(counter, "micsink");
+  SleepMs(500);
+  session->Start();
+  SleepMs(1200);
+  session->Pause();
+  SleepMs(100);  // the packet in hand when the flag fell is written still
+  const uint64_t atPause = session->m_pClock->GetTime();
+  const uint64_t micAtPause = session->m_pAudioStream->Source(AudioDevice_Capture)->GetTime();
+  SleepMs(1500);
+  EXPECT_EQ(session->m_pClock->GetTime(), atPause) << "the clock stands still while paused";
+  EXPECT_EQ(session->m_pAudioStream->Source(AudioDevice_Capture)->GetTime(), micAtPause);
+
+  const uint32_t before = ov::TickCount();
+  session->Resume();
+  const uint32_t after = ov::TickCount();
+  // The video time line rests on the audio written so far, one frame ahead.
+  const uint32_t audioMs = static_cast<uint32_t>(atPause / 10000);
+  const uint32_t start = session->m_dwStartTick.load();
+  EXPECT_LE(start - (before - session->m_dwBaseInterval - audioMs), after - before);
+  SleepMs(1000);
+  session->Destroy();
+  ovtest::Stop(p1);
+  ovtest::Stop(p2);
+
+  const CapturedFile* file = GetCapturedFile();
+  ExpectOneJump(ovtest::ReadWave(file->szWaveOutFile), 1.0);
+  ExpectOneJump(ovtest::ReadWave(file->szWaveInFile), 1.0);
+  EXPECT_LT(Seconds(file->nWaveOutDuration), 3.0) << "the pause is not in the file";
+}
+
+// A device unloaded during the recording ends its own source; the other one
+// and the session go on, and both files are finished.
+class VanishingDeviceTest : public AudioCaptureTest,
+                            public ::testing::WithParamInterface<AudioDeviceType> {};
+
+TEST_P(VanishingDeviceTest, EndsOnlyItsOwnSource) {
+  const AudioDeviceType gone = GetParam();
+  const std::string module = Pactl("load-module module-null-sink sink_name=gonesink rate=48000");
+  ASSERT_GT(std::atoi(module.c_str()), 0) << module;
+  Pactl(gone == AudioDevice_Render ? "set-default-sink gonesink"
+                                   : "set-default-source gonesink.monitor");
+  const size_t mark = ovtest::LogMark();
+  CScreenCapture* session = Record(Options(1, 1));
+  if (session) {
+    WaitForMonitors({"gonesink"});
+    session->Start();
+    SleepMs(700);
+    Pactl("unload-module " + std::to_string(std::atoi(module.c_str())));
+    SleepMs(1300);
+    session->Destroy();
+  }
+  Pactl("set-default-sink nullsink");
+  Pactl("set-default-source micsink.monitor");
+  ASSERT_NE(session, nullptr);
+
+  const std::string log = ovtest::LogSince(mark);
+  EXPECT_NE(log.find("Failed(0x88890004) in "
+                     "m_pCaptureClient->GetNextPacketSize(&NumFramesInNextPacket), FILE:"),
+            std::string::npos)
+      << log;
+  const CapturedFile* file = GetCapturedFile();
+  const REFERENCE_TIME lost =
+      gone == AudioDevice_Render ? file->nWaveOutDuration : file->nWaveInDuration;
+  const REFERENCE_TIME kept =
+      gone == AudioDevice_Render ? file->nWaveInDuration : file->nWaveOutDuration;
+  EXPECT_LT(Seconds(lost), 1.2);
+  EXPECT_GT(Seconds(kept), 1.5) << "the other source went on";
+  for (const wchar_t* path : {file->szWaveOutFile, file->szWaveInFile}) {
+    const std::string probe = ovtest::Probe(Utf8(path));
+    EXPECT_EQ(probe.rfind("pcm_s16le,48000,2,", 0), 0u) << probe;
+  }
+  EXPECT_EQ(ovtest::ReadWave(file->szWaveOutFile).data.size() * 10000000ull / 192000,
+            static_cast<uint64_t>(file->nWaveOutDuration));
+}
+
+INSTANTIATE_TEST_SUITE_P(Devices, VanishingDeviceTest,
+                         ::testing::Values(AudioDevice_Render, AudioDevice_Capture),
+                         [](const auto& info) {
+                           return std::string(info.param == AudioDevice_Render ? "Output"
+                                                                               : "Microphone");
+                         });
+
+}  // namespace
+
+namespace {
+
+// Stands for the audio-only recorder: counts what the sources report.
+struct PacketCounter : CWriterStatistics, CAudioSourceCallback {
+  std::atomic<int64_t> samples{0};
+  std::atomic<int64_t> frames[2] = {0, 0};
+  std::atomic<int> formatMismatches{0};
+  const WAVEFORMATEXTENSIBLE* formats[2] = {nullptr, nullptr};
+  void AddBytes(int64_t count) override { samples += count; }
+  void AddFrame() override {}
+  void OnAudioPacket(AudioDeviceType type, const WAVEFORMATEXTENSIBLE* pFormat, const BYTE*,
+                     uint32_t nFrames) override {
+    if (pFormat != formats[type]) ++formatMismatches;
+    frames[type] += nFrames;
+  }
+};
+
+TEST_F(AudioCaptureTest, StreamReportsEveryPacketItWritesAndStopWritesDurations) {
+  const std::wstring folder = m_folder.WidePath();
+  g_Recording = new CapturedFile{};
+  std::swprintf(g_Recording->szWaveOutFile, OV_MAX_PATH, L"%ls/Speaker.wav", folder.c_str());
+  std::swprintf(g_Recording->szWaveInFile, OV_MAX_PATH, L"%ls/AudioCapture.wav", folder.c_str());
+  g_bAudioEnabled[0] = g_bAudioEnabled[1] = 1;
+  g_bRunning.exchange(1);
+
+  PacketCounter counter;
+  auto stream = std::make_unique<CAudioStream>();
+  ASSERT_EQ(stream->Initialize(&counter, &counter), S_OK);
+  for (int i = 0; i < 2; ++i) counter.formats[i] = &stream->Source(i)->Format();
+  g_bRecording.exchange(1);
+  SleepMs(800);
+  g_bRecording.exchange(0);
+  g_bRunning.exchange(0);
+  stream->Stop();
+  const int64_t written[2] = {stream->Source(0)->BytesWritten(), stream->Source(1)->BytesWritten()};
+  stream.reset();
+
+  EXPECT_EQ(counter.formatMismatches.load(), 0) << "each packet comes with its source's format";
+  for (int i = 0; i < 2; ++i) {
+    EXPECT_GT(counter.frames[i].load(), 0);
+    EXPECT_EQ(counter.frames[i].load() * 4, written[i]);
+  }
+  EXPECT_EQ(counter.samples.load(), 2 * (counter.frames[0].load() + counter.frames[1].load()))
+      << "statistics count samples, not bytes";
+  EXPECT_EQ(g_Recording->nWaveOutDuration, written[0] * 10000000 / 192000);
+  EXPECT_EQ(g_Recording->nWaveInDuration, written[1] * 10000000 / 192000);
+  EXPECT_EQ(ovtest::ReadWave(g_Recording->szWaveInFile).data.size(),
+            static_cast<size_t>(written[1]));
+}
+
+TEST_F(AudioCaptureTest, MicrophoneFailureFailsTheWholeStart) {
+  // A folder where the microphone's file should go: it cannot be created.
+  std::filesystem::create_directory(m_folder.Path() + "/AudioCapture.wav");
+  const size_t mark = ovtest::LogMark();
+  Options o(1, 1);
+  HRESULT hr = S_OK;
+  CScreenRecoderObject* recorder =
+      ovVideoRecord(0, m_folder.WidePath().c_str(), &o.video, o.audio, &o.mouse, 0, &hr);
+  EXPECT_EQ(recorder, nullptr);
+  EXPECT_EQ(hr, E_FAIL);
+  EXPECT_FALSE(g_bRunning.load());
+  const std::string log = ovtest::LogSince(mark);
+  const char* expected[] = {
+      "Failed(21) to create file:",
+      "Failed(0x80004005) in CWaveEncoder::Initialize(szOutFile, (WAVEFORMATEXTENSIBLE "
+      "*)pDeviceFormat), FILE:",
+      "Failed(0x80004005) in m_pSources[i]->Initialize((AudioDeviceType)i, i == 1 ? "
+      "g_Recording->szWaveInFile : g_Recording->szWaveOutFile), FILE:",
+      "Failed(0x80004005) in m_pAudioStream->Initialize(this, __nullptr), FILE:",
+      "Failed(0x80004005) to Initialize recorder, delete...\n",
+  };
+  size_t at = 0;
+  for (const char* line : expected) {
+    size_t found = log.find(line, at);
+    ASSERT_NE(found, std::string::npos) << "missing or out of order: " << line << "\n" << log;
+    at = found;
+  }
+  // The loopback source had started: it was stopped and its file finished.
+  const WaveContent loopback = ovtest::ReadWave(GetCapturedFile()->szWaveOutFile);
+  EXPECT_TRUE(loopback.opened);
+}
+
+}  // namespace

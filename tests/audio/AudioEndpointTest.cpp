@@ -1,0 +1,93 @@
+// The server's devices as endpoints, and the silent player that keeps an
+// idle output from being suspended.
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <string>
+#include <thread>
+
+#include "platform/AudioEndpoint.h"
+#include "platform/SilentPlayer.h"
+#include "support/TestEnv.h"
+
+namespace {
+
+std::string Pactl(const std::string& args) { return ovtest::RunCapture("pactl " + args + " 2>&1"); }
+
+// The state column of `pactl list sinks short` for one sink.
+std::string SinkState(const std::string& sink) {
+  for (const std::string& line : ovtest::Lines(Pactl("list sinks short"))) {
+    if (line.find("\t" + sink + "\t") == std::string::npos) continue;
+    return line.substr(line.rfind('\t') + 1);
+  }
+  return "";
+}
+
+bool WaitForState(const std::string& sink, const std::string& state, int timeoutMs) {
+  for (int waited = 0; waited <= timeoutMs; waited += 100) {
+    if (SinkState(sink) == state) return true;
+    std::this_thread::sleep_for(std::chrono::milliseconds(100));
+  }
+  return false;
+}
+
+TEST(AudioEndpointTest, DefaultEndpointsAreTheServersDefaults) {
+  ov::AudioEndpoint render, capture;
+  ASSERT_EQ(ov::GetDefaultAudioEndpoint(ov::AudioFlow::Render, &render), S_OK);
+  ASSERT_EQ(ov::GetDefaultAudioEndpoint(ov::AudioFlow::Capture, &capture), S_OK);
+  EXPECT_EQ(render.id, L"nullsink");
+  EXPECT_EQ(render.name, L"Null Output");
+  EXPECT_EQ(capture.id, L"micsink.monitor");
+  EXPECT_EQ(capture.name, L"Monitor of Null Output");
+  EXPECT_EQ(render.state, ov::DEVICE_STATE_ACTIVE);
+  const WAVEFORMATEX f = render.mixFormat.Format;
+  const uint32_t tag = f.wFormatTag, rate = f.nSamplesPerSec, channels = f.nChannels;
+  const uint32_t block = f.nBlockAlign, bytes = f.nAvgBytesPerSec;
+  EXPECT_EQ(tag, WAVE_FORMAT_EXTENSIBLE);
+  EXPECT_EQ(rate, 48000u);
+  EXPECT_EQ(channels, 2u);
+  EXPECT_EQ(block, 4u);
+  EXPECT_EQ(bytes, 192000u);
+
+  std::vector<ov::AudioEndpoint> sinks, sources;
+  ASSERT_EQ(ov::EnumAudioEndpoints(ov::AudioFlow::Render, &sinks), S_OK);
+  ASSERT_EQ(ov::EnumAudioEndpoints(ov::AudioFlow::Capture, &sources), S_OK);
+  auto has = [](const std::vector<ov::AudioEndpoint>& list, const wchar_t* id) {
+    for (const auto& e : list)
+      if (e.id == id) return true;
+    return false;
+  };
+  EXPECT_TRUE(has(sinks, L"nullsink"));
+  EXPECT_TRUE(has(sinks, L"micsink"));
+  EXPECT_TRUE(has(sources, L"micsink.monitor")) << "the default input, although a monitor";
+  EXPECT_FALSE(has(sources, L"nullsink.monitor")) << "other monitors are no microphones";
+}
+
+TEST(AudioEndpointTest, SilentPlayerKeepsAnIdleOutputRunning) {
+  const std::string suspend = Pactl("load-module module-suspend-on-idle timeout=1");
+  const std::string sink = Pactl("load-module module-null-sink sink_name=quietsink rate=48000");
+  ASSERT_GT(std::atoi(suspend.c_str()), 0) << suspend;
+  ASSERT_GT(std::atoi(sink.c_str()), 0) << sink;
+  EXPECT_TRUE(WaitForState("quietsink", "SUSPENDED", 5000)) << SinkState("quietsink");
+
+  std::vector<ov::AudioEndpoint> sinks;
+  ASSERT_EQ(ov::EnumAudioEndpoints(ov::AudioFlow::Render, &sinks), S_OK);
+  const ov::AudioEndpoint* quiet = nullptr;
+  for (const auto& e : sinks)
+    if (e.id == L"quietsink") quiet = &e;
+  ASSERT_NE(quiet, nullptr);
+  std::unique_ptr<ov::SilentPlayer> player;
+  ASSERT_EQ(ov::SilentPlayer::Open(*quiet, &player), S_OK);
+  ASSERT_EQ(player->Start(), S_OK);
+  EXPECT_TRUE(WaitForState("quietsink", "RUNNING", 3000)) << SinkState("quietsink");
+  std::this_thread::sleep_for(std::chrono::milliseconds(2500));
+  EXPECT_EQ(SinkState("quietsink"), "RUNNING") << "still running well past the idle time-out";
+
+  ASSERT_EQ(player->Stop(), S_OK);
+  EXPECT_TRUE(WaitForState("quietsink", "SUSPENDED", 5000)) << SinkState("quietsink");
+  player.reset();
+  Pactl("unload-module " + std::to_string(std::atoi(sink.c_str())));
+  Pactl("unload-module " + std::to_string(std::atoi(suspend.c_str())));
+}
+
+}  // namespace

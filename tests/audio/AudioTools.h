@@ -1,0 +1,87 @@
+// Known signals played into the private sound server, and what tests need
+// to look into the wave files that came back.
+#pragma once
+
+#include <sys/types.h>
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "orvanta/types.h"
+
+namespace ovtest {
+
+// A raw sample format as pacat and the null sink name it.
+struct RawFormat {
+  const char* name;  // "s16le", "float32le", "s32le"
+  uint32_t rate;
+  uint32_t channels;
+  uint32_t SampleBytes() const;
+  uint32_t FrameBytes() const { return SampleBytes() * channels; }
+};
+
+// Interleaved samples, value in [-1, 1) per frame and channel.
+class Signal {
+ public:
+  Signal(RawFormat format, size_t frames);
+  void Set(size_t frame, uint32_t channel, double value);
+  // Channel c carries a sine of frequency f * (1 + c / 4), never exactly 0.
+  static Signal Tone(RawFormat format, double seconds, double frequency, double amplitude);
+  // A 32-bit frame counter starting at 1, low half on channel 0 and high
+  // half on channel 1 (s16le stereo): every frame tells when it was played.
+  static Signal Counter(RawFormat format, double seconds);
+  const std::vector<uint8_t>& Bytes() const { return m_bytes; }
+  RawFormat Format() const { return m_format; }
+  size_t Frames() const { return m_bytes.size() / m_format.FrameBytes(); }
+
+ private:
+  RawFormat m_format;
+  std::vector<uint8_t> m_bytes;
+};
+
+// Plays the signal, after 200 ms of silence, into a sink with pacat;
+// returns its pid. channelMap as
+// pactl writes it; empty for the default of the channel count.
+pid_t Play(const Signal& signal, const std::string& sink, const std::string& folder,
+           const std::string& channelMap = "");
+// A null sink that was idle has rendered up to two seconds ahead and feeds
+// its monitor again only when the clock catches up. Called once a capture
+// holds the monitor: returns when the monitor delivers.
+bool WaitForMonitor(const std::string& sink, const std::string& folder);
+// Waits for a child to end; false (and the child killed) after timeoutMs.
+bool WaitForExit(pid_t pid, int timeoutMs);
+
+// The fields of a packed format record, as plain values that test macros
+// can take by reference.
+struct FormatFields {
+  uint32_t tag, channels, rate, avgBytes, blockAlign, bits, validBits, mask;
+  bool isFloat;
+};
+FormatFields Fields(const WAVEFORMATEXTENSIBLE& format);
+
+// A wave temp file read back with the engine's reader.
+struct WaveContent {
+  bool opened = false;
+  WAVEFORMATEXTENSIBLE format{};
+  std::vector<uint8_t> data;
+  size_t Frames() const;
+  // Normalised sample of frame f, channel c, for PCM 16/32 and float 32.
+  double Sample(size_t frame, uint32_t channel) const;
+  const uint8_t* Frame(size_t frame) const {
+    return data.data() + frame * format.Format.nBlockAlign;
+  }
+};
+WaveContent ReadWave(const std::wstring& path);
+
+// The frames in which any channel is not zero: [first, last].
+bool NonSilentSpan(const WaveContent& wave, size_t* first, size_t* last);
+// Root mean square of one channel over frames [from, to).
+double Rms(const WaveContent& wave, uint32_t channel, size_t from, size_t to);
+// Relative power of one frequency in one channel over frames [from, to).
+double Power(const WaveContent& wave, uint32_t channel, size_t from, size_t to, double frequency);
+
+// "codec_name,sample_rate,channels,duration" as ffprobe sees the file.
+std::string Probe(const std::string& path);
+
+}  // namespace ovtest

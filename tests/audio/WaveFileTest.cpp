@@ -1,0 +1,243 @@
+// Wave temp files written and read back by the engine's own pair, and
+// checked against what ffprobe makes of them.
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstring>
+#include <filesystem>
+#include <memory>
+#include <string>
+
+#include "AudioTools.h"
+#include "audio/WaveEncoder.h"
+#include "audio/WaveFormat.h"
+#include "audio/WaveReader.h"
+#include "support/Engine.h"
+
+namespace {
+
+constexpr uint32_t kBuffer = CWaveEncoder::kBufferSize;
+
+WAVEFORMATEXTENSIBLE StereoS16(uint32_t rate = 48000) {
+  WAVEFORMATEXTENSIBLE f{};
+  f.Format = {WAVE_FORMAT_EXTENSIBLE, 2, rate, rate * 4, 4, 16, 22};
+  f.Samples.wValidBitsPerSample = 16;
+  f.dwChannelMask = 3;
+  f.SubFormat = KSDATAFORMAT_SUBTYPE_PCM;
+  return f;
+}
+
+// Bytes whose value tells their offset, so that a misplaced block shows.
+std::vector<uint8_t> Pattern(size_t size) {
+  std::vector<uint8_t> bytes(size);
+  for (size_t i = 0; i < size; ++i) bytes[i] = static_cast<uint8_t>((i * 7 + i / 251) & 0xFF);
+  return bytes;
+}
+
+uint32_t U32At(const std::string& s, size_t offset) {
+  uint32_t v;
+  std::memcpy(&v, s.data() + offset, 4);
+  return v;
+}
+
+class WaveFileTest : public ::testing::Test {
+ protected:
+  std::string PathOf(const char* name) const { return m_folder.Path() + "/" + name; }
+  std::wstring WideOf(const char* name) const {
+    return std::filesystem::path(PathOf(name)).wstring();
+  }
+  static uint64_t SizeOf(const std::string& path) { return std::filesystem::file_size(path); }
+  ovtest::ScratchFolder m_folder{"ovwave"};
+};
+
+TEST_F(WaveFileTest, RecordingWithoutSamplesIsAHeaderOnlyFile) {
+  WAVEFORMATEXTENSIBLE plain = StereoS16();
+  plain.Format.wFormatTag = WAVE_FORMAT_PCM;
+  plain.Format.cbSize = 0;
+  {
+    CWaveEncoder encoder;
+    ASSERT_EQ(encoder.Initialize(WideOf("empty.wav").c_str(), &plain), S_OK);
+  }
+  const std::string file = ovtest::ReadFile(PathOf("empty.wav"));
+  ASSERT_EQ(file.size(), 68u);
+  EXPECT_EQ(file.substr(0, 4), "RIFF");
+  EXPECT_EQ(U32At(file, 4), 60u);
+  EXPECT_EQ(file.substr(8, 8), "WAVEfmt ");
+  EXPECT_EQ(U32At(file, 16), 40u);
+  EXPECT_EQ(std::memcmp(file.data() + 20, &plain, 18), 0);
+  EXPECT_EQ(file.substr(38, 22), std::string(22, '\0')) << "a plain tag has zeros behind cbSize";
+  EXPECT_EQ(file.substr(60, 4), "data");
+  EXPECT_EQ(U32At(file, 64), 0u);
+
+  CWaveReader reader;
+  ASSERT_EQ(reader.Open(WideOf("empty.wav").c_str()), S_OK);
+  EXPECT_EQ(reader.Duration(), 0);
+  uint8_t byte;
+  EXPECT_EQ(reader.Read(&byte, 1), 0u);
+  EXPECT_TRUE(reader.IsEndOfFile());
+}
+
+TEST_F(WaveFileTest, SamplesGoOutInWholeBuffersAndReadBackExactly) {
+  const WAVEFORMATEXTENSIBLE format = StereoS16();
+  const std::string path = PathOf("pattern.wav");
+  // The first flush carries the header room: 68 + this fills it exactly.
+  const std::vector<uint8_t> data = Pattern(3 * kBuffer + 1000 - 68);
+  {
+    CWaveEncoder encoder;
+    ASSERT_EQ(encoder.Initialize(WideOf("pattern.wav").c_str(), &format), S_OK);
+    encoder.Write(data.data(), kBuffer - 68);
+    EXPECT_EQ(SizeOf(path), kBuffer) << "a full buffer goes out at once";
+    encoder.Write(data.data() + kBuffer - 68, 1);
+    EXPECT_EQ(SizeOf(path), kBuffer) << "the next byte starts a new buffer";
+    // Odd blocks, one of them longer than the buffer.
+    size_t at = kBuffer - 67;
+    for (uint32_t block : {1021u, kBuffer + 333u, 77777u}) {
+      encoder.Write(data.data() + at, block);
+      at += block;
+    }
+    encoder.Write(data.data() + at, static_cast<uint32_t>(data.size() - at));
+    EXPECT_EQ(SizeOf(path) % kBuffer, 0u) << "the file grows in whole buffers";
+    EXPECT_EQ(encoder.BytesWritten(), static_cast<int64_t>(data.size()));
+  }
+  EXPECT_EQ(SizeOf(path), data.size() + 68);
+  const std::string header = ovtest::ReadFile(path).substr(0, 68);
+  EXPECT_EQ(U32At(header, 64), data.size());
+  EXPECT_EQ(U32At(header, 4), data.size() + 60);
+  const double seconds = static_cast<double>(data.size()) / format.Format.nAvgBytesPerSec;
+  const std::string probe = ovtest::Probe(path);
+  EXPECT_EQ(probe.rfind("pcm_s16le,48000,2,", 0), 0u) << probe;
+  EXPECT_NEAR(std::stod(probe.substr(probe.rfind(',') + 1)), seconds, 1e-3);
+
+  CWaveReader reader;
+  ASSERT_EQ(reader.Open(WideOf("pattern.wav").c_str()), S_OK);
+  EXPECT_EQ(reader.DataLength(), static_cast<int64_t>(data.size()));
+  EXPECT_EQ(reader.Duration(),
+            static_cast<REFERENCE_TIME>(data.size() * 10000000ull / format.Format.nAvgBytesPerSec));
+  std::vector<uint8_t> back(data.size());
+  size_t got = 0;
+  while (uint32_t n = reader.Read(back.data() + got, 100000)) got += n;
+  EXPECT_EQ(got, data.size());
+  EXPECT_TRUE(back == data);
+  EXPECT_TRUE(reader.IsEndOfFile());
+
+  // Into the middle of frame 1000: back to its start.
+  EXPECT_NE(reader.Seek(1000 * 10000000ll / 48000 + 100), 0);
+  EXPECT_FALSE(reader.IsEndOfFile()) << "a seek back clears the end";
+  EXPECT_EQ(reader.Position(), 4000);
+  uint8_t frame[4];
+  ASSERT_EQ(reader.Read(frame, 4), 4u);
+  EXPECT_EQ(std::memcmp(frame, data.data() + 4000, 4), 0);
+
+  // The first instant whose byte position is the data length.
+  const REFERENCE_TIME end =
+      (static_cast<REFERENCE_TIME>(data.size()) * 10000000 + 191999) / 192000;
+  EXPECT_EQ(reader.Seek(end), 0) << "the exact end lies outside the data";
+  EXPECT_TRUE(reader.IsEndOfFile());
+  EXPECT_EQ(reader.Position(), reader.DataLength());
+  EXPECT_EQ(reader.Read(frame, 4), 0u);
+}
+
+TEST_F(WaveFileTest, WriterKilledBeforeItsFinishLeavesAReadableFile) {
+  const WAVEFORMATEXTENSIBLE format = StereoS16();
+  const std::vector<uint8_t> data = Pattern(kBuffer + kBuffer / 2);
+  struct Case {
+    const char* name;
+    uint32_t written;
+    uint32_t readable;  // what reached the disk: whole flushes only
+  };
+  for (const Case& c :
+       {Case{"early.wav", 4000, 0}, Case{"late.wav", kBuffer + kBuffer / 2, kBuffer - 68}}) {
+    SCOPED_TRACE(c.name);
+    const std::wstring path = WideOf(c.name);
+    pid_t child = fork();
+    ASSERT_GE(child, 0);
+    if (child == 0) {
+      auto* encoder = new CWaveEncoder();  // never finished
+      encoder->Initialize(path.c_str(), &format);
+      encoder->Write(data.data(), c.written);
+      raise(SIGKILL);
+      _exit(1);
+    }
+    int status = 0;
+    waitpid(child, &status, 0);
+    ASSERT_TRUE(WIFSIGNALED(status));
+
+    ovtest::WaveContent wave = ovtest::ReadWave(path);
+    ASSERT_TRUE(wave.opened);
+    EXPECT_EQ(std::memcmp(&wave.format, &format, sizeof format), 0);
+    ASSERT_EQ(wave.data.size(), c.readable);
+    EXPECT_TRUE(std::equal(wave.data.begin(), wave.data.end(), data.begin()));
+    const std::string header = ovtest::ReadFile(PathOf(c.name)).substr(0, 68);
+    EXPECT_EQ(U32At(header, 64), 0xFFFFFFFFu) << "an unfinished file says its length is unknown";
+    // Other readers take the unknown length as "to the end of the file".
+    if (c.readable > 0) {
+      const std::string decoded =
+          ovtest::RunCapture("ffmpeg -v error -i '" + PathOf(c.name) + "' -f s16le - 2>/dev/null");
+      EXPECT_EQ(decoded.size(), c.readable);
+      EXPECT_EQ(
+          std::memcmp(decoded.data(), data.data(), std::min<size_t>(decoded.size(), c.readable)),
+          0);
+    }
+  }
+}
+
+TEST_F(WaveFileTest, LengthsPast4GiBComeFromTheFileSize) {
+  const WAVEFORMATEXTENSIBLE format = StereoS16();
+  const ov::WaveHeader capped = ov::MakeWaveHeader(format, 5ull << 30);
+  const uint32_t dataSize = capped.dataSize, riffSize = capped.riffSize;
+  EXPECT_EQ(dataSize, 0xFFFFFFFFu);
+  EXPECT_EQ(riffSize, 0xFFFFFFFFu);
+  {
+    CWaveEncoder encoder;
+    ASSERT_EQ(encoder.Initialize(WideOf("big.wav").c_str(), &format), S_OK);
+    encoder.Write(Pattern(64).data(), 64);
+  }
+  const uint64_t data = (5ull << 30) + 4;
+  std::filesystem::resize_file(PathOf("big.wav"), data + 68);  // sparse
+  CWaveReader reader;
+  ASSERT_EQ(reader.Open(WideOf("big.wav").c_str()), S_OK);
+  EXPECT_EQ(reader.DataLength(), static_cast<int64_t>(data));
+  EXPECT_EQ(reader.Duration(), static_cast<REFERENCE_TIME>(data * 10000000ull / 192000));
+  EXPECT_NE(reader.Seek(27000ll * 10000000), 0);
+  EXPECT_EQ(reader.Position(), 27000ll * 192000) << "a position past 4 GiB";
+}
+
+TEST_F(WaveFileTest, FilesThatCannotBeMadeOrReadAreRefusedWithTheirLogLine) {
+  const WAVEFORMATEXTENSIBLE format = StereoS16();
+  size_t mark = ovtest::LogMark();
+  const std::wstring missingFolder = WideOf("no/such/folder.wav");
+  {
+    CWaveEncoder encoder;
+    EXPECT_EQ(encoder.Initialize(missingFolder.c_str(), &format), E_FAIL);
+    encoder.Write(Pattern(16).data(), 16);
+  }
+  std::string log = ovtest::LogSince(mark);
+  EXPECT_NE(log.find("Failed(2) to create file:" + PathOf("no/such/folder.wav") + "\n"),
+            std::string::npos)
+      << log;
+
+  const std::wstring longPath(300, L'x');
+  CWaveEncoder longName;
+  longName.Initialize(longPath.c_str(), &format);
+  EXPECT_EQ(std::wcslen(longName.Path()), 259u);
+
+  ovtest::WriteFile(PathOf("short.wav"), "RIFF");
+  std::string other = ovtest::ReadFile(PathOf("short.wav")) + std::string(80, 'x');
+  ovtest::WriteFile(PathOf("other.wav"), other);
+  mark = ovtest::LogMark();
+  CWaveReader reader;
+  EXPECT_EQ(reader.Open(WideOf("absent.wav").c_str()), E_FAIL);
+  EXPECT_EQ(reader.Open(WideOf("short.wav").c_str()), E_FAIL);
+  EXPECT_EQ(reader.Open(WideOf("other.wav").c_str()), E_FAIL);
+  uint8_t byte;
+  EXPECT_EQ(reader.Read(&byte, 1), 0u);
+  log = ovtest::LogSince(mark);
+  EXPECT_NE(log.find("Failed(2) to create file:" + PathOf("absent.wav") + "\n"), std::string::npos);
+  EXPECT_NE(log.find("to read file:" + PathOf("short.wav") + "\n"), std::string::npos);
+  EXPECT_NE(log.find("Error format:" + PathOf("other.wav") + "\n"), std::string::npos) << log;
+}
+
+}  // namespace
