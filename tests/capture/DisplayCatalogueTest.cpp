@@ -5,8 +5,10 @@
 #include <thread>
 
 #include "capture/DisplayCatalogue.h"
+#include "capture/RecordingCodec.h"
 #include "orvanta/orvanta.h"
 #include "session/Globals.h"
+#include "session/ScreenCapture.h"
 #include "support/Engine.h"
 
 namespace {
@@ -69,10 +71,13 @@ TEST_F(DisplayCatalogueTest, MonitorsBecomeDisplaysAndAChangeFallsBackToTheFirst
   FreeCapturedFile(1);
 
   // A session's UI thread hears of layout changes.
-  video.bStream = 0;
-  AudioOpt audio{1, 0};
+  Recorded recorded;
+  g_codec = &recorded;
+  CScreenCapture::s_codecFactoryForTesting = MakeCodec;
+  video.CodecType = CodecType_H264;
   CScreenRecoderObject* recorder =
-      ovVideoRecord(0, folder.WidePath().c_str(), &video, audio, &mouse, 0, &hr);
+      ovVideoRecord(0, folder.WidePath().c_str(), &video, AudioOpt{}, &mouse, 0, &hr);
+  CScreenCapture::s_codecFactoryForTesting = nullptr;
   ASSERT_NE(recorder, nullptr);
   Xrandr("--delmonitor right");
   Xrandr("--fb 600x400");  // a layout change the server announces

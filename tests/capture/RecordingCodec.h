@@ -72,7 +72,7 @@ CVideoCodec* MakeCodec(int32_t, CWriterStatistics* s, CFrameRateControl* r) {
   return new RecordingCodec(s, r, g_codec);
 }
 
-uint32_t Pixel(const Frame& f, int x, int y) {
+[[maybe_unused]] uint32_t Pixel(const Frame& f, int x, int y) {
   return f.pixels[static_cast<size_t>(y) * (f.stride / 4) + x] & 0xFFFFFF;
 }
 

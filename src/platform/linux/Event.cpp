@@ -5,10 +5,10 @@
 namespace ov {
 
 void Event::Set() {
-  {
-    std::lock_guard lock(m_mutex);
-    m_set = true;
-  }
+  // Notified under the lock: a waiter that wakes may destroy the event at
+  // once, so nothing of it may be touched after the lock is released.
+  std::lock_guard lock(m_mutex);
+  m_set = true;
   if (m_manual) {
     m_cond.notify_all();
   } else {
