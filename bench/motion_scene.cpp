@@ -22,9 +22,9 @@ int main() {
   int screen = DefaultScreen(display);
   Window root = RootWindow(display, screen);
   int width = DisplayWidth(display, screen), height = DisplayHeight(display, screen);
-  Pixmap texture = XCreatePixmap(display, root, static_cast<unsigned>(width * 2),
-                                 static_cast<unsigned>(height),
-                                 static_cast<unsigned>(DefaultDepth(display, screen)));
+  Pixmap texture =
+      XCreatePixmap(display, root, static_cast<unsigned>(width * 2), static_cast<unsigned>(height),
+                    static_cast<unsigned>(DefaultDepth(display, screen)));
   GC gc = XCreateGC(display, texture, 0, nullptr);
   std::srand(7);
   // Blocks of many sizes and colours: detail an encoder has to work for.

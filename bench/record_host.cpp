@@ -35,7 +35,8 @@ int main(int argc, char** argv) {
   sleep(static_cast<unsigned>(seconds));
   recorder->Destroy();
   CapturedFile* file = GetCapturedFile();
-  std::printf("duration %u s, %lld bytes\n", file->nDuration, static_cast<long long>(file->nFileBytes));
+  std::printf("duration %u s, %lld bytes\n", file->nDuration,
+              static_cast<long long>(file->nFileBytes));
   FreeCapturedFile(0);
   ovUninitialize();
   return 0;

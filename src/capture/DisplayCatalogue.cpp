@@ -1,8 +1,8 @@
 #include "capture/DisplayCatalogue.h"
 
 #include <cstring>
-#include <mutex>
 #include <cwchar>
+#include <mutex>
 #include <string>
 
 #include "platform/Files.h"
