@@ -180,9 +180,9 @@ bool DemoEnvironment::StartScene(long long epochNs) {
                           {},
                           ready.fds[1]});
   if (pid < 0) return false;
-  Remember("scene", pid);
+  Remember("orvanta scene", pid);
   if (ready.Line(10000).empty()) return false;
-  Note("Started the moving scene (pid %d)", pid);
+  Note("Started the moving scene (orvanta scene, pid %d)", pid);
   return true;
 }
 
@@ -193,9 +193,9 @@ bool DemoEnvironment::StartTone(long long epochNs) {
                           {},
                           ready.fds[1]});
   if (pid < 0) return false;
-  Remember("tone", pid);
+  Remember("orvanta tone", pid);
   if (ready.Line(10000).empty()) return false;
-  Note("Started the beeps, one a second with the flashes (pid %d)", pid);
+  Note("Started the beeps, one a second with the flashes (orvanta tone, pid %d)", pid);
   return true;
 }
 

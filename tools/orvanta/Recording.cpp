@@ -243,6 +243,9 @@ int Finish(const RecordOptions& o, TempFolder* temp, const std::string& out) {
     FreeCapturedFile(0);
     return kExitNotAssembled;
   }
+  // A Ctrl-C pressed while the recording stopped was meant for the stop.
+  while (Interrupts::Wait(0)) {
+  }
   file->nTrimStart = static_cast<REFERENCE_TIME>(o.trimStart * REF_TIME_UNITS);
   file->nTrimEnd = static_cast<REFERENCE_TIME>(o.trimEnd * REF_TIME_UNITS);
   int32_t result = 0;
