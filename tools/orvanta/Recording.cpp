@@ -43,9 +43,8 @@ bool CheckOutput(const std::string& out, int32_t codec, std::string* error) {
   std::string extension = fs::path(out).extension().string();
   for (char& c : extension) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
   if (extension != OutputExtension(codec)) {
-    *error = "a " + std::string(CodecName(codec)) + " recording is saved as " +
-             OutputExtension(codec) + ", so OUT must end in " + OutputExtension(codec) + " (not '" +
-             out + "')";
+    *error = "OUT must end in " + std::string(OutputExtension(codec)) + " for codec " +
+             CodecName(codec) + " (not '" + out + "')";
     return false;
   }
   int fd = open(out.c_str(), O_WRONLY | O_CREAT | O_EXCL, 0644);
@@ -178,12 +177,10 @@ void RecordUntilStopped(CScreenRecoderObject* recorder, double seconds) {
   recorder->Destroy();
 }
 
-std::string TrackState(BOOL stream, const wchar_t* path, REFERENCE_TIME duration) {
-  if (!stream) return {};
+// A sound track that was asked for but left no temp file behind.
+bool TrackMissing(BOOL stream, const wchar_t* path) {
   std::error_code ec;
-  if (!fs::exists(Narrow(path), ec))
-    return "not recorded: audio capture is not available in this build";
-  return FormatSeconds(static_cast<double>(duration) / REF_TIME_UNITS);
+  return stream && !fs::exists(Narrow(path), ec);
 }
 
 double RecordedSeconds(const CapturedFile& f) {
@@ -230,18 +227,25 @@ int Finish(const RecordOptions& o, TempFolder* temp, const std::string& out) {
   }
   Note("Recorded %s, %s", FormatSeconds(RecordedSeconds(*file)).c_str(),
        FormatBytes(file->nFileBytes).c_str());
-  for (auto [label, state] :
-       {std::pair{"system sound",
-                  TrackState(file->bWaveOutStream, file->szWaveOutFile, file->nWaveOutDuration)},
-        std::pair{"microphone",
-                  TrackState(file->bWaveInStream, file->szWaveInFile, file->nWaveInDuration)}}) {
-    if (!state.empty() && state.rfind("not", 0) == 0) Note("  %s: %s", label, state.c_str());
+  for (auto [label, missing] :
+       {std::pair{"system sound", TrackMissing(file->bWaveOutStream, file->szWaveOutFile)},
+        std::pair{"microphone", TrackMissing(file->bWaveInStream, file->szWaveInFile)}}) {
+    if (missing)
+      Note("  %s: not recorded (this build has no audio capture yet, or it failed: see %s)", label,
+           EngineLogPath().c_str());
   }
   if (std::string missing = AssemblyMissing(o.codec); !missing.empty()) {
     Error("%s", missing.c_str());
     ListTempFiles(*file, temp->path);
     FreeCapturedFile(0);
     return kExitNotAssembled;
+  }
+  if (o.trimStart > 0 && o.trimStart >= RecordedSeconds(*file)) {
+    Error("--trim starts at %s, after the end of this %s recording",
+          FormatSeconds(o.trimStart).c_str(), FormatSeconds(RecordedSeconds(*file)).c_str());
+    ListTempFiles(*file, temp->path);
+    FreeCapturedFile(0);
+    return kExitFailed;
   }
   // A Ctrl-C pressed while the recording stopped was meant for the stop.
   while (Interrupts::Wait(0)) {
@@ -272,7 +276,7 @@ int RunRecording(const RecordOptions& o) {
   std::string error;
   std::error_code ec;
   std::string out = fs::absolute(o.out, ec).string();
-  if (!CheckOutput(out, o.codec, &error)) {
+  if (!CheckOutput(o.out, o.codec, &error)) {
     Error("%s", error.c_str());
     return kExitUsage;
   }
