@@ -135,7 +135,9 @@ bool DemoEnvironment::StartX(int width, int height) {
   Remember("Xvfb", pid);
   std::string number = ready.Line(15000);
   if (number.empty()) {
-    Error("the virtual X server (Xvfb) did not start");
+    Error(
+        "the virtual X server did not start (is Xvfb installed? scripts/install-deps.sh installs "
+        "it)");
     return false;
   }
   std::string display = ":" + number;
