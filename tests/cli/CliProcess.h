@@ -1,0 +1,74 @@
+// Runs the built `orvanta` command as a child process, as a user would, and
+// collects what it prints. Each CliProcess ends only the process it started.
+#pragma once
+
+#include <sys/types.h>
+
+#include <string>
+#include <vector>
+
+#include "support/TestEnv.h"
+
+namespace clitest {
+
+// The folder of the test program, where the build puts `orvanta`, the
+// engine, its encoder libraries and `mux`.
+std::string BinFolder();
+std::string OrvantaPath();
+
+// Present beside the engine: an encoder library; the muxer (program and export).
+bool EncoderLibraryPresent();
+bool AssemblyPresent();
+// True when liborvanta.so exports this C symbol.
+bool EngineExports(const char* symbol);
+
+struct Environment {
+  std::vector<std::string> set;    // NAME=value
+  std::vector<std::string> unset;  // NAME
+};
+
+struct CliResult {
+  int exitCode = -1;  // 128 + signal when a signal ended it
+  std::string out;
+  std::string err;
+  std::vector<std::string> ErrLines() const { return ovtest::Lines(err); }
+};
+
+class CliProcess {
+ public:
+  CliProcess(const std::vector<std::string>& args, const Environment& env = {});
+  ~CliProcess();
+  CliProcess(const CliProcess&) = delete;
+  CliProcess& operator=(const CliProcess&) = delete;
+
+  pid_t Pid() const { return m_pid; }
+  // Reads output until stderr holds text; false if the process ended or the
+  // time ran out first.
+  bool WaitForErr(const std::string& text, int timeoutMs);
+  void Signal(int signo);
+  // Waits for the end (killing the process after timeoutMs) and returns all output.
+  CliResult Finish(int timeoutMs);
+
+ private:
+  void Pump(int timeoutMs);
+  bool Reap(bool block);
+
+  pid_t m_pid = -1;
+  int m_outFd = -1;
+  int m_errFd = -1;
+  CliResult m_result;
+  bool m_reaped = false;
+};
+
+CliResult RunCli(const std::vector<std::string>& args, const Environment& env = {},
+                 int timeoutMs = 120000);
+
+// Pids named in lines such as "Started ... (Xvfb, pid 1234)", with the name
+// before "pid" as the key.
+std::vector<std::pair<std::string, pid_t>> StartedPids(const std::string& text);
+// A process that exists and is not a zombie.
+bool ProcessAlive(pid_t pid);
+// The first word of a process's command line, or "".
+std::string ProcessProgram(pid_t pid);
+
+}  // namespace clitest

@@ -1,0 +1,30 @@
+// The engine as this command uses it: started and stopped once, found on
+// disk, and the text helpers its wide-string API needs.
+#pragma once
+
+#include <string>
+
+namespace cli {
+
+// ovInitialize in the constructor, ovUninitialize in the destructor.
+class Engine {
+ public:
+  Engine();
+  ~Engine();
+  Engine(const Engine&) = delete;
+  Engine& operator=(const Engine&) = delete;
+};
+
+// The folder of the liborvanta.so in use; the encoder libraries and the
+// `mux` program sit beside it.
+std::string EngineFolder();
+// Where the engine writes the log of this run, for error messages.
+std::string EngineLogPath();
+
+// A C symbol of the loaded engine, or null while the engine lacks it.
+void* EngineSymbol(const char* name);
+
+std::wstring Widen(const std::string& utf8);
+std::string Narrow(const wchar_t* text);
+
+}  // namespace cli
