@@ -19,7 +19,8 @@ run_build() {
 }
 
 run_build build . -DCMAKE_BUILD_TYPE=RelWithDebInfo
-ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
+ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 LSAN_OPTIONS=suppressions=$PWD/tests/lsan.supp \
+  UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
   run_build build-asan . -DCMAKE_BUILD_TYPE=Debug -DORVANTA_SANITIZE=ON
 # ThreadSanitizer on the programs whose subjects run threads of their own.
 TSAN_OPTIONS="halt_on_error=1 suppressions=$PWD/tests/tsan.supp" \

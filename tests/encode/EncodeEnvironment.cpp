@@ -25,10 +25,3 @@ class LogEnvironment : public ::testing::Environment {
 auto* const g_logEnvironment = ::testing::AddGlobalTestEnvironment(new LogEnvironment);
 
 }  // namespace
-
-// libx265 3.5 keeps part of what x265_encoder_open allocates (filter buffers,
-// copies of parameter strings) after its encoder is closed; that is its own
-// leak, not ours. LeakSanitizer asks the program for this list.
-extern "C" __attribute__((visibility("default"))) const char* __lsan_default_suppressions() {
-  return "leak:libx265.so\n";
-}

@@ -12,10 +12,11 @@ cmake --install "$build" --prefix "$prefix" >/dev/null
 lib=$(ls -d "$prefix"/lib*/ | head -1)
 export PKG_CONFIG_PATH=$(dirname "$(find "$prefix" -name orvanta.pc | head -1)")
 
+# (the symbol list is read once: grep -q would cut nm's pipe short)
+exported=$(nm -D --defined-only "$lib/liborvanta.so")
 for symbol in ovInitialize ovUninitialize ovVideoRecord GetCapturedFile FreeCapturedFile \
               DeleteFolder GetDiskFreeBytes WriteLog LogFile; do
-  nm -D --defined-only "$lib/liborvanta.so" | grep -qE " T $symbol\$" \
-    || { echo "not exported unmangled: $symbol"; exit 1; }
+  grep -qE " T $symbol\$" <<<"$exported" || { echo "not exported unmangled: $symbol"; exit 1; }
 done
 
 g++ -std=c++20 -Wall -Wextra -Werror $flags "$here/host.cpp" -o "$work/host" \
