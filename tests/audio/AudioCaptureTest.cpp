@@ -386,7 +386,7 @@ struct PacketCounter : CWriterStatistics, CAudioSourceCallback {
   std::atomic<int64_t> samples{0};
   std::atomic<int64_t> frames[2] = {0, 0};
   std::atomic<int> formatMismatches{0};
-  const WAVEFORMATEXTENSIBLE* formats[2] = {nullptr, nullptr};
+  std::atomic<const WAVEFORMATEXTENSIBLE*> formats[2] = {nullptr, nullptr};
   void AddBytes(int64_t count) override { samples += count; }
   void AddFrame() override {}
   void OnAudioPacket(AudioDeviceType type, const WAVEFORMATEXTENSIBLE* pFormat, const BYTE*,
@@ -402,6 +402,7 @@ TEST_F(AudioCaptureTest, StreamReportsEveryPacketItWritesAndStopWritesDurations)
   std::swprintf(g_Recording->szWaveOutFile, OV_MAX_PATH, L"%ls/Speaker.wav", folder.c_str());
   std::swprintf(g_Recording->szWaveInFile, OV_MAX_PATH, L"%ls/AudioCapture.wav", folder.c_str());
   g_bAudioEnabled[0] = g_bAudioEnabled[1] = 1;
+  g_bRecording.exchange(0);
   g_bRunning.exchange(1);
 
   PacketCounter counter;
