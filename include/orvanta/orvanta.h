@@ -5,5 +5,6 @@
 #include "orvanta/captured.h"
 #include "orvanta/log.h"
 #include "orvanta/module.h"
+#include "orvanta/pixels.h"
 #include "orvanta/recorder.h"
 #include "orvanta/types.h"
