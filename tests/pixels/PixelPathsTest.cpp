@@ -66,9 +66,9 @@ void ExpectPathsAgree(const char* name, const Call& call, const std::vector<uint
       size_t at = 0;
       while (other.bytes[at] == plain.bytes[at]) ++at;
       ADD_FAILURE() << name << " level " << level << " " << s.width << "x" << s.height
-                    << " pitches " << s.srcPitch << "/" << s.dstPitch << ": first difference at byte "
-                    << at << " (" << int(other.bytes[at]) << " vs plain " << int(plain.bytes[at])
-                    << ")";
+                    << " pitches " << s.srcPitch << "/" << s.dstPitch
+                    << ": first difference at byte " << at << " (" << int(other.bytes[at])
+                    << " vs plain " << int(plain.bytes[at]) << ")";
     }
   }
 }

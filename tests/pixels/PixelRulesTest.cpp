@@ -52,8 +52,7 @@ TEST_P(PixelRules, FullRangeLumaAndChromaOfPrimaries) {
     Bgr colour;
     Yuv yuv;
   } cases[] = {
-      {{255, 255, 255}, {255, 128, 128}},
-      {{0, 0, 0}, {0, 128, 128}},
+      {{255, 255, 255}, {255, 128, 128}}, {{0, 0, 0}, {0, 128, 128}},
       {{255, 0, 0}, {29, 239, 102}},  // blue: U at its ceiling
       {{0, 0, 255}, {76, 90, 255}},   // red: V clamped at 255
       {{0, 255, 0}, {149, 54, 0}},    // green: V clamped at 0
@@ -69,7 +68,7 @@ TEST_P(PixelRules, FullRangeLumaAndChromaOfPrimaries) {
 
 // Chroma rounds the block's sums, not each pixel's chroma.
 TEST_P(PixelRules, ChromaAveragesTheBlock) {
-  const uint8_t src[16] = {10, 200, 30, 0, 250, 0, 90, 0,     // top row
+  const uint8_t src[16] = {10, 200, 30, 0, 250, 0,   90,  0,   // top row
                            0,  0,   0,  0, 255, 255, 255, 0};  // bottom row
   uint8_t dst[6];
   ASSERT_EQ(ImageConvert_BGR32_to_I420(dst, 2, src, 8, 2, 2), S_OK);
@@ -272,7 +271,8 @@ TEST_P(PixelRules, OddLastPackedPixelBorrowsChroma) {
     std::memset(odd, kUntouched, sizeof odd);
     EXPECT_EQ(l.routine(odd, 12, row, 6, 3, 1), S_FALSE);
     ASSERT_EQ(l.routine(full, 8, pair, 4, 2, 1), S_OK);
-    EXPECT_EQ(0, std::memcmp(odd + 8, full, 4)) << "layout with luma at " << l.y << ", u at " << l.u;
+    EXPECT_EQ(0, std::memcmp(odd + 8, full, 4))
+        << "layout with luma at " << l.y << ", u at " << l.u;
 
     // A row of one pixel has no lender and uses its one sample for both.
     uint8_t alone[4] = {};
@@ -331,8 +331,8 @@ TEST_P(PixelRules, FlipRows24ReversesRows) {
   const auto before = image;
   ASSERT_EQ(FlipRows24(image.data(), width, height), S_OK);
   for (int y = 0; y < height; ++y) {
-    EXPECT_EQ(0, std::memcmp(&image[y * width * 3], &before[(height - 1 - y) * width * 3],
-                             width * 3))
+    EXPECT_EQ(0,
+              std::memcmp(&image[y * width * 3], &before[(height - 1 - y) * width * 3], width * 3))
         << "row " << y;
   }
 }

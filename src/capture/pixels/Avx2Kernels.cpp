@@ -15,8 +15,12 @@
 
 #include "capture/pixels/PixelKernels.h"
 
+#if defined(__clang__)
+#pragma clang attribute push(__attribute__((target("avx2"))), apply_to = function)
+#else
 #pragma GCC push_options
 #pragma GCC target("avx2")
+#endif
 
 #include "capture/pixels/VectorKernels.h"
 
@@ -54,12 +58,8 @@ struct V256 {
   static R Hi16(R a, R b) { return _mm256_unpackhi_epi16(a, b); }
   static R Lo32(R a, R b) { return _mm256_unpacklo_epi32(a, b); }
   static R Hi32(R a, R b) { return _mm256_unpackhi_epi32(a, b); }
-  static R DupEven16(R a) {
-    return _mm256_shufflehi_epi16(_mm256_shufflelo_epi16(a, 0xA0), 0xA0);
-  }
-  static R DupOdd16(R a) {
-    return _mm256_shufflehi_epi16(_mm256_shufflelo_epi16(a, 0xF5), 0xF5);
-  }
+  static R DupEven16(R a) { return _mm256_shufflehi_epi16(_mm256_shufflelo_epi16(a, 0xA0), 0xA0); }
+  static R DupOdd16(R a) { return _mm256_shufflehi_epi16(_mm256_shufflelo_epi16(a, 0xF5), 0xF5); }
   static R SwapPairs16(R a) {
     return _mm256_shufflehi_epi16(_mm256_shufflelo_epi16(a, 0xB1), 0xB1);
   }
@@ -84,9 +84,8 @@ struct V256 {
   // (0 2 4 6) in the low lane and (1 3 5 7) in the high one.
   static void StoreChromaPlanes(void* u, void* v, R uv) {
     const R planes = _mm256_permute4x64_epi64(uv, _MM_SHUFFLE(3, 1, 2, 0));
-    const R order =
-        _mm256_setr_epi8(0, 1, 8, 9, 2, 3, 10, 11, 4, 5, 12, 13, 6, 7, 14, 15,  //
-                         0, 1, 8, 9, 2, 3, 10, 11, 4, 5, 12, 13, 6, 7, 14, 15);
+    const R order = _mm256_setr_epi8(0, 1, 8, 9, 2, 3, 10, 11, 4, 5, 12, 13, 6, 7, 14, 15,  //
+                                     0, 1, 8, 9, 2, 3, 10, 11, 4, 5, 12, 13, 6, 7, 14, 15);
     const R sorted = _mm256_shuffle_epi8(planes, order);
     _mm_storeu_si128(static_cast<__m128i*>(u), _mm256_castsi256_si128(sorted));
     _mm_storeu_si128(static_cast<__m128i*>(v), _mm256_extracti128_si256(sorted, 1));
@@ -110,12 +109,11 @@ struct V256 {
 
 // Eight pixels: two overlapping 12-byte groups, one per lane, spread to
 // 32-bit pixels by a byte shuffle.
-void Bgr24ToBgr32(uint8_t* dst, ptrdiff_t pitch, const uint8_t* src, ptrdiff_t srcPitch,
-                  int width, int height) {
+void Bgr24ToBgr32(uint8_t* dst, ptrdiff_t pitch, const uint8_t* src, ptrdiff_t srcPitch, int width,
+                  int height) {
   const __m256i keep = _mm256_set1_epi32(static_cast<int32_t>(0xFF000000u));
-  const __m256i spread =
-      _mm256_setr_epi8(0, 1, 2, -1, 3, 4, 5, -1, 6, 7, 8, -1, 9, 10, 11, -1,  //
-                       0, 1, 2, -1, 3, 4, 5, -1, 6, 7, 8, -1, 9, 10, 11, -1);
+  const __m256i spread = _mm256_setr_epi8(0, 1, 2, -1, 3, 4, 5, -1, 6, 7, 8, -1, 9, 10, 11, -1,  //
+                                          0, 1, 2, -1, 3, 4, 5, -1, 6, 7, 8, -1, 9, 10, 11, -1);
   for (int row = 0; row < height; ++row) {
     uint8_t* d = dst + row * pitch;
     const uint8_t* s = src + row * srcPitch;
@@ -126,8 +124,8 @@ void Bgr24ToBgr32(uint8_t* dst, ptrdiff_t pitch, const uint8_t* src, ptrdiff_t s
       const __m128i hi = _mm_loadu_si128(reinterpret_cast<const __m128i*>(s + 3 * x + 12));
       const __m256i in = _mm256_inserti128_si256(_mm256_castsi128_si256(lo), hi, 1);
       const __m256i old = V256::Load(d + 4 * x);
-      V256::Store(d + 4 * x, _mm256_or_si256(_mm256_shuffle_epi8(in, spread),
-                                             _mm256_and_si256(old, keep)));
+      V256::Store(d + 4 * x,
+                  _mm256_or_si256(_mm256_shuffle_epi8(in, spread), _mm256_and_si256(old, keep)));
     }
     if (x < width) Bgr24ToBgr32Row(d, s, x, width);
   }
@@ -137,15 +135,19 @@ void Bgr24ToBgr32(uint8_t* dst, ptrdiff_t pitch, const uint8_t* src, ptrdiff_t s
 
 const PixelKernels& Avx2Kernels() {
   static constexpr PixelKernels kKernels = {
-      Bgr32ToI420<V256>,   Bgr32ToNv12<V256>,   I420ToRgb32<V256>,
-      Nv12ToBgr32<V256>,   PackedToBgr32<V256>, Bgr24ToBgr32,
-      Fill32<V256>,        FlipRows32<V256>,    FlipRows24<V256>,
+      Bgr32ToI420<V256>, Bgr32ToNv12<V256>,   I420ToRgb32<V256>,
+      Nv12ToBgr32<V256>, PackedToBgr32<V256>, Bgr24ToBgr32,
+      Fill32<V256>,      FlipRows32<V256>,    FlipRows24<V256>,
   };
   return kKernels;
 }
 
 }  // namespace ov::pixels
 
+#if defined(__clang__)
+#pragma clang attribute pop
+#else
 #pragma GCC pop_options
+#endif
 
 #endif

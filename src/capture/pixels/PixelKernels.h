@@ -36,8 +36,7 @@ struct PixelKernels {
                       ptrdiff_t srcPitch, int width, int height);
   // width and height even.
   void (*i420ToRgb32)(uint8_t* dst, ptrdiff_t pitch, const uint8_t* y, ptrdiff_t yPitch,
-                      const uint8_t* u, const uint8_t* v, ptrdiff_t uvPitch, int width,
-                      int height);
+                      const uint8_t* u, const uint8_t* v, ptrdiff_t uvPitch, int width, int height);
   // width and height even.
   void (*nv12ToBgr32)(uint8_t* dst, ptrdiff_t pitch, const uint8_t* y, const uint8_t* uv,
                       ptrdiff_t srcPitch, int width, int height);
@@ -69,8 +68,7 @@ void I420ToRgb32BlockRow(uint8_t* dst0, uint8_t* dst1, const uint8_t* y0, const 
 void Nv12ToBgr32BlockRow(uint8_t* dst0, uint8_t* dst1, const uint8_t* y0, const uint8_t* y1,
                          const uint8_t* uv, int xBegin, int xEnd);
 // xBegin even; width is the row's, so that an odd last pixel is handled.
-void PackedToBgr32Row(uint8_t* dst, const uint8_t* src, int xBegin, int width,
-                      PackedLayout layout);
+void PackedToBgr32Row(uint8_t* dst, const uint8_t* src, int xBegin, int width, PackedLayout layout);
 void Bgr24ToBgr32Row(uint8_t* dst, const uint8_t* src, int xBegin, int xEnd);
 void Fill32Row(uint32_t value, uint8_t* dst, int xBegin, int xEnd);
 void SwapRows32(uint8_t* row0, uint8_t* row1, int xBegin, int xEnd);

@@ -40,8 +40,8 @@ HRESULT Yuv420ToRgb32(BYTE* pDst, int nPitch, const BYTE* pSrc, int nSrcPitch, i
     const BYTE* second = pSrc + planes.third;
     const BYTE* u = bVFirst ? second : first;
     const BYTE* v = bVFirst ? first : second;
-    ActivePixelKernels().i420ToRgb32(pDst, nPitch, pSrc, nSrcPitch, u, v, planes.chromaPitch,
-                                     width, height);
+    ActivePixelKernels().i420ToRgb32(pDst, nPitch, pSrc, nSrcPitch, u, v, planes.chromaPitch, width,
+                                     height);
   }
   return OddSizeStatus(nWidth, nHeight);
 }

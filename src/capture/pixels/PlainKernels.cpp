@@ -157,8 +157,8 @@ void Bgr32ToI420(uint8_t* y, ptrdiff_t yPitch, uint8_t* u, uint8_t* v, ptrdiff_t
   }
 }
 
-void Bgr32ToNv12(uint8_t* y, uint8_t* uv, ptrdiff_t pitch, const uint8_t* src,
-                 ptrdiff_t srcPitch, int width, int height) {
+void Bgr32ToNv12(uint8_t* y, uint8_t* uv, ptrdiff_t pitch, const uint8_t* src, ptrdiff_t srcPitch,
+                 int width, int height) {
   for (int row = 0; row < height; row += 2) {
     const uint8_t* s = src + row * srcPitch;
     uint8_t* d = y + row * pitch;
@@ -186,15 +186,15 @@ void Nv12ToBgr32(uint8_t* dst, ptrdiff_t pitch, const uint8_t* y, const uint8_t*
   }
 }
 
-void PackedToBgr32(uint8_t* dst, ptrdiff_t pitch, const uint8_t* src, ptrdiff_t srcPitch,
-                   int width, int height, PackedLayout layout) {
+void PackedToBgr32(uint8_t* dst, ptrdiff_t pitch, const uint8_t* src, ptrdiff_t srcPitch, int width,
+                   int height, PackedLayout layout) {
   for (int row = 0; row < height; ++row) {
     PackedToBgr32Row(dst + row * pitch, src + row * srcPitch, 0, width, layout);
   }
 }
 
-void Bgr24ToBgr32(uint8_t* dst, ptrdiff_t pitch, const uint8_t* src, ptrdiff_t srcPitch,
-                  int width, int height) {
+void Bgr24ToBgr32(uint8_t* dst, ptrdiff_t pitch, const uint8_t* src, ptrdiff_t srcPitch, int width,
+                  int height) {
   for (int row = 0; row < height; ++row) {
     Bgr24ToBgr32Row(dst + row * pitch, src + row * srcPitch, 0, width);
   }
@@ -222,8 +222,8 @@ void FlipRows24(uint8_t* data, int width, int height) {
 
 const PixelKernels& PlainKernels() {
   static constexpr PixelKernels kKernels = {
-      Bgr32ToI420,   Bgr32ToNv12,  I420ToRgb32, Nv12ToBgr32, PackedToBgr32,
-      Bgr24ToBgr32,  Fill32,       FlipRows32,  FlipRows24,
+      Bgr32ToI420,  Bgr32ToNv12, I420ToRgb32, Nv12ToBgr32, PackedToBgr32,
+      Bgr24ToBgr32, Fill32,      FlipRows32,  FlipRows24,
   };
   return kKernels;
 }

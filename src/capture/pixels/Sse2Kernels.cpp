@@ -9,8 +9,12 @@
 
 #include "capture/pixels/PixelKernels.h"
 
+#if defined(__clang__)
+#pragma clang attribute push(__attribute__((target("sse2"))), apply_to = function)
+#else
 #pragma GCC push_options
 #pragma GCC target("sse2")
+#endif
 
 #include "capture/pixels/VectorKernels.h"
 
@@ -48,9 +52,7 @@ struct V128 {
   static R Hi16(R a, R b) { return _mm_unpackhi_epi16(a, b); }
   static R Lo32(R a, R b) { return _mm_unpacklo_epi32(a, b); }
   static R Hi32(R a, R b) { return _mm_unpackhi_epi32(a, b); }
-  static R DupEven16(R a) {
-    return _mm_shufflehi_epi16(_mm_shufflelo_epi16(a, 0xA0), 0xA0);
-  }
+  static R DupEven16(R a) { return _mm_shufflehi_epi16(_mm_shufflelo_epi16(a, 0xA0), 0xA0); }
   static R DupOdd16(R a) { return _mm_shufflehi_epi16(_mm_shufflelo_epi16(a, 0xF5), 0xF5); }
   static R SwapPairs16(R a) { return _mm_shufflehi_epi16(_mm_shufflelo_epi16(a, 0xB1), 0xB1); }
 
@@ -85,8 +87,8 @@ struct V128 {
 
 // Four pixels: output pixel i takes source bytes 3i..3i+2, that is, lane i of
 // the 12 loaded bytes moved up by i bytes.
-void Bgr24ToBgr32(uint8_t* dst, ptrdiff_t pitch, const uint8_t* src, ptrdiff_t srcPitch,
-                  int width, int height) {
+void Bgr24ToBgr32(uint8_t* dst, ptrdiff_t pitch, const uint8_t* src, ptrdiff_t srcPitch, int width,
+                  int height) {
   const __m128i keep = _mm_set1_epi32(static_cast<int32_t>(0xFF000000u));
   const __m128i lane0 = _mm_setr_epi32(0x00FFFFFF, 0, 0, 0);
   const __m128i lane1 = _mm_setr_epi32(0, 0x00FFFFFF, 0, 0);
@@ -114,15 +116,19 @@ void Bgr24ToBgr32(uint8_t* dst, ptrdiff_t pitch, const uint8_t* src, ptrdiff_t s
 
 const PixelKernels& Sse2Kernels() {
   static constexpr PixelKernels kKernels = {
-      Bgr32ToI420<V128>,   Bgr32ToNv12<V128>, I420ToRgb32<V128>,
-      Nv12ToBgr32<V128>,   PackedToBgr32<V128>, Bgr24ToBgr32,
-      Fill32<V128>,        FlipRows32<V128>,  FlipRows24<V128>,
+      Bgr32ToI420<V128>, Bgr32ToNv12<V128>,   I420ToRgb32<V128>,
+      Nv12ToBgr32<V128>, PackedToBgr32<V128>, Bgr24ToBgr32,
+      Fill32<V128>,      FlipRows32<V128>,    FlipRows24<V128>,
   };
   return kKernels;
 }
 
 }  // namespace ov::pixels
 
+#if defined(__clang__)
+#pragma clang attribute pop
+#else
 #pragma GCC pop_options
+#endif
 
 #endif

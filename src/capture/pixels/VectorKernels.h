@@ -119,8 +119,8 @@ void Bgr32ToI420(uint8_t* y, ptrdiff_t yPitch, uint8_t* u, uint8_t* v, ptrdiff_t
 }
 
 template <class V>
-void Bgr32ToNv12(uint8_t* y, uint8_t* uv, ptrdiff_t pitch, const uint8_t* src,
-                 ptrdiff_t srcPitch, int width, int height) {
+void Bgr32ToNv12(uint8_t* y, uint8_t* uv, ptrdiff_t pitch, const uint8_t* src, ptrdiff_t srcPitch,
+                 int width, int height) {
   for (int row = 0; row < height; row += 2) {
     const uint8_t* s = src + row * srcPitch;
     uint8_t* d = y + row * pitch;
@@ -179,15 +179,13 @@ int I420ToRgb32RowPair(uint8_t* dst0, uint8_t* dst1, const uint8_t* y0, const ui
     const R kFromV = V::Set32(WordPair(9175, 0));
     const R kFromUV = V::Set32(WordPair(27460, -25821));
     const R kFromU = V::Set32(WordPair(0, 2097));
-    const R dV = V::Add16(V::Packs32(RoundHigh<V>(V::Madd(vuLo, kFromV)),
-                                     RoundHigh<V>(V::Madd(vuHi, kFromV))),
-                          cv);
-    const R dUV = V::Sub16(V::Packs32(RoundHigh<V>(V::Madd(vuLo, kFromUV)),
-                                      RoundHigh<V>(V::Madd(vuHi, kFromUV))),
-                           cv);
-    const R dU = V::Add16(V::Packs32(RoundHigh<V>(V::Madd(vuLo, kFromU)),
-                                     RoundHigh<V>(V::Madd(vuHi, kFromU))),
-                          V::Add16(cu, cu));
+    const R dV = V::Add16(
+        V::Packs32(RoundHigh<V>(V::Madd(vuLo, kFromV)), RoundHigh<V>(V::Madd(vuHi, kFromV))), cv);
+    const R dUV = V::Sub16(
+        V::Packs32(RoundHigh<V>(V::Madd(vuLo, kFromUV)), RoundHigh<V>(V::Madd(vuHi, kFromUV))), cv);
+    const R dU = V::Add16(
+        V::Packs32(RoundHigh<V>(V::Madd(vuLo, kFromU)), RoundHigh<V>(V::Madd(vuHi, kFromU))),
+        V::Add16(cu, cu));
     StoreRgbRow<V>(dst0 + 4 * x, V::Load(y0 + x), dV, dUV, dU);
     StoreRgbRow<V>(dst1 + 4 * x, V::Load(y1 + x), dV, dUV, dU);
   }
@@ -222,7 +220,7 @@ constexpr SplitConstants Split(const YuvConstants& k) {
 // The chroma terms of eight pixels (four pairs) of one lane.
 template <class V>
 struct ChromaTerms {
-  typename V::R blue, green, red;  // per pair, 32-bit, bias included
+  typename V::R blue, green, red;     // per pair, 32-bit, bias included
   typename V::R aBlue, aGreen, aRed;  // per pixel, 16-bit
 };
 
@@ -268,8 +266,7 @@ inline void StoreBgrRow(uint8_t* dst, typename V::R luma, const ChromaTerms<V>& 
   R b0, g0, r0, b1, g1, r1;
   ApplyLuma<V>(V::Lo8(luma, zero), lo, k, b0, g0, r0);
   ApplyLuma<V>(V::Hi8(luma, zero), hi, k, b1, g1, r1);
-  StorePixels<V>(dst, V::Packus16(b0, b1), V::Packus16(g0, g1), V::Packus16(r0, r1),
-                 V::Set8(-1));
+  StorePixels<V>(dst, V::Packus16(b0, b1), V::Packus16(g0, g1), V::Packus16(r0, r1), V::Set8(-1));
 }
 
 template <class V>
@@ -337,8 +334,8 @@ void PackedToBgr32Layout(uint8_t* dst, ptrdiff_t pitch, const uint8_t* src, ptrd
 }
 
 template <class V>
-void PackedToBgr32(uint8_t* dst, ptrdiff_t pitch, const uint8_t* src, ptrdiff_t srcPitch,
-                   int width, int height, PackedLayout layout) {
+void PackedToBgr32(uint8_t* dst, ptrdiff_t pitch, const uint8_t* src, ptrdiff_t srcPitch, int width,
+                   int height, PackedLayout layout) {
   switch (layout) {
     case PackedLayout::kYuy2:
       return PackedToBgr32Layout<V, PackedLayout::kYuy2>(dst, pitch, src, srcPitch, width, height);
