@@ -84,13 +84,18 @@ void Swscale(benchmark::State& state, int flags) {
 BENCHMARK_CAPTURE(Swscale, point, SWS_POINT)->Unit(benchmark::kMicrosecond);
 BENCHMARK_CAPTURE(Swscale, fast_bilinear, SWS_FAST_BILINEAR)->Unit(benchmark::kMicrosecond);
 
-// Keeps the real time per iteration of every run, by name, for the ratio.
+// Keeps the real time per frame of every benchmark for the ratio: the median
+// when the runs are repeated, the run itself otherwise.
 class RatioReporter : public benchmark::ConsoleReporter {
  public:
   void ReportRuns(const std::vector<Run>& runs) override {
     for (const Run& run : runs) {
-      if (!run.error_occurred && run.iterations > 0) {
-        m_seconds[run.benchmark_name()] = run.real_accumulated_time / double(run.iterations);
+      const bool median = run.run_type == Run::RT_Aggregate && run.aggregate_name == "median";
+      if (run.error_occurred || (run.run_type == Run::RT_Aggregate && !median)) continue;
+      const std::string name = run.run_name.str();
+      if (median || !m_seconds.count(name)) {
+        m_seconds[name] =
+            run.GetAdjustedRealTime() / benchmark::GetTimeUnitMultiplier(run.time_unit);
       }
     }
     ConsoleReporter::ReportRuns(runs);
