@@ -14,7 +14,7 @@ using pixtest::AtLevel;
 
 constexpr uint8_t kUntouched = 0xEE;
 
-class PixelRules : public testing::TestWithParam<int32_t> {
+class PixelArithmetic : public testing::TestWithParam<int32_t> {
  protected:
   void SetUp() override { ov::SetPixelCpuLevel(GetParam()); }
   void TearDown() override { ov::SetPixelCpuLevel(ov::DetectPixelCpuLevel()); }
@@ -47,7 +47,7 @@ Yuv ConvertBlock(Bgr c) {
   return {dst[0], dst[4], dst[5]};
 }
 
-TEST_P(PixelRules, FullRangeLumaAndChromaOfPrimaries) {
+TEST_P(PixelArithmetic, FullRangeLumaAndChromaOfPrimaries) {
   const struct {
     Bgr colour;
     Yuv yuv;
@@ -67,7 +67,7 @@ TEST_P(PixelRules, FullRangeLumaAndChromaOfPrimaries) {
 }
 
 // Chroma rounds the block's sums, not each pixel's chroma.
-TEST_P(PixelRules, ChromaAveragesTheBlock) {
+TEST_P(PixelArithmetic, ChromaAveragesTheBlock) {
   const uint8_t src[16] = {10, 200, 30, 0, 250, 0,   90,  0,   // top row
                            0,  0,   0,  0, 255, 255, 255, 0};  // bottom row
   uint8_t dst[6];
@@ -82,7 +82,7 @@ TEST_P(PixelRules, ChromaAveragesTheBlock) {
 
 // Pitch 7 and height 5: U at 35, V at 35 * 5 / 4 = 43, chroma pitch 3; the odd
 // last column and row keep what they had.
-TEST_P(PixelRules, I420PlanesFollowPitchAndHeightAndSkipOddEdges) {
+TEST_P(PixelArithmetic, I420PlanesFollowPitchAndHeightAndSkipOddEdges) {
   auto src = Flat32(5, 5, {255, 255, 255});
   std::vector<uint8_t> dst(43 + 3 + 2, kUntouched);
   EXPECT_EQ(ImageConvert_BGR32_to_I420(dst.data(), 7, src.data(), 20, 5, 5), S_FALSE);
@@ -104,7 +104,7 @@ TEST_P(PixelRules, I420PlanesFollowPitchAndHeightAndSkipOddEdges) {
   EXPECT_EQ(dst[v + 2], kUntouched);
 }
 
-TEST_P(PixelRules, I420OfOneRowConvertsNothing) {
+TEST_P(PixelArithmetic, I420OfOneRowConvertsNothing) {
   auto src = Flat32(8, 1, {1, 2, 3});
   std::vector<uint8_t> dst(16, kUntouched);
   EXPECT_EQ(ImageConvert_BGR32_to_I420(dst.data(), 8, src.data(), 32, 8, 1), S_FALSE);
@@ -113,7 +113,7 @@ TEST_P(PixelRules, I420OfOneRowConvertsNothing) {
 
 // NV12 is the I420 result with its chroma woven into pairs; the chroma plane
 // starts at pitch * height, so with an odd height the last luma row stays.
-TEST_P(PixelRules, Nv12IsI420WithWovenChroma) {
+TEST_P(PixelArithmetic, Nv12IsI420WithWovenChroma) {
   const int width = 37, height = 9, pitch = 41, srcPitch = 37 * 4 + 4;
   const auto src = pixtest::RandomBytes(size_t(srcPitch) * height, 5);
   std::vector<uint8_t> i420(size_t(width) * height * 3 / 2, kUntouched);
@@ -141,7 +141,7 @@ TEST_P(PixelRules, Nv12IsI420WithWovenChroma) {
   }
 }
 
-TEST_P(PixelRules, Nv12NeedsTwoByTwoAndAllPointers) {
+TEST_P(PixelArithmetic, Nv12NeedsTwoByTwoAndAllPointers) {
   auto src = Flat32(4, 4, {9, 9, 9});
   std::vector<uint8_t> dst(24, kUntouched), scratch(24);
   EXPECT_LT(ImageConvert_BGR32_to_NV12(dst.data(), 4, src.data(), 16, 1, 4, scratch.data()), 0);
@@ -154,7 +154,7 @@ TEST_P(PixelRules, Nv12NeedsTwoByTwoAndAllPointers) {
 }
 
 // Full-range I420 to RGB32: V builds byte 0, U byte 2, the fourth byte is 0.
-TEST_P(PixelRules, I420ToRgb32Arithmetic) {
+TEST_P(PixelArithmetic, I420ToRgb32Arithmetic) {
   // 2 x 2, pitch 2: Y 100 everywhere, U 200, V 50.
   const uint8_t i420[6] = {100, 100, 100, 100, 200, 50};
   uint8_t dst[16];
@@ -174,7 +174,7 @@ TEST_P(PixelRules, I420ToRgb32Arithmetic) {
 }
 
 // Back from I420, byte 0 carries red and byte 2 blue, within rounding.
-TEST_P(PixelRules, I420RoundTripGivesRgbOrder) {
+TEST_P(PixelArithmetic, I420RoundTripGivesRgbOrder) {
   const Bgr colours[] = {{40, 90, 200}, {200, 30, 60}, {128, 128, 128}, {10, 240, 10}};
   for (const Bgr& c : colours) {
     auto src = Flat32(2, 2, c);
@@ -187,7 +187,7 @@ TEST_P(PixelRules, I420RoundTripGivesRgbOrder) {
   }
 }
 
-TEST_P(PixelRules, YuvToRgbOddEdgesStayUntouched) {
+TEST_P(PixelArithmetic, YuvToRgbOddEdgesStayUntouched) {
   // 3 x 3 at pitch 3: U at 9, V at 11, chroma pitch 1.
   uint8_t i420[12];
   std::memset(i420, 128, sizeof i420);
@@ -207,7 +207,7 @@ TEST_P(PixelRules, YuvToRgbOddEdgesStayUntouched) {
 }
 
 // Video range: Y 16 is black, Y 235 white, the fourth byte 255.
-TEST_P(PixelRules, VideoRangeBlackAndWhite) {
+TEST_P(PixelArithmetic, VideoRangeBlackAndWhite) {
   // 2 x 2 NV12 at pitch 2: Y 16, 235, 16, 235; one neutral pair.
   const uint8_t nv12[6] = {16, 235, 16, 235, 128, 128};
   uint8_t dst[16];
@@ -229,7 +229,7 @@ TEST_P(PixelRules, VideoRangeBlackAndWhite) {
 
 // Y 16, U 130, V 60: green is 55 with the common constants and 54 with the
 // UYVY ones; the other channels agree (blue 4, red 0).
-TEST_P(PixelRules, UyvyUsesItsOwnConstants) {
+TEST_P(PixelArithmetic, UyvyUsesItsOwnConstants) {
   const uint8_t yuy2[4] = {16, 130, 16, 60};
   const uint8_t uyvy[4] = {130, 16, 60, 16};
   const uint8_t yvyu[4] = {16, 60, 16, 130};
@@ -246,7 +246,7 @@ TEST_P(PixelRules, UyvyUsesItsOwnConstants) {
 // The lone last pixel of an odd row borrows the missing chroma sample from the
 // pair before it: in each layout it must come out like the first pixel of a
 // full pair made of its own sample and the borrowed one.
-TEST_P(PixelRules, OddLastPackedPixelBorrowsChroma) {
+TEST_P(PixelArithmetic, OddLastPackedPixelBorrowsChroma) {
   using Routine = HRESULT (*)(BYTE*, int, const BYTE*, int, int, int);
   struct Layout {
     Routine routine;
@@ -286,7 +286,7 @@ TEST_P(PixelRules, OddLastPackedPixelBorrowsChroma) {
   }
 }
 
-TEST_P(PixelRules, Bgr24KeepsTheFourthByte) {
+TEST_P(PixelArithmetic, Bgr24KeepsTheFourthByte) {
   const int width = 21, height = 3, pitch = 21 * 3 + 1, dstPitch = 21 * 4 + 8;
   const auto src = pixtest::RandomBytes(size_t(pitch) * height, 11);
   auto dst = pixtest::RandomBytes(size_t(dstPitch) * height, 12);
@@ -303,7 +303,7 @@ TEST_P(PixelRules, Bgr24KeepsTheFourthByte) {
   }
 }
 
-TEST_P(PixelRules, FlipRows32MovesColourAndLeavesFourthByte) {
+TEST_P(PixelArithmetic, FlipRows32MovesColourAndLeavesFourthByte) {
   // Pixel (x, y) holds bytes x, y, 7, 100 + 10 * y + x; 5 x 3 rows.
   const int width = 5, height = 3;
   std::vector<uint8_t> image(width * height * 4);
@@ -324,7 +324,7 @@ TEST_P(PixelRules, FlipRows32MovesColourAndLeavesFourthByte) {
   }
 }
 
-TEST_P(PixelRules, FlipRows24ReversesRows) {
+TEST_P(PixelArithmetic, FlipRows24ReversesRows) {
   const int width = 7, height = 4;
   std::vector<uint8_t> image(width * height * 3);
   for (size_t i = 0; i < image.size(); ++i) image[i] = uint8_t(i);
@@ -337,7 +337,7 @@ TEST_P(PixelRules, FlipRows24ReversesRows) {
   }
 }
 
-TEST_P(PixelRules, FillAndCopyStayInsideTheRectangle) {
+TEST_P(PixelArithmetic, FillAndCopyStayInsideTheRectangle) {
   const int width = 13, height = 3, pitch = 13 * 4 + 6;
   std::vector<uint8_t> dst(pitch * height, kUntouched);
   ASSERT_EQ(FillRect32(0x11223344u, dst.data(), pitch, width, height), S_OK);
@@ -353,7 +353,7 @@ TEST_P(PixelRules, FillAndCopyStayInsideTheRectangle) {
   }
 }
 
-TEST_P(PixelRules, BadArgumentsDoNothing) {
+TEST_P(PixelArithmetic, BadArgumentsDoNothing) {
   std::vector<uint8_t> buf(64, kUntouched);
   const std::vector<uint8_t> before = buf;
   const uint8_t* src = buf.data();
@@ -372,7 +372,7 @@ TEST_P(PixelRules, BadArgumentsDoNothing) {
   EXPECT_EQ(buf, before);
 }
 
-INSTANTIATE_TEST_SUITE_P(Paths, PixelRules, testing::ValuesIn(pixtest::Levels()),
+INSTANTIATE_TEST_SUITE_P(Paths, PixelArithmetic, testing::ValuesIn(pixtest::Levels()),
                          [](const testing::TestParamInfo<int32_t>& info) {
                            return "Level" + std::to_string(info.param);
                          });
