@@ -6,7 +6,6 @@ namespace ov {
 
 void InstallCrashReporter() {}
 void InitializeImageEncoders() {}
-void InitializePixelDispatch() {}
 void LoadCursors() {}
 void BuildCameraCatalogue() {}
 void BuildAudioCatalogue() {}
