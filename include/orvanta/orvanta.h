@@ -7,5 +7,6 @@
 #include "orvanta/encoders.h"
 #include "orvanta/log.h"
 #include "orvanta/module.h"
+#include "orvanta/mux.h"
 #include "orvanta/recorder.h"
 #include "orvanta/types.h"
