@@ -39,7 +39,12 @@ bool OutputFile::NeedsGlobalHeader() const {
 }
 
 bool OutputFile::CanCarry(AVCodecID codec) const {
-  return avformat_query_codec(m_context->oformat, codec, FF_COMPLIANCE_NORMAL) == 1;
+  const AVOutputFormat* format = m_context->oformat;
+  const int answer = avformat_query_codec(format, codec, FF_COMPLIANCE_NORMAL);
+  // Some muxers don't know (the MP3 muxer answers only for cover pictures);
+  // their own default codecs they take.
+  if (answer < 0) return codec == format->audio_codec || codec == format->video_codec;
+  return answer > 0;
 }
 
 int OutputFile::AddStream(const AVCodecParameters* parameters, AVRational timeBase,
