@@ -89,7 +89,8 @@ bool TranscodeSource::OpenDecoder(const AVCodecParameters* source) {
   const AVCodec* codec = avcodec_find_decoder(source->codec_id);
   m_decoder.reset(codec ? avcodec_alloc_context3(codec) : nullptr);
   if (!m_decoder || avcodec_parameters_to_context(m_decoder.get(), source) < 0) return false;
-  m_decoder->thread_count = 2;
+  // One thread: the encoder is by far the slower half and has the cores.
+  m_decoder->thread_count = 1;
   m_decoder->pkt_timebase = kIndexTimeBase;
   if (avcodec_open2(m_decoder.get(), codec, nullptr) < 0) {
     Log(kErr, "mux: no %s decoder\n", CodecName(source->codec_id));
