@@ -363,7 +363,7 @@ HRESULT CFFMux::RunMuxProgram() {
   launch.inherit = {m_Mapping.Fd()};
   if (logFd >= 0) launch.inherit.push_back(logFd);
   if (m_hAudioFile.Valid()) launch.inherit.push_back(m_hAudioFile.Fd());
-  launch.stdFd = ChildStdHandle();
+  launch.stdFd = ChildStdHandle() >= 0 ? ChildStdHandle() : logFd;
   WriteLog(kDbg, "\"%s\" m %s %s\n", launch.program.c_str(), launch.args[1].c_str(),
            launch.args[2].c_str());
   if (int error = m_Process.Start(launch)) {

@@ -285,4 +285,17 @@ TEST_F(FFMuxTest, WatermarkIsLaidOnEveryFrameUntilTurnedOff) {
   ExpectColour(ovtest::PictureAt(plain, 0), 272, 200, 96, 96, 96);
 }
 
+TEST_F(FFMuxTest, WatermarkThatCannotBeLoadedLeavesTheVideoAsItIs) {
+  UseWatermark(L"/nonexistent/logo.png", 0, 0);
+  const size_t mark = ovtest::LogMark();
+  const std::string out = Output("unmarked.mp4");
+  const HRESULT result = RunMux(0, out);
+  UseWatermark(nullptr, 0, 0);
+  ASSERT_EQ(result, S_OK);
+  const std::string log = ovtest::LogSince(mark);
+  EXPECT_NE(log.find("mux: the watermark covers nothing"), std::string::npos) << log;
+  EXPECT_EQ(log.find("encoded again"), std::string::npos) << log;
+  ExpectColour(ovtest::PictureAt(out, 0), 40, 100, 96, 96, 96);
+}
+
 }  // namespace

@@ -1,13 +1,16 @@
 // The mux program run by hand, with records that the engine would never
 // write: it must refuse each with a log line and a non-zero exit.
 #include <gtest/gtest.h>
+#include <signal.h>
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <cstring>
 #include <filesystem>
 #include <functional>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "TempSet.h"
@@ -171,6 +174,47 @@ TEST(ChildProcessTest, OnlyTheChosenDescriptorsReachTheChild) {
   EXPECT_TRUE(has(kept.Fd()));
   EXPECT_FALSE(has(other.Fd()));
   EXPECT_FALSE(has(ov::LogFd())) << "the log is passed only where asked for";
+}
+
+TEST(ChildProcessTest, ChildDiesWithTheThreadThatStartedIt) {
+  ov::ChildProcess child;
+  std::thread([&] {
+    ov::ChildLaunch launch;
+    launch.program = "/bin/sleep";
+    launch.args = {"30"};
+    EXPECT_EQ(child.Start(launch), 0);
+  }).join();
+  int code = 0;
+  ASSERT_TRUE(child.Wait(10000, &code));
+  EXPECT_EQ(code, -SIGKILL);
+}
+
+TEST(ChildProcessTest, EndingTheChildrenEndsWhatTheyStarted) {
+  ovtest::ScratchFolder folder("ovgroup");
+  const std::string pidFile = folder.Path() + "/pid";
+  ov::ChildLaunch launch;
+  launch.program = "/bin/sh";
+  launch.args = {"-c", "sleep 30 & echo $! > '" + pidFile + "'; wait"};
+  ov::ChildProcess child;
+  ASSERT_EQ(child.Start(launch), 0);
+  pid_t grandchild = 0;
+  for (int i = 0; i < 500 && grandchild <= 0; ++i) {
+    grandchild = std::atoi(ovtest::ReadFile(pidFile).c_str());
+    if (grandchild <= 0) std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  }
+  ASSERT_GT(grandchild, 0);
+  ov::EndChildProcesses();
+  int code = 0;
+  ASSERT_TRUE(child.Wait(10000, &code));
+  EXPECT_EQ(code, -SIGKILL);
+  // The grandchild is no child of this process; it is gone once init has
+  // reaped it.
+  bool gone = false;
+  for (int i = 0; i < 500 && !gone; ++i) {
+    gone = kill(grandchild, 0) != 0;
+    if (!gone) std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  }
+  EXPECT_TRUE(gone);
 }
 
 }  // namespace

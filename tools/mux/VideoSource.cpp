@@ -45,7 +45,7 @@ class CopySource : public VideoSource {
 class TranscodeSource : public VideoSource {
  public:
   explicit TranscodeSource(std::unique_ptr<TempVideo> video) : VideoSource(std::move(video)) {}
-  bool Open(const MuxJob& job, const OutputFile& output, AVCodecID target);
+  bool Open(const MuxJob& job, const OutputFile& output, AVCodecID target, bool watermark);
   int Next(AVPacket* packet) override;
 
  private:
@@ -65,12 +65,13 @@ class TranscodeSource : public VideoSource {
   bool m_encoderFlushed = false;
 };
 
-bool TranscodeSource::Open(const MuxJob& job, const OutputFile& output, AVCodecID target) {
+bool TranscodeSource::Open(const MuxJob& job, const OutputFile& output, AVCodecID target,
+                           bool watermark) {
   if (!m_parameters) return false;
   AVCodecParameters* source = avcodec_parameters_alloc();
   const bool probed = source && m_video->Probe(source);
   bool ok = probed && OpenDecoder(source);
-  if (ok && job.watermark) {
+  if (ok && watermark) {
     m_blend = std::make_unique<WatermarkBlend>();
     if (!m_blend->Init(job.watermark, job.watermarkBytes, source->width, source->height)) {
       Log(kErr, "mux: bad record: no watermark raster for %dx%d\n", source->width, source->height);
@@ -236,9 +237,19 @@ std::unique_ptr<VideoSource> OpenVideoSource(const MuxJob& job, const OutputFile
   if (!video->Open(job)) return nullptr;
   const AVCodecID codec = video->Codec();
   const bool carried = output.CanCarry(codec);
-  Log(kMsg, "mux: video %s %ux%u, frames %d..%d of %s\n", CodecName(codec), video->Header().width,
-      video->Header().height, job.firstFrame, job.endFrame, job.videoPath.c_str());
-  if (carried && !job.watermark) {
+  const auto& header = video->Header();
+  // A picture that could not be loaded leaves a raster that covers nothing:
+  // the frames would come out as they went in.
+  bool watermark = job.watermark != nullptr;
+  if (watermark &&
+      !WatermarkBlend::Covers(job.watermark, job.watermarkBytes, static_cast<int>(header.width),
+                              static_cast<int>(header.height))) {
+    Log(kMsg, "mux: the watermark covers nothing\n");
+    watermark = false;
+  }
+  Log(kMsg, "mux: video %s %ux%u, frames %d..%d of %s\n", CodecName(codec), header.width,
+      header.height, job.firstFrame, job.endFrame, job.videoPath.c_str());
+  if (carried && !watermark) {
     auto copy = std::make_unique<CopySource>(std::move(video));
     if (!copy->Open()) return nullptr;
     return copy;
@@ -249,13 +260,13 @@ std::unique_ptr<VideoSource> OpenVideoSource(const MuxJob& job, const OutputFile
     Log(kErr, "mux: the container takes no %s video\n", CodecName(target));
     return nullptr;
   }
-  if (job.watermark)
+  if (watermark)
     Log(kMsg, "mux: watermark: the video is decoded and encoded again as %s\n", CodecName(target));
   else
     Log(kMsg, "mux: the container takes no %s: the video is encoded again as %s\n",
         CodecName(codec), CodecName(target));
   auto transcode = std::make_unique<TranscodeSource>(std::move(video));
-  if (!transcode->Open(job, output, target)) return nullptr;
+  if (!transcode->Open(job, output, target, watermark)) return nullptr;
   return transcode;
 }
 

@@ -15,6 +15,16 @@ bool WatermarkBlend::Init(const uint8_t* raster, size_t bytes, int width, int he
   return true;
 }
 
+bool WatermarkBlend::Covers(const uint8_t* raster, size_t bytes, int width, int height) {
+  const size_t pixels = static_cast<size_t>(width) * height;
+  if (width <= 0 || height <= 0 || bytes < pixels * 4) return true;
+  const uint8_t* alpha = raster + pixels * 3 / 2;
+  const size_t count = pixels + pixels / 4;
+  for (size_t i = 0; i < count; ++i)
+    if (alpha[i] != 0) return true;
+  return false;
+}
+
 void WatermarkBlend::Scan(Plane* plane) {
   plane->rows.resize(static_cast<size_t>(plane->height));
   for (int y = 0; y < plane->height; ++y) {

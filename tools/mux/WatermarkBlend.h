@@ -23,6 +23,9 @@ class WatermarkBlend {
   // Writes source with the picture laid on it into target (both 8-bit
   // 4:2:0, the size given to Init); only the covered spans are blended.
   void Apply(const AVFrame* source, AVFrame* target) const;
+  // Whether any alpha of the raster is above 0; a raster of another size
+  // than bytes allow counts as covering (and fails at Init).
+  static bool Covers(const uint8_t* raster, size_t bytes, int width, int height);
 
  private:
   struct Span {
