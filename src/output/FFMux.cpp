@@ -23,6 +23,7 @@ namespace {
 
 constexpr uint32_t kPollMs = 500;
 constexpr uint32_t kReportMs = 500;
+constexpr uint32_t kMaxFrameSide = 16384;
 
 // Wide (UTF-32) text into a UTF-16 field of the record, at most 255 units;
 // a character that would not fit whole is left out with what follows.
@@ -195,7 +196,9 @@ HRESULT CFFMux::Prepare() {
   FrameIndexHeader header{};
   if (watermark) {
     SequentialFile index;
-    if (!OpenFrameIndex(IndexPathOf(r.szScreenCaptureFile), &index, &header))
+    // A size no encoder makes would only ask for a raster of gigabytes.
+    if (!OpenFrameIndex(IndexPathOf(r.szScreenCaptureFile), &index, &header) ||
+        header.width > kMaxFrameSide || header.height > kMaxFrameSide)
       header.width = header.height = 0;
   }
   if (m_Mapping.Create(watermark ? MuxRecordBytes(header.width, header.height) : kMuxRecordSize) !=
