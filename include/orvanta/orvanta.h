@@ -7,6 +7,7 @@
 #include "orvanta/encoders.h"
 #include "orvanta/log.h"
 #include "orvanta/module.h"
+#include "orvanta/mux.h"
 #include "orvanta/pixels.h"
 #include "orvanta/recorder.h"
 #include "orvanta/types.h"

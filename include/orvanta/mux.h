@@ -1,0 +1,50 @@
+// The final file of a recording: assembly of the temp set by the `mux`
+// program beside the library, and the watermark laid on its video.
+#pragma once
+
+#include "orvanta/types.h"
+
+// Implemented by the host; called on the muxer's own thread.
+class CMuxCallback {
+ public:
+  // percent: 0 to 10 while the audio is prepared, 10 to 100 while the file is
+  // written. Return non-zero to go on, 0 to cancel.
+  virtual int OnProgress(int percent) = 0;
+  // The end: 0, E_FAIL, or E_ABORT after a cancel. Called exactly once.
+  virtual void OnComplete(HRESULT result) = 0;
+
+ protected:
+  ~CMuxCallback() = default;
+};
+
+// FFMux m_Muxer values: what file they make.
+enum : int {
+  FFMUX_MP4 = 0,             // MP4, video + AAC
+  FFMUX_MOV = 1,             // QuickTime, video + AAC
+  FFMUX_MP4_VIDEO_ONLY = 2,  // MP4, video alone whatever was recorded
+  FFMUX_M4A = 3,             // MPEG-4 audio, AAC alone
+  FFMUX_AAC = 4,             // ADTS AAC alone
+  FFMUX_MP3 = 5,             // MP3 alone
+  FFMUX_MKV = 6,             // Matroska, video + AAC
+  FFMUX_FLV = 7,             // Flash video, H.264 + AAC
+  FFMUX_AVI = 8,             // AVI, video + AC-3
+};
+
+extern "C" {
+
+// Assembles the file of the last recording (GetCapturedFile) at
+// pwszOutFile, with its trim and track choices, at most Duration seconds
+// long (0: no limit). audioSetting is the audio bit rate in kbit/s, 0 for
+// the encoder's default. Returns 0 when the work has started on a thread of
+// its own, which reports through pCallback; any other result means that it
+// has not started and pCallback is never called. The record must be left
+// alone, and not freed, until OnComplete.
+OV_API HRESULT FFMux(int m_Muxer, int audioSetting, const wchar_t* pwszOutFile, int Duration,
+                     CMuxCallback* pCallback);
+
+// A picture laid on the video of the files made from now on; null turns it
+// off. alignX: 0 left, 1 centre, 2 right; alignY: 0 top, 1 centre, 2 bottom.
+// The picture keeps its own size and stands 16 pixels from the edges it is
+// aligned to. Always returns 0.
+OV_API HRESULT UseWatermark(const wchar_t* path, int alignX, int alignY);
+}

@@ -1,0 +1,222 @@
+// What the host sees when a mux cannot be done, is canceled, or its program
+// dies: one OnComplete with the failure, or a refusal and no callback at all,
+// and never a wait without end.
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstring>
+#include <filesystem>
+#include <functional>
+#include <thread>
+
+#include "TempSet.h"
+#include "platform/ChildProcess.h"
+#include "platform/Files.h"
+#include "support/Engine.h"
+
+namespace {
+
+using ovtest::RecordingSet;
+using ovtest::RunMux;
+
+bool Exists(const std::string& path) { return std::filesystem::exists(path); }
+
+// Works on a copy of the shared temp set, which it may damage.
+class FFMuxFailureTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    ovtest::CopyBaseSet(m_folder.Path());
+    m_set = std::make_unique<RecordingSet>(m_folder.Path());
+    m_set->UseVideo();
+    m_set->UseSpeaker();
+  }
+  std::string Video() const { return m_set->VideoPath(); }
+  std::string Index() const { return Video() + ".idx"; }
+  std::string Output() const { return m_folder.Path() + "/out.mp4"; }
+
+  ovtest::ScratchFolder m_folder{"ovmuxbad"};
+  std::unique_ptr<RecordingSet> m_set;
+};
+
+void Overwrite(const std::string& path, size_t offset, const std::string& bytes) {
+  std::string content = ovtest::ReadFile(path);
+  content.replace(offset, bytes.size(), bytes);
+  ovtest::WriteFile(path, content);
+}
+
+std::string Bytes(const void* data, size_t size) {
+  return std::string(static_cast<const char*>(data), size);
+}
+
+struct Damage {
+  const char* name;
+  std::function<void(const std::string& video, const std::string& index)> apply;
+  const char* logged;
+};
+
+class DamagedSetTest : public FFMuxFailureTest, public ::testing::WithParamInterface<Damage> {};
+
+TEST_P(DamagedSetTest, MuxProgramFailsWithALogLineAndLeavesNoFile) {
+  const Damage& damage = GetParam();
+  damage.apply(Video(), Index());
+  const size_t mark = ovtest::LogMark();
+  ovtest::MuxWaiter waiter;
+  EXPECT_EQ(RunMux(0, Output(), 0, &waiter), E_FAIL);
+  EXPECT_EQ(waiter.Completions(), 1);
+  const std::string log = ovtest::LogSince(mark);
+  EXPECT_NE(log.find(damage.logged), std::string::npos) << log;
+  EXPECT_NE(log.find("ExitCode=1\n"), std::string::npos) << log;
+  EXPECT_FALSE(Exists(Output()));
+}
+
+constexpr size_t kEntries = sizeof(ov::FrameIndexHeader);
+constexpr size_t kEntry = sizeof(ov::FrameIndexEntry);
+
+INSTANTIATE_TEST_SUITE_P(
+    Damages, DamagedSetTest,
+    ::testing::Values(Damage{"IndexHeaderGarbled",
+                             [](const std::string&, const std::string& index) {
+                               Overwrite(index, 0, "XXXXXXXX");
+                             },
+                             "mux: corrupt frame index"},
+                      Damage{"TempVideoCutShort",
+                             [](const std::string& video, const std::string&) {
+                               std::filesystem::resize_file(video,
+                                                            std::filesystem::file_size(video) / 2);
+                             },
+                             "lies outside the temp video"},
+                      Damage{"FirstFrameGarbled",
+                             [](const std::string& video, const std::string&) {
+                               Overwrite(video, 0, std::string(2048, '\x5A'));
+                             },
+                             "mux: corrupt temp video"},
+                      Damage{"EntryPointsPastTheEnd",
+                             [](const std::string&, const std::string& index) {
+                               const uint64_t far = 1ull << 40;
+                               Overwrite(index, kEntries + 10 * kEntry + 8,
+                                         Bytes(&far, sizeof far));
+                             },
+                             "lies outside the temp video"},
+                      Damage{"TimeRunsBackwards",
+                             [](const std::string&, const std::string& index) {
+                               const int64_t zero = 0;
+                               Overwrite(index, kEntries + 20 * kEntry, Bytes(&zero, sizeof zero));
+                             },
+                             "time runs backwards"}),
+    [](const ::testing::TestParamInfo<Damage>& info) { return info.param.name; });
+
+TEST_F(FFMuxFailureTest, IndexWithoutHeaderIsRefusedBeforeAnyWork) {
+  std::filesystem::resize_file(Index(), 20);
+  const size_t mark = ovtest::LogMark();
+  ovtest::MuxWaiter waiter;
+  EXPECT_EQ(RunMux(0, Output(), 0, &waiter), E_FAIL);
+  EXPECT_EQ(waiter.Completions(), 0);
+  EXPECT_NE(ovtest::LogSince(mark).find("to read file:"), std::string::npos);
+}
+
+TEST_F(FFMuxFailureTest, BadArgumentsAreRefusedWithoutACallback) {
+  ovtest::MuxWaiter waiter;
+  const std::wstring out = ov::FromUtf8(Output());
+  size_t mark = ovtest::LogMark();
+  EXPECT_EQ(FFMux(0, 0, nullptr, 0, &waiter), E_FAIL);
+  EXPECT_EQ(FFMux(0, 0, out.c_str(), 0, nullptr), E_FAIL);
+  EXPECT_EQ(FFMux(9, 0, out.c_str(), 0, &waiter), E_FAIL);
+  EXPECT_EQ(FFMux(-1, 0, out.c_str(), 0, &waiter), E_FAIL);
+  std::string log = ovtest::LogSince(mark);
+  EXPECT_NE(log.find("Error: pwszOutFile, FILE:"), std::string::npos);
+  EXPECT_NE(log.find("Error: pCallback, FILE:"), std::string::npos);
+  EXPECT_NE(log.find("m_Muxer=9?"), std::string::npos);
+  EXPECT_NE(log.find("m_Muxer=-1?"), std::string::npos);
+
+  m_set.reset();
+  mark = ovtest::LogMark();
+  EXPECT_EQ(FFMux(0, 0, out.c_str(), 0, &waiter), E_FAIL);
+  EXPECT_NE(ovtest::LogSince(mark).find("Error: g_Recording, FILE:"), std::string::npos);
+  EXPECT_EQ(waiter.Completions(), 0);
+  EXPECT_TRUE(waiter.Progress().empty());
+}
+
+TEST_F(FFMuxFailureTest, NamesOutsideAsciiReachTheProgramWhole) {
+  const std::string out =
+      m_folder.Path() + "/Aufnahme \xE2\x80\x93 \xE9\x8C\xB2\xE7\x94\xBB \xF0\x9F\x8E\xAC.mkv";
+  ASSERT_EQ(RunMux(6, out), S_OK);
+  EXPECT_EQ(ovtest::ProbeStreams(out).size(), 2u);
+}
+
+TEST_F(FFMuxFailureTest, CancelAtTheFirstReportEndsWithAbort) {
+  ovtest::MuxWaiter waiter(0);
+  EXPECT_EQ(RunMux(0, Output(), 0, &waiter), E_ABORT);
+  EXPECT_EQ(waiter.Progress().size(), 1u);
+  EXPECT_EQ(waiter.Completions(), 1);
+}
+
+// A mux long enough to be caught while its program runs: 40 s of 720p
+// whose video is encoded again for a watermark.
+class LongMuxTest : public ::testing::Test {
+ protected:
+  static void SetUpTestSuite() {
+    s_folder = new ovtest::ScratchFolder("ovmuxlong");
+    RecordingSet set(s_folder->Path());
+    ovtest::VideoSpec spec;
+    spec.width = 1280;
+    spec.height = 720;
+    spec.frames = 1200;
+    ASSERT_TRUE(ovtest::WriteTempVideo(ov::FromUtf8(set.VideoPath()), spec));
+    ovtest::WaveSpec wave;
+    wave.seconds = 40;
+    ASSERT_TRUE(ovtest::WriteWave(ov::FromUtf8(s_folder->Path() + "/Speaker.wav"), wave));
+    s_picture = new std::string(ovtest::MakeWatermarkPicture(s_folder->Path()));
+  }
+  static void TearDownTestSuite() {
+    delete s_picture;
+    delete s_folder;
+  }
+  void SetUp() override {
+    m_set = std::make_unique<RecordingSet>(s_folder->Path());
+    m_set->UseVideo();
+    m_set->UseSpeaker();
+    UseWatermark(ov::FromUtf8(*s_picture).c_str(), 1, 1);
+  }
+  void TearDown() override { UseWatermark(nullptr, 0, 0); }
+
+  static ovtest::ScratchFolder* s_folder;
+  static std::string* s_picture;
+  ovtest::ScratchFolder m_out{"ovmuxout"};
+  std::unique_ptr<RecordingSet> m_set;
+};
+
+ovtest::ScratchFolder* LongMuxTest::s_folder;
+std::string* LongMuxTest::s_picture;
+
+TEST_F(LongMuxTest, CancelWhileTheProgramRunsLeavesItToFinishTheFile) {
+  const std::string out = m_out.Path() + "/canceled.mp4";
+  ovtest::MuxWaiter waiter(11);
+  ASSERT_EQ(RunMux(0, out, 0, &waiter), E_ABORT);
+  EXPECT_GE(waiter.Progress().back(), 11);
+
+  // The program was neither signalled nor stopped: it ends the file itself.
+  const std::string done = "mux: " + out + " done";
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(120);
+  while (ovtest::LogText().find(done) == std::string::npos &&
+         std::chrono::steady_clock::now() < deadline)
+    std::this_thread::sleep_for(std::chrono::milliseconds(100));
+  ASSERT_NE(ovtest::LogText().find(done), std::string::npos);
+  EXPECT_EQ(ovtest::ProbeStreams(out).size(), 2u);
+  EXPECT_EQ(waiter.Completions(), 1);
+}
+
+TEST_F(LongMuxTest, ProgramThatDiesGivesFail) {
+  const std::string out = m_out.Path() + "/killed.mp4";
+  ovtest::MuxWaiter waiter;
+  const size_t mark = ovtest::LogMark();
+  ASSERT_EQ(FFMux(0, 0, ov::FromUtf8(out).c_str(), 0, &waiter), S_OK);
+  ASSERT_TRUE(waiter.WaitForProgress(11, 120));
+  // What the engine does at its end: every child's process group is killed.
+  ov::EndChildProcesses();
+  ASSERT_TRUE(waiter.Wait(120));
+  EXPECT_EQ(waiter.Result(), E_FAIL);
+  EXPECT_NE(ovtest::LogSince(mark).find("ExitCode=-9\n"), std::string::npos);
+}
+
+}  // namespace

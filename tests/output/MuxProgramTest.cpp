@@ -1,0 +1,220 @@
+// The mux program run by hand, with records that the engine would never
+// write: it must refuse each with a log line and a non-zero exit.
+#include <gtest/gtest.h>
+#include <signal.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <cstring>
+#include <filesystem>
+#include <functional>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "TempSet.h"
+#include "output/MuxRecord.h"
+#include "platform/AnonymousFile.h"
+#include "platform/ChildProcess.h"
+#include "platform/Library.h"
+#include "platform/LogFile.h"
+#include "platform/SharedMemory.h"
+#include "session/Log.h"
+#include "support/Engine.h"
+
+namespace {
+
+constexpr int kRate = 48000;
+
+void SetPath(char16_t* field, const std::string& ascii) {
+  size_t i = 0;
+  for (; i < ascii.size() && i + 1 < ov::kMuxPathChars; ++i) field[i] = ascii[i];
+  field[i] = u'\0';
+}
+
+// A record for an ADTS file from one second of 16-bit stereo.
+class MuxProgramTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    ASSERT_EQ(m_audio.Create(ov::TempFolder()), 0);
+    std::vector<int16_t> samples(kRate * 2);
+    for (size_t i = 0; i < samples.size(); ++i) samples[i] = static_cast<int16_t>(i * 37 % 2000);
+    ASSERT_EQ(m_audio.Write(samples.data(), samples.size() * 2), 0);
+    ASSERT_EQ(m_record.Create(ov::kMuxRecordSize), 0);
+    ov::MuxRecord& r = Record();
+    r.size = ov::kMuxRecordSize;
+    SetPath(r.outputPath, Output());
+    r.container = ov::kMuxAdts;
+    r.noVideo = 1;
+    r.audioChannels = 2;
+    r.audioRate = kRate;
+    std::strcpy(r.encoder, "libfdk_aac");
+    r.audioFd = m_audio.Fd();
+    r.audioFrames = kRate;
+  }
+
+  ov::MuxRecord& Record() { return *static_cast<ov::MuxRecord*>(m_record.Data()); }
+  std::string Output() const { return m_out.Path() + "/out.aac"; }
+
+  // Runs mux on the record; its exit code.
+  int Run(const ov::SharedMemory& record, std::vector<std::string> args = {}) {
+    ov::ChildLaunch launch;
+    launch.program = ov::ModuleFolder() + "/mux";
+    launch.args = args.empty() ? std::vector<std::string>{"m", std::to_string(ov::LogFd()),
+                                                          std::to_string(record.Fd())}
+                               : args;
+    launch.inherit = {record.Fd(), ov::LogFd(), m_audio.Fd()};
+    launch.stdFd = ov::ChildStdHandle();
+    ov::ChildProcess child;
+    EXPECT_EQ(child.Start(launch), 0);
+    int code = -1000;
+    EXPECT_TRUE(child.Wait(60000, &code));
+    return code;
+  }
+
+  ovtest::ScratchFolder m_out{"ovmuxprog"};
+  ov::AnonymousFile m_audio;
+  ov::SharedMemory m_record;
+};
+
+TEST_F(MuxProgramTest, GoodRecordMakesTheFileAndCountsToAHundred) {
+  EXPECT_EQ(Run(m_record), 0);
+  EXPECT_EQ(ov::MuxProgress(&Record()).load(), 100);
+  const auto streams = ovtest::ProbeStreams(Output());
+  ASSERT_EQ(streams.size(), 1u);
+  EXPECT_EQ(streams[0].codec, "aac");
+}
+
+struct BadRecord {
+  const char* name;
+  std::function<void(ov::MuxRecord*)> spoil;
+};
+
+class BadRecordTest : public MuxProgramTest, public ::testing::WithParamInterface<BadRecord> {};
+
+TEST_P(BadRecordTest, IsRefusedWithALogLine) {
+  GetParam().spoil(&Record());
+  const size_t mark = ovtest::LogMark();
+  EXPECT_EQ(Run(m_record), 1);
+  EXPECT_NE(ovtest::LogSince(mark).find("[ERR]  mux: bad record"), std::string::npos)
+      << ovtest::LogSince(mark);
+  EXPECT_FALSE(std::filesystem::exists(Output()));
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Spoiled, BadRecordTest,
+    ::testing::Values(
+        BadRecord{"WrongSize", [](ov::MuxRecord* r) { r->size = 1000; }},
+        BadRecord{"UnknownContainer", [](ov::MuxRecord* r) { r->container = 9; }},
+        BadRecord{"UnterminatedPath",
+                  [](ov::MuxRecord* r) {
+                    for (char16_t& c : r->outputPath) c = u'a';
+                  }},
+        BadRecord{"BrokenSurrogate", [](ov::MuxRecord* r) { r->outputPath[3] = 0xD800; }},
+        BadRecord{"FlagOutOfRange", [](ov::MuxRecord* r) { r->noAudio = 7; }},
+        BadRecord{"NoChannels", [](ov::MuxRecord* r) { r->audioChannels = 0; }},
+        BadRecord{"UnknownEncoder", [](ov::MuxRecord* r) { std::strcpy(r->encoder, "opus"); }},
+        BadRecord{"AudioNotInherited", [](ov::MuxRecord* r) { r->audioFd = 999; }},
+        BadRecord{"NothingToWrite", [](ov::MuxRecord* r) { r->noAudio = 1; }},
+        BadRecord{"EmptyFrameRange",
+                  [](ov::MuxRecord* r) {
+                    r->container = ov::kMuxMp4;
+                    r->noVideo = 0;
+                    SetPath(r->videoPath, "/nonexistent/ScreenCapture.h264");
+                    SetPath(r->indexPath, "/nonexistent/ScreenCapture.h264.idx");
+                    r->firstFrame = 5;
+                    r->endFrame = 5;
+                  }}),
+    [](const ::testing::TestParamInfo<BadRecord>& info) { return info.param.name; });
+
+TEST_F(MuxProgramTest, ShortMappingIsRefused) {
+  ov::SharedMemory tiny;
+  ASSERT_EQ(tiny.Create(100), 0);
+  const size_t mark = ovtest::LogMark();
+  EXPECT_EQ(Run(tiny), 1);
+  EXPECT_NE(ovtest::LogSince(mark).find("mux: bad record: mapping too small"), std::string::npos);
+}
+
+TEST_F(MuxProgramTest, BadCommandLinesAreRefused) {
+  const size_t mark = ovtest::LogMark();
+  EXPECT_EQ(Run(m_record, {"m", std::to_string(ov::LogFd()), "x"}), 2);
+  EXPECT_NE(ovtest::LogSince(mark).find("mux: usage"), std::string::npos);
+  EXPECT_EQ(Run(m_record, {"q"}), 2);
+  EXPECT_FALSE(std::filesystem::exists(Output()));
+}
+
+TEST(ChildProcessTest, MissingProgramFailsToStartAndLeavesNothingRunning) {
+  ov::ChildLaunch launch;
+  launch.program = "/nonexistent/mux";
+  ov::ChildProcess child;
+  EXPECT_EQ(child.Start(launch), ENOENT);
+  EXPECT_FALSE(child.Running());
+}
+
+TEST(ChildProcessTest, OnlyTheChosenDescriptorsReachTheChild) {
+  ov::AnonymousFile kept, other;
+  ASSERT_EQ(kept.Create(ov::TempFolder()), 0);
+  ASSERT_EQ(other.Create(ov::TempFolder()), 0);
+  ovtest::ScratchFolder folder("ovfds");
+  const std::string listing = folder.Path() + "/fds";
+  ov::ChildLaunch launch;
+  launch.program = "/bin/sh";
+  launch.args = {"-c", "ls /proc/$$/fd > '" + listing + "'"};
+  launch.inherit = {kept.Fd()};
+  ov::ChildProcess child;
+  ASSERT_EQ(child.Start(launch), 0);
+  int code = -1;
+  ASSERT_TRUE(child.Wait(10000, &code));
+  EXPECT_EQ(code, 0);
+  const std::vector<std::string> fds = ovtest::Lines(ovtest::ReadFile(listing));
+  auto has = [&](int fd) {
+    return std::find(fds.begin(), fds.end(), std::to_string(fd)) != fds.end();
+  };
+  EXPECT_TRUE(has(kept.Fd()));
+  EXPECT_FALSE(has(other.Fd()));
+  EXPECT_FALSE(has(ov::LogFd())) << "the log is passed only where asked for";
+}
+
+TEST(ChildProcessTest, ChildDiesWithTheThreadThatStartedIt) {
+  ov::ChildProcess child;
+  std::thread([&] {
+    ov::ChildLaunch launch;
+    launch.program = "/bin/sleep";
+    launch.args = {"30"};
+    EXPECT_EQ(child.Start(launch), 0);
+  }).join();
+  int code = 0;
+  ASSERT_TRUE(child.Wait(10000, &code));
+  EXPECT_EQ(code, -SIGKILL);
+}
+
+TEST(ChildProcessTest, EndingTheChildrenEndsWhatTheyStarted) {
+  ovtest::ScratchFolder folder("ovgroup");
+  const std::string pidFile = folder.Path() + "/pid";
+  ov::ChildLaunch launch;
+  launch.program = "/bin/sh";
+  launch.args = {"-c", "sleep 30 & echo $! > '" + pidFile + "'; wait"};
+  ov::ChildProcess child;
+  ASSERT_EQ(child.Start(launch), 0);
+  pid_t grandchild = 0;
+  for (int i = 0; i < 500 && grandchild <= 0; ++i) {
+    grandchild = std::atoi(ovtest::ReadFile(pidFile).c_str());
+    if (grandchild <= 0) std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  }
+  ASSERT_GT(grandchild, 0);
+  ov::EndChildProcesses();
+  int code = 0;
+  ASSERT_TRUE(child.Wait(10000, &code));
+  EXPECT_EQ(code, -SIGKILL);
+  // The grandchild is no child of this process; it is gone once init has
+  // reaped it.
+  bool gone = false;
+  for (int i = 0; i < 500 && !gone; ++i) {
+    gone = kill(grandchild, 0) != 0;
+    if (!gone) std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  }
+  EXPECT_TRUE(gone);
+}
+
+}  // namespace

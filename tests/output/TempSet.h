@@ -1,0 +1,130 @@
+// What the output tests work on: a temp set made by the real encoder library
+// and the real wave writer, the recording record set by hand, a host
+// callback that records what it is told, and probes of the files made.
+#pragma once
+
+#include <condition_variable>
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "encode/FrameIndex.h"
+#include "orvanta/orvanta.h"
+#include "support/TestEnv.h"
+
+namespace ovtest {
+
+// Frames of a synthetic screen: a grey field, a bar that moves, and the
+// frame's number in 12 bits as black and white squares along the top.
+struct VideoSpec {
+  int codecType = 1;
+  int width = 320;
+  int height = 240;
+  int fps = 30;
+  int frames = 300;
+  int keyEverySeconds = 5;
+  // Every n-th frame is left out (the screen did not change), so that the
+  // frame rate varies; 0 leaves none out.
+  int skipEvery = 0;
+};
+
+// 100-ns time of frame i of a spec.
+int64_t FrameTime(const VideoSpec& spec, int i);
+
+// Writes the temp video and its ".idx" through the encoder library of the
+// vendor table. False when the encoder failed.
+bool WriteTempVideo(const std::wstring& path, const VideoSpec& spec);
+
+struct WaveSpec {
+  bool floatSamples = true;  // 32-bit float extensible, else 16-bit PCM
+  int rate = 48000;
+  int channels = 2;
+  double seconds = 10.0;
+  std::vector<double> beeps;  // start times of 50 ms bursts of 1 kHz
+};
+bool WriteWave(const std::wstring& path, const WaveSpec& spec);
+
+// The record of a recording in folder, set as g_Recording while it lives.
+class RecordingSet {
+ public:
+  explicit RecordingSet(const std::string& folder);
+  ~RecordingSet();
+  CapturedFile& Record() { return *m_record; }
+  std::string VideoPath(int codecType = 1) const;
+  void UseVideo(int codecType = 1);
+  void UseSpeaker();
+  void UseMicrophone();
+
+ private:
+  std::string m_folder;
+  std::unique_ptr<CapturedFile> m_record;
+};
+
+// One temp set for the whole program, made at first use: 10 s of H.264 at
+// 30 fps with a key frame every 5 s and every 7th frame left out, a
+// loopback track of float stereo at 48 kHz with bursts at kBaseBeeps, and a
+// silent 16-bit mono microphone track at 44.1 kHz.
+inline constexpr double kBaseBeeps[] = {0.2, 2.7, 5.3, 8.2, 9.0};
+struct BaseSet {
+  std::string folder;
+  VideoSpec spec;
+  std::vector<ov::FrameIndexEntry> entries;
+};
+const BaseSet& BaseTempSet();
+// Copies the base set's files into folder.
+void CopyBaseSet(const std::string& folder);
+
+// A 64 x 48 red picture at half opacity, as a PNG in folder; its path.
+std::string MakeWatermarkPicture(const std::string& folder);
+
+// A host callback: progress and the end, with a cancel on demand.
+class MuxWaiter : public CMuxCallback {
+ public:
+  // Cancels at the first report of at least this percent; -1 never.
+  explicit MuxWaiter(int cancelAt = -1) : m_cancelAt(cancelAt) {}
+  int OnProgress(int percent) override;
+  void OnComplete(HRESULT result) override;
+  // Waits up to limitSeconds for OnComplete; false when it did not come.
+  bool Wait(int limitSeconds);
+  // Waits until a report of at least percent, or the end.
+  bool WaitForProgress(int percent, int limitSeconds);
+  HRESULT Result() const;
+  std::vector<int> Progress() const;
+  int Completions() const;
+
+ private:
+  mutable std::mutex m_mutex;
+  std::condition_variable m_changed;
+  const int m_cancelAt;
+  std::vector<int> m_progress;
+  int m_completions = 0;
+  HRESULT m_result = S_OK;
+};
+
+// What RunMux gives when OnComplete never came.
+inline constexpr HRESULT kMuxNeverEnded = 0x7FFF0001;
+
+// Runs FFMux and waits for its end: the result of FFMux when it did not
+// start, else that of OnComplete.
+HRESULT RunMux(int muxer, const std::string& output, int duration = 0, MuxWaiter* waiter = nullptr);
+
+struct StreamInfo {
+  std::string type;  // "video", "audio"
+  std::string codec;
+  double duration = 0;
+};
+std::vector<StreamInfo> ProbeStreams(const std::string& file);
+// What ffmpeg says while decoding the whole file; empty when clean.
+std::string DecodeErrors(const std::string& file);
+// Presentation times in seconds of the first video stream's packets.
+std::vector<double> VideoTimes(const std::string& file);
+// The decoded picture at time t of the file as RGB rows of width * 3.
+std::string PictureAt(const std::string& file, double t);
+// The number drawn in each decoded frame, in order.
+std::vector<int> FrameNumbers(const std::string& file);
+// Start times in seconds of the bursts heard in the file's audio.
+std::vector<double> BeepTimes(const std::string& file);
+
+}  // namespace ovtest

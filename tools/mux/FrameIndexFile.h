@@ -1,0 +1,22 @@
+// The frame index beside the temp video, read and checked against the stream
+// for the frames that the record asks for.
+#pragma once
+
+#include <cstdint>
+#include <vector>
+
+#include "MuxJob.h"
+#include "encode/FrameIndex.h"
+
+namespace mux {
+
+struct FrameIndexFile {
+  ov::FrameIndexHeader header{};
+  std::vector<ov::FrameIndexEntry> entries;  // 0 .. endFrame - 1
+};
+
+// False, with a log line, for an index that can't be read, isn't one, or
+// whose entries in the range don't lie inside a stream of streamBytes.
+bool ReadFrameIndex(const MuxJob& job, int64_t streamBytes, FrameIndexFile* index);
+
+}  // namespace mux

@@ -1,0 +1,61 @@
+// mux: assembles the final file of a recording for the engine, in a process
+// of its own so that a failure in container code never takes the host down.
+//
+//   mux m <log fd> <record fd>
+//
+// Both numbers are descriptors inherited from the engine: the log, opened
+// for appending, and the shared record that names everything else. The exit
+// status is 0 for a complete file; any failure leaves a line in the log.
+#include <cerrno>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "Assembler.h"
+#include "MuxJob.h"
+#include "MuxLog.h"
+
+namespace {
+
+bool ParseFd(const char* text, int* fd) {
+  char* end = nullptr;
+  errno = 0;
+  const long long value = std::strtoll(text, &end, 10);
+  if (errno != 0 || end == text || *end != '\0' || value < -1 || value > 0x7FFFFFFF) return false;
+  *fd = static_cast<int>(value);
+  return true;
+}
+
+int Assemble(int argc, char** argv) {
+  int logFd = -1, recordFd = -1;
+  const bool parsed = argc == 4 && ParseFd(argv[2], &logFd) && ParseFd(argv[3], &recordFd);
+  mux::SetLogFd(logFd);
+  mux::RouteLibavLog();
+  if (!parsed) {
+    mux::Log(mux::kErr, "mux: usage: mux m <log fd> <record fd>\n");
+    return 2;
+  }
+  const auto start = std::chrono::steady_clock::now();
+  mux::RecordMapping mapping;
+  mux::MuxJob job;
+  if (!mapping.Map(recordFd) || !mux::ReadJob(mapping, &job)) return 1;
+  if (!mux::Assemble(job)) {
+    mux::Log(mux::kErr, "mux: %s was not made\n", job.outputPath.c_str());
+    return 1;
+  }
+  const auto ms = std::chrono::duration_cast<std::chrono::milliseconds>(
+                      std::chrono::steady_clock::now() - start)
+                      .count();
+  mux::Log(mux::kMsg, "mux: %s done in %lld ms\n", job.outputPath.c_str(),
+           static_cast<long long>(ms));
+  return 0;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  if (argc >= 2 && std::strcmp(argv[1], "m") == 0) return Assemble(argc, argv);
+  std::fprintf(stderr, "usage: mux m <log fd> <record fd>\n");
+  return 2;
+}
