@@ -276,10 +276,12 @@ std::vector<StreamInfo> ProbeStreams(const std::string& file) {
   return streams;
 }
 
+// Variable-rate files: "-vsync vfr" keeps ffmpeg's null output off a guessed
+// frame-rate grid that two close frames would collide on.
 std::string DecodeErrors(const std::string& file) {
   int code = 0;
-  std::string out =
-      RunCapture("ffmpeg -nostdin -v error -i " + Quoted(file) + " -f null - 2>&1", &code);
+  std::string out = RunCapture(
+      "ffmpeg -nostdin -v error -i " + Quoted(file) + " -vsync vfr -f null - 2>&1", &code);
   if (code != 0) out += "\nffmpeg exit code " + std::to_string(code);
   return out;
 }
