@@ -13,7 +13,8 @@
 
 namespace {
 constexpr int64_t kKeyFrameSpacing = 50000000;  // 5 s in 100-ns units
-}
+constexpr int32_t kScheduleSlackMs = 4;
+}  // namespace
 
 CCaptureVideoStream::CCaptureVideoStream(CScreenCapture* pOwner, CVideoCodec* pCodec, int32_t width,
                                          int32_t height)
@@ -56,11 +57,7 @@ void CCaptureVideoStream::Run() {
       owner.m_hRunEvent.Wait();
       continue;
     }
-    if (owner.m_nFrameCount != 0) {
-      uint32_t passed = ov::TickCount() - owner.m_dwFrameTick;
-      uint32_t interval = owner.m_dwFrameInterval.load(std::memory_order_relaxed);
-      if (passed < interval) ov::SleepMs(interval - passed);
-    }
+    if (owner.m_nFrameCount != 0) WaitForNextFrame();
     if (g_bRecording.load()) MakeFrame();
   }
   if (g_bLastFrame.load()) {
@@ -68,9 +65,44 @@ void CCaptureVideoStream::Run() {
     // still screen at the end does not shorten the video.
     reinterpret_cast<uint32_t*>(m_pLastFrame)[0] ^= 0xFFFFFFFFu;
     reinterpret_cast<uint32_t*>(m_pLastFrame)[1] ^= 0xFFFFFFFFu;
+    // Paced like any other frame, so that it never lies closer to its
+    // predecessor than one frame interval.
+    if (owner.m_nFrameCount != 0) WaitForNextFrame();
     MakeFrame();
   }
   m_pCodec->Finish();
+}
+
+// The interval runs from the start of one capture to the start of the next.
+// A whole number of milliseconds per frame would run fast (33 ms makes 30.3
+// frames a second at 30), so at the base rate frames keep to a schedule of
+// exact 1000 / FrameRate steps from an anchor; a frame that comes late is not
+// made up for: the schedule starts again from it.
+void CCaptureVideoStream::WaitForNextFrame() {
+  CScreenCapture& owner = *m_pOwner;
+  const uint32_t interval = owner.m_dwFrameInterval.load(std::memory_order_relaxed);
+  const uint32_t now = ov::TickCount();
+  uint32_t due = owner.m_dwFrameTick + interval;
+  if (interval == owner.m_dwBaseInterval && g_videoOpt.FrameRate > 0) {
+    if (m_nPaced == 0) m_dwPaceAnchor = owner.m_dwFrameTick;
+    uint32_t scheduled =
+        m_dwPaceAnchor +
+        static_cast<uint32_t>((m_nPaced + 1) * 1000 / static_cast<uint64_t>(g_videoOpt.FrameRate));
+    // A capture that woke a little late (the sleep's own slack) keeps the
+    // schedule; one more than a few milliseconds late starts a new one.
+    int32_t drift = static_cast<int32_t>(scheduled - due);
+    if (drift >= -kScheduleSlackMs && drift <= 1) {
+      due = scheduled;
+    } else {
+      m_nPaced = 0;  // late, paused or slowed: a new anchor at the last frame
+      m_dwPaceAnchor = owner.m_dwFrameTick;
+    }
+  } else {
+    m_nPaced = 0;
+  }
+  int32_t rest = static_cast<int32_t>(due - now);
+  if (rest > 0) ov::SleepMs(static_cast<uint32_t>(rest));
+  ++m_nPaced;
 }
 
 void CCaptureVideoStream::MakeFrame() {

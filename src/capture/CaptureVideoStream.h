@@ -51,9 +51,12 @@ class CCaptureVideoStream : public CFrameDetect, public CMemoryBitmap {
 
  private:
   void Run();
+  void WaitForNextFrame();
   void MakeFrame();
   void Unborder(uint8_t* frame);
 
   bool m_bSetUpOk = false;
+  uint32_t m_dwPaceAnchor = 0;  // tick of the frame the schedule counts from
+  uint64_t m_nPaced = 0;        // frames since the anchor
   std::unique_ptr<CMouseOverlay> m_mouse;
 };

@@ -90,8 +90,8 @@ std::vector<std::pair<double, double>> SoundLevel(const std::string& file) {
                                               "stream=start_time -of csv=p=0 '" +
                                               file + "'")
                                .c_str());
-  std::string pcm = ovtest::RunCapture("ffmpeg -v error -i '" + file +
-                                       "' -map 0:a -ac 1 -ar 48000 -f s16le -");
+  std::string pcm =
+      ovtest::RunCapture("ffmpeg -v error -i '" + file + "' -map 0:a -ac 1 -ar 48000 -f s16le -");
   const int16_t* samples = reinterpret_cast<const int16_t*>(pcm.data());
   size_t count = pcm.size() / 2;
   const size_t step = 240;
