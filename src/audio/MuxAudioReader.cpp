@@ -54,7 +54,7 @@ HRESULT CMuxAudioReader::Initialize(const WAVEFORMATEX& wfx, LONG lVolume) {
 uint32_t CMuxAudioReader::Read(void* pBuffer, uint32_t nBytes) {
   auto* out = static_cast<uint8_t*>(pBuffer);
   const uint32_t delivered =
-      m_pConverter ? ReadConverted(out, nBytes) : CMuxWaveFile::Read(out, nBytes);
+      m_pConverter ? ReadConverted(out, nBytes) : CWaveReader::Read(out, nBytes);
   if (m_pfnVolume) m_pfnVolume(out, static_cast<int32_t>(delivered), m_lVolume);
   return delivered;
 }
@@ -72,7 +72,7 @@ uint32_t CMuxAudioReader::ReadConverted(uint8_t* pBuffer, uint32_t nBytes) {
       return delivered;
     } else {
       const uint32_t n =
-          CMuxWaveFile::Read(m_ReadBuffer.Data(), static_cast<uint32_t>(m_nReadBlock));
+          CWaveReader::Read(m_ReadBuffer.Data(), static_cast<uint32_t>(m_nReadBlock));
       m_nWaiting = m_pConverter->Convert(m_ReadBuffer.Data(), static_cast<int32_t>(n), &m_pWaiting);
     }
   }

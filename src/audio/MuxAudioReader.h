@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <memory>
 
-#include "audio/MuxWaveFile.h"
+#include "audio/WaveReader.h"
 #include "audio/convert/AlignedBuffer.h"
 #include "audio/convert/AudioConverter.h"
 #include "audio/convert/TrackMix.h"
@@ -14,7 +14,7 @@
 // Reads one wave temp file through a converter to the wanted format. The
 // order of calls is Open, Initialize, the seek of a trim start, Read until it
 // gives 0.
-class CMuxAudioReader : public CMuxWaveFile {
+class CMuxAudioReader : public CWaveReader {
  public:
   CMuxAudioReader();
   ~CMuxAudioReader() override;
