@@ -158,11 +158,11 @@ class LongMuxTest : public ::testing::Test {
   static void SetUpTestSuite() {
     s_folder = new ovtest::ScratchFolder("ovmuxlong");
     RecordingSet set(s_folder->Path());
-    ovtest::VideoSpec spec;
-    spec.width = 1280;
-    spec.height = 720;
-    spec.frames = 1200;
-    ASSERT_TRUE(ovtest::WriteTempVideo(ov::FromUtf8(set.VideoPath()), spec));
+    ovtest::VideoSpec video;
+    video.width = 1280;
+    video.height = 720;
+    video.frames = 1200;
+    ASSERT_TRUE(ovtest::WriteTempVideo(ov::FromUtf8(set.VideoPath()), video));
     ovtest::WaveSpec wave;
     wave.seconds = 40;
     ASSERT_TRUE(ovtest::WriteWave(ov::FromUtf8(s_folder->Path() + "/Speaker.wav"), wave));

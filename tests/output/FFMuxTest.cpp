@@ -51,7 +51,7 @@ class FFMuxTest : public ::testing::Test {
   }
   // The frame number drawn into index entry i.
   static int NumberOf(size_t i) {
-    return static_cast<int>(std::lround((*s_entries)[i].time * s_base->spec.fps / 90000.0));
+    return static_cast<int>(std::lround((*s_entries)[i].time * s_base->video.fps / 90000.0));
   }
 
   static const ovtest::BaseSet* s_base;
@@ -210,10 +210,10 @@ class OtherCodecTest : public ::testing::TestWithParam<CodecCase> {
     if (!made[slot]) {
       made[slot] = true;
       RecordingSet set(folders[slot].Path());
-      ovtest::VideoSpec spec;
-      spec.codecType = codecType;
-      spec.frames = 90;
-      EXPECT_TRUE(ovtest::WriteTempVideo(ov::FromUtf8(set.VideoPath(codecType)), spec));
+      ovtest::VideoSpec video;
+      video.codecType = codecType;
+      video.frames = 90;
+      EXPECT_TRUE(ovtest::WriteTempVideo(ov::FromUtf8(set.VideoPath(codecType)), video));
       ovtest::WaveSpec wave;
       wave.seconds = 3.0;
       EXPECT_TRUE(ovtest::WriteWave(ov::FromUtf8(folders[slot].Path() + "/Speaker.wav"), wave));
@@ -253,7 +253,7 @@ INSTANTIATE_TEST_SUITE_P(Codecs, OtherCodecTest,
 
 // The colour of the pixel at x, y of an RGB picture of the base set's width.
 void ExpectColour(const std::string& picture, int x, int y, int r, int g, int b) {
-  const size_t at = (static_cast<size_t>(y) * ovtest::BaseTempSet().spec.width + x) * 3;
+  const size_t at = (static_cast<size_t>(y) * ovtest::BaseTempSet().video.width + x) * 3;
   ASSERT_LT(at + 2, picture.size());
   EXPECT_NEAR(static_cast<uint8_t>(picture[at]), r, 24) << "red at " << x << "," << y;
   EXPECT_NEAR(static_cast<uint8_t>(picture[at + 1]), g, 24) << "green at " << x << "," << y;

@@ -34,10 +34,10 @@ void Fill(std::vector<uint32_t>* pixels, int stride, int x, int y, int w, int h,
     for (int col = x; col < x + w; ++col) (*pixels)[static_cast<size_t>(row) * stride + col] = bgr;
 }
 
-void DrawFrame(const VideoSpec& spec, int i, int stride, std::vector<uint32_t>* pixels) {
-  Fill(pixels, stride, 0, 0, spec.width, spec.height, 0x606060);
-  const int barX = (i * 7) % (spec.width - 24);
-  Fill(pixels, stride, barX, kCodeSquare * 2, 24, spec.height - kCodeSquare * 2, 0x20C0F0);
+void DrawFrame(const VideoSpec& video, int i, int stride, std::vector<uint32_t>* pixels) {
+  Fill(pixels, stride, 0, 0, video.width, video.height, 0x606060);
+  const int barX = (i * 7) % (video.width - 24);
+  Fill(pixels, stride, barX, kCodeSquare * 2, 24, video.height - kCodeSquare * 2, 0x20C0F0);
   for (int bit = 0; bit < kCodeBits; ++bit) {
     const bool one = (i >> bit) & 1;
     Fill(pixels, stride, bit * kCodeSquare, 0, kCodeSquare, kCodeSquare, one ? 0xFFFFFF : 0x000000);
@@ -48,27 +48,27 @@ std::string Quoted(const std::string& path) { return "'" + path + "'"; }
 
 }  // namespace
 
-int64_t FrameTime(const VideoSpec& spec, int i) {
-  return static_cast<int64_t>(i) * 10000000 / spec.fps;
+int64_t FrameTime(const VideoSpec& video, int i) {
+  return static_cast<int64_t>(i) * 10000000 / video.fps;
 }
 
-bool WriteTempVideo(const std::wstring& path, const VideoSpec& spec) {
+bool WriteTempVideo(const std::wstring& path, const VideoSpec& video) {
   NullStatistics statistics;
   NullRateControl rateControl;
   std::unique_ptr<CVideoCodec> encoder(
-      ov::CreateLibraryVideoCodec(spec.codecType, &statistics, &rateControl));
-  if (!encoder || encoder->Initialize(spec.codecType, spec.width, spec.height, spec.fps, 3,
+      ov::CreateLibraryVideoCodec(video.codecType, &statistics, &rateControl));
+  if (!encoder || encoder->Initialize(video.codecType, video.width, video.height, video.fps, 3,
                                       path.c_str()) != S_OK)
     return false;
-  const int stride = (spec.width + 63) / 64 * 64;
-  std::vector<uint32_t> pixels(static_cast<size_t>(stride) * spec.height);
+  const int stride = (video.width + 63) / 64 * 64;
+  std::vector<uint32_t> pixels(static_cast<size_t>(stride) * video.height);
   int64_t nextKey = 0;
-  for (int i = 0; i < spec.frames; ++i) {
-    const int64_t time = FrameTime(spec, i);
+  for (int i = 0; i < video.frames; ++i) {
+    const int64_t time = FrameTime(video, i);
     const bool key = time >= nextKey;
-    if (key) nextKey += static_cast<int64_t>(spec.keyEverySeconds) * 10000000;
-    const bool unchanged = !key && spec.skipEvery > 0 && i % spec.skipEvery == 0;
-    if (!unchanged) DrawFrame(spec, i, stride, &pixels);
+    if (key) nextKey += static_cast<int64_t>(video.keyEverySeconds) * 10000000;
+    const bool unchanged = !key && video.skipEvery > 0 && i % video.skipEvery == 0;
+    if (!unchanged) DrawFrame(video, i, stride, &pixels);
     encoder->WriteFrame(reinterpret_cast<const uint8_t*>(pixels.data()), stride * 4, time, key,
                         unchanged);
   }
@@ -76,19 +76,19 @@ bool WriteTempVideo(const std::wstring& path, const VideoSpec& spec) {
   return true;
 }
 
-bool WriteWave(const std::wstring& path, const WaveSpec& spec) {
+bool WriteWave(const std::wstring& path, const WaveSpec& wave) {
   WAVEFORMATEXTENSIBLE format{};
   WAVEFORMATEX& f = format.Format;
-  f.nChannels = static_cast<WORD>(spec.channels);
-  f.nSamplesPerSec = static_cast<DWORD>(spec.rate);
-  f.wBitsPerSample = spec.floatSamples ? 32 : 16;
+  f.nChannels = static_cast<WORD>(wave.channels);
+  f.nSamplesPerSec = static_cast<DWORD>(wave.rate);
+  f.wBitsPerSample = wave.floatSamples ? 32 : 16;
   f.nBlockAlign = static_cast<WORD>(f.nChannels * f.wBitsPerSample / 8);
   f.nAvgBytesPerSec = f.nSamplesPerSec * f.nBlockAlign;
-  if (spec.floatSamples) {
+  if (wave.floatSamples) {
     f.wFormatTag = WAVE_FORMAT_EXTENSIBLE;
     f.cbSize = 22;
     format.Samples.wValidBitsPerSample = 32;
-    format.dwChannelMask = spec.channels == 2 ? 3 : 4;
+    format.dwChannelMask = wave.channels == 2 ? 3 : 4;
     format.SubFormat = KSDATAFORMAT_SUBTYPE_IEEE_FLOAT;
   } else {
     f.wFormatTag = WAVE_FORMAT_PCM;
@@ -96,20 +96,20 @@ bool WriteWave(const std::wstring& path, const WaveSpec& spec) {
   CWaveEncoder writer;
   if (writer.Initialize(path.c_str(), &format) != S_OK) return false;
 
-  const int frames = static_cast<int>(spec.seconds * spec.rate);
-  const int block = spec.rate / 10;
+  const int frames = static_cast<int>(wave.seconds * wave.rate);
+  const int block = wave.rate / 10;
   std::vector<uint8_t> bytes(static_cast<size_t>(block) * f.nBlockAlign);
   for (int start = 0; start < frames; start += block) {
     const int count = std::min(block, frames - start);
     for (int n = 0; n < count; ++n) {
-      const double t = static_cast<double>(start + n) / spec.rate;
+      const double t = static_cast<double>(start + n) / wave.rate;
       double value = 0;
-      for (double beep : spec.beeps)
+      for (double beep : wave.beeps)
         if (t >= beep && t < beep + 0.05) value = 0.5 * std::sin(2 * M_PI * 1000 * (t - beep));
-      for (int c = 0; c < spec.channels; ++c) {
+      for (int c = 0; c < wave.channels; ++c) {
         uint8_t* at =
-            bytes.data() + (static_cast<size_t>(n) * spec.channels + c) * (f.wBitsPerSample / 8);
-        if (spec.floatSamples) {
+            bytes.data() + (static_cast<size_t>(n) * wave.channels + c) * (f.wBitsPerSample / 8);
+        if (wave.floatSamples) {
           const float sample = static_cast<float>(value);
           std::memcpy(at, &sample, 4);
         } else {
@@ -142,9 +142,9 @@ const BaseSet& BaseTempSet() {
   static const BaseSet set = [] {
     BaseSet made;
     made.folder = folder.Path();
-    made.spec.skipEvery = 7;
+    made.video.skipEvery = 7;
     RecordingSet record(made.folder);
-    WriteTempVideo(ov::FromUtf8(record.VideoPath()), made.spec);
+    WriteTempVideo(ov::FromUtf8(record.VideoPath()), made.video);
     WaveSpec speaker;
     speaker.beeps.assign(std::begin(kBaseBeeps), std::end(kBaseBeeps));
     WriteWave(ov::FromUtf8(made.folder + "/Speaker.wav"), speaker);

@@ -30,12 +30,12 @@ struct VideoSpec {
   int skipEvery = 0;
 };
 
-// 100-ns time of frame i of a spec.
-int64_t FrameTime(const VideoSpec& spec, int i);
+// 100-ns time of frame i of a video.
+int64_t FrameTime(const VideoSpec& video, int i);
 
 // Writes the temp video and its ".idx" through the encoder library of the
 // vendor table. False when the encoder failed.
-bool WriteTempVideo(const std::wstring& path, const VideoSpec& spec);
+bool WriteTempVideo(const std::wstring& path, const VideoSpec& video);
 
 struct WaveSpec {
   bool floatSamples = true;  // 32-bit float extensible, else 16-bit PCM
@@ -44,7 +44,7 @@ struct WaveSpec {
   double seconds = 10.0;
   std::vector<double> beeps;  // start times of 50 ms bursts of 1 kHz
 };
-bool WriteWave(const std::wstring& path, const WaveSpec& spec);
+bool WriteWave(const std::wstring& path, const WaveSpec& video);
 
 // The record of a recording in folder, set as g_Recording while it lives.
 class RecordingSet {
@@ -69,7 +69,7 @@ class RecordingSet {
 inline constexpr double kBaseBeeps[] = {0.2, 2.7, 5.3, 8.2, 9.0};
 struct BaseSet {
   std::string folder;
-  VideoSpec spec;
+  VideoSpec video;
   std::vector<ov::FrameIndexEntry> entries;
 };
 const BaseSet& BaseTempSet();

@@ -41,12 +41,12 @@ std::vector<char*> Pointers(std::vector<std::string>& strings) {
 
 }  // namespace
 
-pid_t StartChild(const ChildSpec& spec) {
-  if (spec.argv.empty()) return -1;
+pid_t StartChild(const ChildSpec& child) {
+  if (child.argv.empty()) return -1;
   // Everything the child needs is built before fork: after it, only calls
   // that are safe in a copy of a threaded process.
-  std::vector<std::string> args = spec.argv;
-  std::vector<std::string> env = MergedEnvironment(spec.env);
+  std::vector<std::string> args = child.argv;
+  std::vector<std::string> env = MergedEnvironment(child.env);
   std::vector<char*> argv = Pointers(args);
   std::vector<char*> envp = Pointers(env);
   pid_t parent = getpid();
@@ -64,7 +64,7 @@ pid_t StartChild(const ChildSpec& spec) {
   dup2(null, STDIN_FILENO);
   dup2(null, STDOUT_FILENO);
   dup2(null, STDERR_FILENO);
-  if (spec.inheritFd >= 0) fcntl(spec.inheritFd, F_SETFD, 0);
+  if (child.inheritFd >= 0) fcntl(child.inheritFd, F_SETFD, 0);
   execvpe(argv[0], argv.data(), envp.data());
   _exit(127);
 }

@@ -20,7 +20,7 @@ struct ChildSpec {
 // terminal reaches only this command, which then stops its children in order.
 // The child also gets SIGTERM when this process dies, however it dies.
 // Its output goes to /dev/null. Returns the pid, or -1.
-pid_t StartChild(const ChildSpec& spec);
+pid_t StartChild(const ChildSpec& child);
 
 // True while the child runs (it is reaped when it has ended).
 bool ChildRunning(pid_t pid);

@@ -42,14 +42,14 @@ int RunTone(const std::vector<std::string>& args) {
     else if (args[i] == "--ready-fd")
       readyFd = std::atoi(args[i + 1].c_str());
   }
-  pa_sample_spec spec{PA_SAMPLE_S16LE, kRate, kChannels};
+  pa_sample_spec sampleSpec{PA_SAMPLE_S16LE, kRate, kChannels};
   const uint32_t bytesPerMs = kRate * kChannels * 2 / 1000;
   // A short buffer keeps the time from write to sound small and steady.
   pa_buffer_attr buffer{static_cast<uint32_t>(-1), 40 * bytesPerMs, static_cast<uint32_t>(-1),
                         10 * bytesPerMs, static_cast<uint32_t>(-1)};
   int error = 0;
   pa_simple* stream = pa_simple_new(nullptr, "orvanta", PA_STREAM_PLAYBACK, nullptr, "demo beeps",
-                                    &spec, nullptr, &buffer, &error);
+                                    &sampleSpec, nullptr, &buffer, &error);
   if (!stream) {
     Error("tone: cannot play sound: %s", pa_strerror(error));
     return kExitFailed;

@@ -50,16 +50,16 @@ HRESULT AudioClient::Activate(const AudioEndpoint& endpoint, std::unique_ptr<Aud
 }
 
 HRESULT AudioClient::GetMixFormat(WAVEFORMATEXTENSIBLE* format) {
-  *format = MixFormatOf(m_state->device.spec, m_state->device.map);
+  *format = MixFormatOf(m_state->device.sampleSpec, m_state->device.map);
   return S_OK;
 }
 
 HRESULT AudioClient::IsFormatSupported(const WAVEFORMATEXTENSIBLE& format,
                                        WAVEFORMATEXTENSIBLE* closest, bool* hasClosest) {
-  pa_sample_spec spec;
+  pa_sample_spec sampleSpec;
   pa_channel_map map;
   *hasClosest = false;
-  if (SampleSpecOf(format, m_state->device.map, &spec, &map)) return S_OK;
+  if (SampleSpecOf(format, m_state->device.map, &sampleSpec, &map)) return S_OK;
   // The device's own format always records.
   GetMixFormat(closest);
   *hasClosest = true;
@@ -73,26 +73,26 @@ HRESULT AudioClient::Initialize(bool loopback, REFERENCE_TIME bufferDuration,
   if (loopback != (s.flow == AudioFlow::Render)) return AUDCLNT_E_WRONG_ENDPOINT_TYPE;
   const std::string& source = loopback ? s.device.monitorSource : s.device.name;
   if (source.empty()) return E_NOTFOUND;
-  pa_sample_spec spec;
+  pa_sample_spec sampleSpec;
   pa_channel_map map;
-  if (!SampleSpecOf(format, s.device.map, &spec, &map)) return AUDCLNT_E_UNSUPPORTED_FORMAT;
+  if (!SampleSpecOf(format, s.device.map, &sampleSpec, &map)) return AUDCLNT_E_UNSUPPORTED_FORMAT;
 
   PulseLock lock(s.context->Loop());
   s.stream = pa_stream_new(s.context->Context(), loopback ? "Orvanta loopback" : "Orvanta capture",
-                           &spec, &map);
+                           &sampleSpec, &map);
   if (!s.stream) return AUDCLNT_E_UNSUPPORTED_FORMAT;
   s.context->WatchStream(s.stream);
   pa_buffer_attr attr;
   std::memset(&attr, 0xFF, sizeof attr);
-  attr.maxlength = static_cast<uint32_t>(pa_usec_to_bytes(bufferDuration / 10, &spec));
-  attr.fragsize = static_cast<uint32_t>(pa_usec_to_bytes(kFragmentUsec, &spec));
+  attr.maxlength = static_cast<uint32_t>(pa_usec_to_bytes(bufferDuration / 10, &sampleSpec));
+  attr.fragsize = static_cast<uint32_t>(pa_usec_to_bytes(kFragmentUsec, &sampleSpec));
   const auto flags = static_cast<pa_stream_flags_t>(PA_STREAM_START_CORKED | PA_STREAM_DONT_MOVE |
                                                     PA_STREAM_ADJUST_LATENCY);
   if (pa_stream_connect_record(s.stream, source.c_str(), &attr, flags) < 0)
     return AUDCLNT_E_UNSUPPORTED_FORMAT;
   HRESULT hr = s.context->WaitReady(s.stream);
   if (FAILED(hr)) return hr;
-  s.frameBytes = static_cast<uint32_t>(pa_frame_size(&spec));
+  s.frameBytes = static_cast<uint32_t>(pa_frame_size(&sampleSpec));
   return S_OK;
 }
 
