@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cstring>
 
-#include "session/Log.h"
+#include "audio/convert/FormatLog.h"
 
 namespace ov {
 
@@ -30,28 +30,9 @@ WaveHeader MakeWaveHeader(const WAVEFORMATEXTENSIBLE& format, uint64_t dataBytes
   return header;
 }
 
+// One line shape for every format the engine logs.
 void LogWaveFormat(const char* title, const WAVEFORMATEXTENSIBLE& format) {
-  const WAVEFORMATEX& f = format.Format;
-  if (f.wFormatTag != WAVE_FORMAT_EXTENSIBLE) {
-    WriteLog(kMsg,
-             "%s:FormatTag=%d, %d Hz, %d Channels, %d Bits; AvgBytesPerSec=%d, BlockAlign=%d, "
-             "Extra size=%d\n",
-             title, f.wFormatTag, static_cast<int>(f.nSamplesPerSec), f.nChannels, f.wBitsPerSample,
-             static_cast<int>(f.nAvgBytesPerSec), f.nBlockAlign, f.cbSize);
-    return;
-  }
-  const char* sub = "Unknown";
-  if (IsEqualGUID(format.SubFormat, KSDATAFORMAT_SUBTYPE_PCM))
-    sub = "FORMAT_PCM";
-  else if (IsEqualGUID(format.SubFormat, KSDATAFORMAT_SUBTYPE_IEEE_FLOAT))
-    sub = "IEEE_FLOAT";
-  WriteLog(kMsg,
-           "%s:FormatTag=Ext(%s), %d Hz, %d Channels, %d Bits; AvgBytesPerSec=%d, BlockAlign=%d, "
-           "Extra size=%d, SubFormat=%d, wValidBitsPerSample=%d,dwChannelMask=0x%X\n",
-           title, sub, static_cast<int>(f.nSamplesPerSec), f.nChannels, f.wBitsPerSample,
-           static_cast<int>(f.nAvgBytesPerSec), f.nBlockAlign, f.cbSize,
-           static_cast<int>(format.SubFormat.Data1), format.Samples.wValidBitsPerSample,
-           static_cast<unsigned>(format.dwChannelMask));
+  audio::LogFormat(title, format.Format);
 }
 
 }  // namespace ov

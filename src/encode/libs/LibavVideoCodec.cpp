@@ -9,6 +9,7 @@
 
 #include "encode/FrameIndex.h"
 #include "encode/libs/EncoderLog.h"
+#include "platform/Files.h"
 
 extern "C" {
 #include <libavutil/imgutils.h>
@@ -87,7 +88,7 @@ HRESULT CLibavVideoCodec::Initialize(int32_t codecType, int32_t width, int32_t h
   header.height = static_cast<uint32_t>(m_codedHeight);
   header.frameRate = static_cast<uint32_t>(frameRate);
   header.timeBase = static_cast<uint32_t>(kIndexClock);
-  std::string path = ToUtf8Path(file);
+  std::string path = ov::ToUtf8(file);
   if (int error = m_writer.Create(path, header)) {
     Log(kErr, "Failed(%d) to create file:%s\n", error, path.c_str());
     m_writer.Close();

@@ -33,7 +33,4 @@ class TempVideoWriter {
   uint64_t m_offset = 0;
 };
 
-// Paths arrive wide (UTF-32) and go to the file system as UTF-8.
-std::string ToUtf8Path(const wchar_t* path);
-
 }  // namespace ov::enc

@@ -27,11 +27,7 @@ struct AudioClient::State {
   ~State() {
     if (!context) return;
     if (holding) pa_threaded_mainloop_unlock(context->Loop());
-    if (!stream) return;
-    PulseLock lock(context->Loop());
-    pa_stream_set_state_callback(stream, nullptr, nullptr);
-    pa_stream_disconnect(stream);
-    pa_stream_unref(stream);
+    if (stream) ReleaseStream(*context, stream);
   }
 };
 

@@ -96,3 +96,14 @@ void PulseContext::SignalSuccess(pa_stream*, int, void* loop) {
 }
 
 }  // namespace ov
+
+namespace ov {
+
+void ReleaseStream(PulseContext& context, pa_stream* stream) {
+  PulseLock lock(context.Loop());
+  pa_stream_set_state_callback(stream, nullptr, nullptr);
+  pa_stream_disconnect(stream);
+  pa_stream_unref(stream);
+}
+
+}  // namespace ov

@@ -71,6 +71,10 @@ struct PulseDevice {
   pa_channel_map map{};
 };
 
+// Detaches a stream from its callbacks and the server, and drops it; takes
+// the loop's lock itself.
+void ReleaseStream(PulseContext& context, pa_stream* stream);
+
 // The lock must not be held. Render devices are sinks, capture devices sources.
 HRESULT QueryDefaultDeviceName(PulseContext& context, AudioFlow flow, std::string* name);
 HRESULT QueryDevice(PulseContext& context, AudioFlow flow, const std::string& name,

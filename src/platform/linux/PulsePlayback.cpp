@@ -12,11 +12,7 @@ struct SilentPlayer::State {
   pa_stream* stream = nullptr;
 
   ~State() {
-    if (!context || !stream) return;
-    PulseLock lock(context->Loop());
-    pa_stream_set_state_callback(stream, nullptr, nullptr);
-    pa_stream_disconnect(stream);
-    pa_stream_unref(stream);
+    if (context && stream) ReleaseStream(*context, stream);
   }
 };
 
