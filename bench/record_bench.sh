@@ -6,7 +6,7 @@
 # Usage: bench/record_bench.sh BUILD_DIR   (configured with -DORVANTA_BENCH=ON)
 set -euo pipefail
 build=$(realpath "${1:-build-bench}")
-bin=$build/bin
+bin=$build/lib
 seconds=${SECONDS_PER_RUN:-20}
 work=$(mktemp -d)
 pids=()

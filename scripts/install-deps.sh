@@ -5,7 +5,7 @@ set -euo pipefail
 
 packages=(
   # build
-  g++ cmake make pkg-config git ca-certificates clang-format
+  g++ cmake make pkg-config git ca-certificates clang-format dpkg-dev file
   libx11-dev libxext-dev libxfixes-dev libxcomposite-dev libxdamage-dev libxi-dev
   libxrandr-dev libxinerama-dev libxss-dev libxtst-dev libpulse-dev
   libavcodec-dev libavformat-dev libavutil-dev libswscale-dev libswresample-dev

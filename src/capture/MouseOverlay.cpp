@@ -65,7 +65,7 @@ cairo_surface_t* CreateDisc(uint32_t colour) {
 }
 
 cairo_surface_t* LoadClickImage(const char* name) {
-  std::string path = ov::ModuleFolder() + "/Resource/" + name;
+  std::string path = ov::HelperFolder() + "/Resource/" + name;
   cairo_surface_t* image = cairo_image_surface_create_from_png(path.c_str());
   if (cairo_surface_status(image) != CAIRO_STATUS_SUCCESS) {
     cairo_surface_destroy(image);

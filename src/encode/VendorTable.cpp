@@ -134,7 +134,7 @@ void ProbeVideoEncodersIn(const std::string& folder) {
 
 void ProbeVideoEncoders() {
   if (g_libraries) return;
-  ProbeVideoEncodersIn(ModuleFolder());
+  ProbeVideoEncodersIn(HelperFolder());
 }
 
 const char* CodecTypeName(int32_t codecType) {

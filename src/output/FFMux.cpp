@@ -361,7 +361,7 @@ HRESULT CFFMux::WriteRawAudio() {
 HRESULT CFFMux::RunMuxProgram() {
   const int logFd = LogFd();
   ChildLaunch launch;
-  launch.program = ModuleFolder() + "/mux";
+  launch.program = HelperFolder() + "/mux";
   launch.args = {"m", std::to_string(logFd), std::to_string(m_Mapping.Fd())};
   launch.inherit = {m_Mapping.Fd()};
   if (logFd >= 0) launch.inherit.push_back(logFd);

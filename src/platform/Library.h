@@ -10,6 +10,11 @@ namespace ov {
 std::string ModulePath();
 // Its folder, without a trailing separator.
 std::string ModuleFolder();
+// The engine's private folder beside it: the `mux` program, the encoder
+// libraries and the resource folder live in "orvanta/" next to the library
+// (lib/orvanta/, in the build tree as once installed), out of the
+// folder that every other library of the system shares.
+std::string HelperFolder();
 
 class SharedLibrary {
  public:

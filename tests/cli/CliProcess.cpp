@@ -47,10 +47,10 @@ std::string BinFolder() {
   return std::filesystem::read_symlink("/proc/self/exe").parent_path().string();
 }
 
-std::string OrvantaPath() { return BinFolder() + "/orvanta"; }
+std::string OrvantaPath() { return BinFolder() + "/../bin/orvanta"; }
 
 bool EncoderLibraryPresent() {
-  return access((BinFolder() + "/libIntelCodec.so").c_str(), R_OK) == 0;
+  return access((BinFolder() + "/orvanta/libIntelCodec.so").c_str(), R_OK) == 0;
 }
 
 bool EngineExports(const char* symbol) {
@@ -62,7 +62,7 @@ bool EngineExports(const char* symbol) {
 }
 
 bool AssemblyPresent() {
-  return access((BinFolder() + "/mux").c_str(), X_OK) == 0 && EngineExports("FFMux");
+  return access((BinFolder() + "/orvanta/mux").c_str(), X_OK) == 0 && EngineExports("FFMux");
 }
 
 CliProcess::CliProcess(const std::vector<std::string>& args, const Environment& env) {

@@ -11,8 +11,8 @@
 
 namespace clitest {
 
-// The folder of the test program, where the build puts `orvanta`, the
-// engine, its encoder libraries and `mux`.
+// The folder of the test program, where the build puts the engine, with its
+// encoder libraries and `mux` in orvanta/; `orvanta` is in ../bin.
 std::string BinFolder();
 std::string OrvantaPath();
 

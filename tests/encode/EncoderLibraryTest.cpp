@@ -30,7 +30,7 @@ constexpr int64_t kFeedInterval = 102 * kMillisecond;  // longest step of Captur
 
 CreateVideoCodecFn IntelCreator() {
   static void* library =
-      dlopen((ov::ModuleFolder() + "/libIntelCodec.so").c_str(), RTLD_NOW | RTLD_LOCAL);
+      dlopen((ov::HelperFolder() + "/libIntelCodec.so").c_str(), RTLD_NOW | RTLD_LOCAL);
   return library ? reinterpret_cast<CreateVideoCodecFn>(dlsym(library, "Intel_CreateVideoCodec"))
                  : nullptr;
 }

@@ -153,7 +153,7 @@ TEST_F(VendorTableTest, CapabilitiesFollowTheTable) {
 }
 
 TEST_F(VendorTableTest, RealLibrariesServeEveryLibraryCodecType) {
-  std::string log = Probe(ov::ModuleFolder());
+  std::string log = Probe(ov::HelperFolder());
   EXPECT_EQ(log.find("EXCEPTION"), std::string::npos) << log;
   for (int codec = 1; codec <= 3; ++codec) {
     EXPECT_TRUE(IsSupportHwVideoCodec(codec)) << codec;

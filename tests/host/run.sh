@@ -1,62 +1,86 @@
 #!/usr/bin/env bash
+# Installs the engine into a scratch prefix and builds a host against it the
+# way application developers do, once with pkg-config and once with
+# find_package(Orvanta); each records two seconds with sound and assembles
+# an MP4.
 # Usage: run.sh BUILD_DIR SOURCE_DIR [EXTRA_CXXFLAGS]
 set -euo pipefail
 build=$1
 here=$2
 flags=${3:-}
 work=$(mktemp -d)
-trap 'rm -rf "$work"' EXIT
+pids=()
+cleanup() {
+  for pid in "${pids[@]}"; do kill "$pid" 2>/dev/null; wait "$pid" 2>/dev/null; done
+  rm -rf "$work"
+}
+trap cleanup EXIT
 prefix=$work/prefix
 
 cmake --install "$build" --prefix "$prefix" >/dev/null
-lib=$(ls -d "$prefix"/lib*/ | head -1)
-export PKG_CONFIG_PATH=$(dirname "$(find "$prefix" -name orvanta.pc | head -1)")
+lib=$(dirname "$(find "$prefix" -name 'liborvanta.so' | head -1)")
+# The prefix's library folder holds the engine and the hosts' build files;
+# its helpers live in its private folder.
+strays=$(find "$lib" -mindepth 1 -maxdepth 1 ! -name 'liborvanta.so*' ! -name orvanta \
+         ! -name pkgconfig ! -name cmake)
+[ -z "$strays" ] || { echo "files of ours in $lib: $strays"; exit 1; }
+for helper in orvanta/mux orvanta/libIntelCodec.so; do
+  [ -e "$lib/$helper" ] || { echo "missing $lib/$helper"; exit 1; }
+done
+[ -e "$prefix/share/man/man1/orvanta.1.gz" ] || { echo "no manual page"; exit 1; }
 
 # (the symbol list is read once: grep -q would cut nm's pipe short)
 exported=$(nm -D --defined-only "$lib/liborvanta.so")
 for symbol in ovInitialize ovUninitialize ovVideoRecord GetCapturedFile FreeCapturedFile \
-              DeleteFolder GetDiskFreeBytes WriteLog LogFile; do
+              DeleteFolder GetDiskFreeBytes WriteLog LogFile FFMux; do
   grep -qE " T $symbol\$" <<<"$exported" || { echo "not exported unmangled: $symbol"; exit 1; }
 done
 
-g++ -std=c++20 -Wall -Wextra -Werror $flags "$here/host.cpp" -o "$work/host" \
+export PKG_CONFIG_PATH=$lib/pkgconfig
+g++ -std=c++20 -Wall -Wextra -Werror $flags "$here/host.cpp" -o "$work/host-pc" \
     $(pkg-config --cflags --libs orvanta)
+cmake -S "$here/cmake" -B "$work/host-cmake" -DCMAKE_PREFIX_PATH="$prefix" \
+      -DHOST_SOURCE="$here/host.cpp" -DCMAKE_CXX_FLAGS="-Wall -Wextra -Werror $flags" >/dev/null
+cmake --build "$work/host-cmake" >/dev/null
 
-# The session records the system's sound: a private sound server with a null
-# sink as its output, ended by its pid.
+# A private display and sound server, as a user's session has them; both are
+# ended by their pids.
+exec {ready}<> <(:)
+Xvfb -displayfd "$ready" -screen 0 640x360x24 -nolisten tcp -noreset >/dev/null 2>&1 &
+pids+=($!)
+read -r -t 20 -u "$ready" number || { echo "Xvfb did not start"; exit 1; }
+export DISPLAY=:$number
 export XDG_RUNTIME_DIR=$work/run
 mkdir -m 700 "$XDG_RUNTIME_DIR"
 export PULSE_SERVER=unix:$XDG_RUNTIME_DIR/native
 pulseaudio -n --daemonize=no --exit-idle-time=-1 --use-pid-file=no --disable-shm=yes \
   -L "module-native-protocol-unix auth-anonymous=1 socket=$XDG_RUNTIME_DIR/native" \
   -L "module-null-sink sink_name=nullsink rate=48000" >/dev/null 2>&1 &
-pulse=$!
-trap 'kill $pulse 2>/dev/null; wait $pulse 2>/dev/null; rm -rf "$work"' EXIT
+pids+=($!)
 for _ in $(seq 100); do pactl info >/dev/null 2>&1 && break; sleep 0.1; done
 
-export XDG_DOCUMENTS_DIR=$work/docs
-"$work/host" "$work/temp"
-log="$work/docs/Log Files/Orvanta0.log"
-
-# The session's lines, in this order.
-expected=(
-  "Video Redord ..."
-  "Audio: bRender=1, bCapture=0"
-  "CScreenRecoderObject Create"
-  "CScreenRecoderObject Destroy"
-  "Wave out duration="
-  "Tick duation="
-  "CScreenRecoderObject Delete"
-  "Delete Captured, bDelete=1"
-  "host done"
-  "Gdiplus::Bitmap=0"
-  "Gdiplus::Graphics=0"
-)
-line=0
-for text in "${expected[@]}"; do
-  found=$(grep -nF -- "$text" "$log" | awk -F: -v after="$line" '$1 > after {print $1; exit}')
-  [ -n "$found" ] || { echo "log line missing or out of order: $text"; cat "$log"; exit 1; }
-  line=$found
+for host in host-pc host-cmake/host; do
+  export XDG_DOCUMENTS_DIR=$work/docs-${host%%/*}
+  "$work/$host" "$work/temp-${host%%/*}" "$work/${host%%/*}.mp4"
+  log="$XDG_DOCUMENTS_DIR/Log Files/Orvanta0.log"
+  # The session's lines, in this order.
+  expected=(
+    "Video Redord ..."
+    "CScreenRecoderObject Create"
+    "CScreenRecoderObject Destroy"
+    "Tick duation="
+    "CScreenRecoderObject Delete"
+    "Delete Captured, bDelete=1"
+    "host done"
+  )
+  line=0
+  for text in "${expected[@]}"; do
+    found=$(grep -nF -- "$text" "$log" | awk -F: -v after="$line" '$1 > after {print $1; exit}')
+    [ -n "$found" ] || { echo "$host: log line missing or out of order: $text"; cat "$log"; exit 1; }
+    line=$found
+  done
+  if grep -q "Object not free" "$log"; then echo "$host: leak reported"; exit 1; fi
+  streams=$(ffprobe -v error -show_entries stream=codec_name -of csv=p=0 "$work/${host%%/*}.mp4" | sort | tr '\n' ' ')
+  [ "$streams" = "aac h264 " ] || { echo "$host: streams of the MP4: $streams"; exit 1; }
 done
-grep -q "Object not free" "$log" && { echo "leak reported"; exit 1; }
 echo "host test: ok"

@@ -60,7 +60,7 @@ class MuxProgramTest : public ::testing::Test {
   // Runs mux on the record; its exit code.
   int Run(const ov::SharedMemory& record, std::vector<std::string> args = {}) {
     ov::ChildLaunch launch;
-    launch.program = ov::ModuleFolder() + "/mux";
+    launch.program = ov::HelperFolder() + "/mux";
     launch.args = args.empty() ? std::vector<std::string>{"m", std::to_string(ov::LogFd()),
                                                           std::to_string(record.Fd())}
                                : args;

@@ -64,7 +64,7 @@ using GetAudioCodecInfoFn = const void* (*)(int, int);
 constexpr int kMuxerMp4 = 0;
 
 bool EngineFileExists(const char* name, bool executable) {
-  std::string path = EngineFolder() + "/" + name;
+  std::string path = EngineHelperFolder() + "/" + name;
   return access(path.c_str(), executable ? X_OK : R_OK) == 0;
 }
 

@@ -12,10 +12,10 @@ Engine::Engine() { ovInitialize(); }
 
 Engine::~Engine() { ovUninitialize(); }
 
-std::string EngineFolder() {
+std::string EngineHelperFolder() {
   Dl_info info{};
-  if (!dladdr(reinterpret_cast<void*>(&ovInitialize), &info) || !info.dli_fname) return ".";
-  return std::filesystem::path(info.dli_fname).parent_path().string();
+  if (!dladdr(reinterpret_cast<void*>(&ovInitialize), &info) || !info.dli_fname) return "orvanta";
+  return (std::filesystem::path(info.dli_fname).parent_path() / "orvanta").string();
 }
 
 std::string EngineLogPath() {

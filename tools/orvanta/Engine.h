@@ -15,9 +15,9 @@ class Engine {
   Engine& operator=(const Engine&) = delete;
 };
 
-// The folder of the liborvanta.so in use; the encoder libraries and the
-// `mux` program sit beside it.
-std::string EngineFolder();
+// The private folder of the liborvanta.so in use ("orvanta/" beside it),
+// where its encoder libraries and the `mux` program live.
+std::string EngineHelperFolder();
 // Where the engine writes the log of this run, for error messages.
 std::string EngineLogPath();
 

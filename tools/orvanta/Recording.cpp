@@ -321,8 +321,8 @@ int RunRecording(const RecordOptions& o) {
     return kExitUsage;
   }
   if (o.codec != CodecType_WMV && o.codec != CodecType_GIF && !IsSupportHwVideoCodec(o.codec)) {
-    Error("no %s encoder in this build (the encoder libraries beside %s/liborvanta.so offer none)",
-          CodecTitle(o.codec), EngineFolder().c_str());
+    Error("no %s encoder in this build (the encoder libraries in %s offer none)",
+          CodecTitle(o.codec), EngineHelperFolder().c_str());
     return kExitFailed;
   }
   if (std::string missing = AssemblyMissing(o.codec); !missing.empty())

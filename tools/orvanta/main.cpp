@@ -64,7 +64,7 @@ int main(int argc, char** argv) {
   cli::Interrupts::Install();
   if (command == "help" || command == "--help" || command == "-h") return Help(args);
   if (command == "--version") {
-    std::puts("orvanta 0.1.0");
+    std::puts("orvanta " ORVANTA_VERSION);
     return cli::kExitOk;
   }
   if (AsksForHelp(args)) return Help({command});

@@ -19,6 +19,8 @@ std::string ModuleFolder() {
   return slash == 0 ? "/" : path.substr(0, slash);
 }
 
+std::string HelperFolder() { return ModuleFolder() + "/orvanta"; }
+
 SharedLibrary::~SharedLibrary() {
   // Libraries stay mapped for the process's life: objects made by them may
   // outlive this handle, as encoders of a session do.
