@@ -29,7 +29,12 @@ set(CPACK_COMPONENTS_ALL Runtime Development)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${PROJECT_BINARY_DIR}/lib)
-set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
+# The library's shlibs entry and an ldconfig trigger, as Debian's own
+# library packages have them (CPack's would call ldconfig from scripts).
+configure_file(packaging/shlibs.in ${PROJECT_BINARY_DIR}/packaging/shlibs @ONLY)
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_CONTROL_EXTRA
+  ${PROJECT_BINARY_DIR}/packaging/shlibs ${PROJECT_SOURCE_DIR}/packaging/triggers)
+set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
 set(CPACK_DEBIAN_PACKAGE_PRIORITY optional)
 
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_NAME orvanta)
@@ -37,17 +42,18 @@ set(CPACK_DEBIAN_RUNTIME_PACKAGE_SECTION video)
 # The demo brings up its own display and sound server when there is none.
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_RECOMMENDS "xvfb, pulseaudio | pipewire-pulse")
 set(CPACK_COMPONENT_RUNTIME_DESCRIPTION
-  "Orvanta records the whole display, a region or one window with the pointer and clicks in\n\
-the picture, the system sound and the microphone, encoding while it records, and\n\
-assembles the final file (MP4, MOV, MKV, FLV, AVI, M4A, AAC, MP3) with its mux program.\n\
-This package holds the engine's library, its helpers and the orvanta command.")
+  "Orvanta records the whole display, a region or one window with the pointer\n\
+and clicks in the picture, the system sound and the microphone, encoding while\n\
+it records, and assembles the final file (MP4, MOV, MKV, FLV, AVI, M4A, AAC,\n\
+MP3) with its mux program. This package holds the engine's library, its\n\
+helpers and the orvanta command.")
 
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_NAME orvanta-dev)
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS "orvanta (= ${PROJECT_VERSION})")
 set(CPACK_COMPONENT_DEVELOPMENT_DESCRIPTION
   "Orvanta records the screen and sound for applications that embed it.\n\
-This package holds what a host builds against: the headers, the pkg-config file\n\
-and the CMake package (find_package(Orvanta) gives Orvanta::orvanta).")
+This package holds what a host builds against: the headers, the pkg-config\n\
+file and the CMake package (find_package(Orvanta) gives Orvanta::orvanta).")
 
 include(CPack)
