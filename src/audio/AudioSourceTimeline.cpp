@@ -10,9 +10,10 @@ constexpr int64_t kUnitsPerSecond = 10000000;
 // wander by a millisecond or two), and those that are set right at once.
 constexpr int64_t kDeadBandMs = 3;
 constexpr int64_t kJumpMs = 15;
-// An error beyond the jump must last this long: one odd report of the
-// server's timing moves nothing.
-constexpr int64_t kJumpConfirmMs = 30;
+// An error beyond the jump must last this long: a report of the server's
+// timing that comes out odd under load, and is taken back by the next,
+// moves nothing.
+constexpr int64_t kJumpConfirmMs = 100;
 // One frame dropped or repeated per this many: 0.25 %, beyond any device
 // clock's error, and too sparse to be heard.
 constexpr int64_t kSlewPeriod = 400;

@@ -28,6 +28,7 @@ constexpr pa_usec_t kFragmentUsec = 10000;
 // an idle sink renders up to two seconds ahead: the buffer holds at least
 // this much, whatever the reader asked for (the server caps it at 4 MiB).
 constexpr pa_usec_t kLeastBufferUsec = 4000000;
+constexpr int64_t kTimingRefreshUsec = 100000;
 
 class MonotonicClock final : public AudioClock {
  public:
@@ -65,16 +66,18 @@ struct CaptureState {
   // stream was made, which is not where the stream's samples begin.
   bool HeardAt(int64_t index, int64_t* when) {
     const pa_timing_info* timing = pa_stream_get_timing_info(stream);
-    if (!timing || timing->write_index_corrupt || timing->write_index <= 0) {
-      if (!updating) {
-        pa_operation* op = pa_stream_update_timing_info(stream, TimingArrived, this);
-        if (op) pa_operation_unref(op);
-        updating = op != nullptr;
-      }
-      return false;
+    const bool usable = timing && !timing->write_index_corrupt && timing->write_index > 0;
+    const auto age = usable ? static_cast<int64_t>(pa_timeval_age(&timing->timestamp)) : 0;
+    // The server's own schedule of reports slows down to one in 1.5 s; a
+    // sink that changes its latency (a player starting, a device waking)
+    // is seen sooner than that.
+    if ((!usable || age > kTimingRefreshUsec) && !updating) {
+      pa_operation* op = pa_stream_update_timing_info(stream, TimingArrived, this);
+      if (op) pa_operation_unref(op);
+      updating = op != nullptr;
     }
+    if (!usable) return false;
     const int64_t now = MonotonicTime100ns();
-    const auto age = static_cast<int64_t>(pa_timeval_age(&timing->timestamp));
     const int64_t bytesPerSecond = static_cast<int64_t>(pa_bytes_per_second(&sampleSpec));
     const int64_t ahead = (index - timing->write_index) * 10000000 / bytesPerSecond;
     *when = now - 10 * age + ahead - 10 * static_cast<int64_t>(timing->source_usec) +
