@@ -102,8 +102,16 @@ PulseServer::PulseServer(Kind kind) {
   chmod(m_runtime.c_str(), 0700);
   setenv("XDG_RUNTIME_DIR", m_runtime.c_str(), 1);
   if (!(kind == Kind::PipeWire ? StartPipeWire() : StartPulseAudio())) return;
-  Pactl("set-default-sink nullsink");
-  Pactl("set-default-source micsink.monitor");
+  // PipeWire's session manager takes defaults only once it has the sinks.
+  const bool defaults = WaitUntil(
+      [&] {
+        Pactl("set-default-sink nullsink");
+        Pactl("set-default-source micsink.monitor");
+        return Pactl("get-default-sink").rfind("nullsink", 0) == 0 &&
+               Pactl("get-default-source").rfind("micsink.monitor", 0) == 0;
+      },
+      10000);
+  if (!defaults) m_missing = "the default sink and source could not be set";
 }
 
 bool PulseServer::StartPulseAudio() {
