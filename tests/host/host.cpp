@@ -33,7 +33,8 @@ int main(int argc, char** argv) {
   uint32_t seconds = 1;
   int64_t bytes = -1;
   recorder->GetProgress(&seconds, &bytes);
-  if (seconds != 0 || bytes != 0) return Fail("GetProgress");
+  // The sound of those 300 ms may be written already: it counts in bytes.
+  if (seconds != 0 || bytes < 0) return Fail("GetProgress");
   recorder->Destroy();
   CapturedFile* file = GetCapturedFile();
   if (!file || file->nDuration != 1 || !file->bWaveOutStream) return Fail("GetCapturedFile");
