@@ -10,9 +10,7 @@ constexpr int64_t kUnitsPerSecond = 10000000;
 // wander by a millisecond or two), and those that are set right at once.
 constexpr int64_t kDeadBandMs = 3;
 constexpr int64_t kJumpMs = 15;
-// An error beyond the jump must last this long: a report of the server's
-// timing that comes out odd under load, and is taken back by the next,
-// moves nothing.
+// An error beyond the jump must stay put this long before it is set right.
 constexpr int64_t kJumpConfirmMs = 100;
 // One frame dropped or repeated per this many: 0.25 %, beyond any device
 // clock's error, and too sparse to be heard.
@@ -55,7 +53,19 @@ AudioSourceTimeline::Placement AudioSourceTimeline::Place(int64_t heardAt, uint3
                                                           int64_t written) {
   Placement p;
   const int64_t error = FramesAt(heardAt) - written;
-  m_outside = std::abs(error) > m_jump ? m_outside + frames : 0;
+  // A gap or an overlap shows as an error that stays put; an error that
+  // keeps moving is the server's timing catching up with itself (a sink
+  // starved of processor time renders late, then all at once) and is left
+  // to the steady correction.
+  if (std::abs(error) <= m_jump) {
+    m_outside = 0;
+  } else {
+    if (m_outside == 0 || std::abs(error - m_outsideError) > m_deadBand) {
+      m_outsideError = error;
+      m_outside = 0;
+    }
+    m_outside += frames;
+  }
   // Steady correction earns one frame per kSlewPeriod frames placed, and
   // saves up no more than two.
   m_slew = std::min<int64_t>(m_slew + frames, 2 * kSlewPeriod);

@@ -5,8 +5,8 @@
 // the end of a stretch) becomes silence, and frames from before a stretch
 // began are skipped. A device clock that runs fast or slow is followed by
 // dropping or repeating single frames, at most one in 400, while the file
-// is within 15 ms of its place; a larger error that lasts is set right at
-// once.
+// is within 15 ms of its place; a larger error that stays put for 100 ms
+// is set right at once.
 #pragma once
 
 #include <cstdint>
@@ -54,7 +54,8 @@ class AudioSourceTimeline {
   int64_t m_start = 0;
   int64_t m_base = 0;
   bool m_placed = false;  // a packet of this stretch went into the file
-  int64_t m_outside = 0;  // frames placed in a row beyond the jump
-  int64_t m_slew = 0;     // frames placed since the last steady correction
+  int64_t m_outside = 0;  // frames placed in a row beyond the jump, at one error
+  int64_t m_outsideError = 0;
+  int64_t m_slew = 0;  // frames placed since the last steady correction
   Corrections m_totals;
 };
