@@ -14,6 +14,8 @@ packages=(
   # run and test: a private X server, a sound server, FFmpeg's tools
   xvfb xauth x11-utils x11-xserver-utils xdotool xcompmgr
   pulseaudio pulseaudio-utils sox ffmpeg libgl1-mesa-dri libegl1 time procps
+  # the same recordings on PipeWire's Pulse server, on a session bus of its own
+  pipewire pipewire-pulse wireplumber dbus-daemon
 )
 
 missing=()

@@ -1,6 +1,8 @@
 #include "audio/AudioSource.h"
 
 #include <algorithm>
+#include <cstdlib>
+#include <cstring>
 #include <string>
 #include <system_error>
 
@@ -19,6 +21,13 @@ constexpr WORD kMaxChannels = 6;
 // Front left, front right, front centre, low frequency, side left, side right.
 constexpr DWORD kSixChannelMask = 0x60F;
 constexpr size_t kMaxNameLength = 127;
+// The copy of a packet: a tenth of a second, so a larger packet is taken
+// in several pieces.
+constexpr uint32_t kPacketCopiesPerSecond = 10;
+constexpr size_t kSampleAlignment = 64;
+constexpr int64_t kUnitsPerSecond = 10000000;
+// How long a packet may wait for the server to tell when it is heard.
+constexpr int64_t kTimingPatience = kUnitsPerSecond / 4;
 
 const char* TypeName(AudioDeviceType type) {
   return type == AudioDevice_Capture ? "Capture" : "eRender";
@@ -43,11 +52,21 @@ HRESULT CAudioSource::Initialize(AudioDeviceType type, const wchar_t* szOutFile)
   m_Type = type;
   WriteLog(kMsg, "%s\n", TypeName(type));
   const AudioFlow dataFlow = type == AudioDevice_Capture ? AudioFlow::Capture : AudioFlow::Render;
-  const bool capture = type == AudioDevice_Capture;
   HRESULT hr;
   AudioEndpoint pDevice;
   if (OV_FAILED(hr, GetDefaultAudioEndpoint(dataFlow, &pDevice))) return hr;
-  if (OV_FAILED(hr, AudioClient::Activate(pDevice, &m_pAudioClient))) return hr;
+  std::unique_ptr<AudioClient> client;
+  if (OV_FAILED(hr, AudioClient::Activate(pDevice, &client))) return hr;
+  return Initialize(type, szOutFile, std::move(client), pDevice);
+}
+
+HRESULT CAudioSource::Initialize(AudioDeviceType type, const wchar_t* szOutFile,
+                                 std::unique_ptr<AudioClient> client,
+                                 const AudioEndpoint& pDevice) {
+  m_Type = type;
+  m_pAudioClient = std::move(client);
+  const bool capture = type == AudioDevice_Capture;
+  HRESULT hr;
   WAVEFORMATEXTENSIBLE deviceFormat;
   WAVEFORMATEXTENSIBLE* pDeviceFormat = &deviceFormat;
   if (OV_FAILED(hr, m_pAudioClient->GetMixFormat(pDeviceFormat))) return hr;
@@ -60,6 +79,8 @@ HRESULT CAudioSource::Initialize(AudioDeviceType type, const wchar_t* szOutFile)
   if (OV_FAILED(hr, m_pAudioClient->GetCaptureClient(&m_pCaptureClient))) return hr;
   m_nChannels = pDeviceFormat->Format.nChannels;
   m_nFrameBytes = pDeviceFormat->Format.wBitsPerSample * m_nChannels / 8;
+  m_nRate = pDeviceFormat->Format.nSamplesPerSec;
+  if (FAILED(hr = AllocateBuffers(*pDeviceFormat))) return hr;
   // clang-format off
   if (OV_FAILED(hr, CWaveEncoder::Initialize(szOutFile, (WAVEFORMATEXTENSIBLE *)pDeviceFormat)))
     return E_FAIL;
@@ -148,31 +169,135 @@ HRESULT CAudioSource::StartCaptureThread() {
   return S_OK;
 }
 
+HRESULT CAudioSource::AllocateBuffers(const WAVEFORMATEXTENSIBLE& format) {
+  if (m_nRate == 0 || m_nFrameBytes == 0) return E_FAIL;
+  m_nBufferFrames = std::max(1u, m_nRate / kPacketCopiesPerSecond);
+  const size_t bytes = (size_t{m_nBufferFrames} * m_nFrameBytes + kSampleAlignment - 1) /
+                       kSampleAlignment * kSampleAlignment;
+  m_pPacket.reset(static_cast<BYTE*>(std::aligned_alloc(kSampleAlignment, bytes)));
+  m_pSilence.reset(static_cast<BYTE*>(std::aligned_alloc(kSampleAlignment, bytes)));
+  if (!m_pPacket || !m_pSilence) return E_OUTOFMEMORY;
+  // Unsigned 8-bit samples are silent at their middle value.
+  const bool unsigned8 = format.Format.wBitsPerSample == 8;
+  std::memset(m_pSilence.get(), unsigned8 ? 0x80 : 0, bytes);
+  m_pTimeline = std::make_unique<AudioSourceTimeline>(m_nRate);
+  return S_OK;
+}
+
 void CAudioSource::CaptureThread() {
   SetCurrentThreadName(m_Type == AudioDevice_Capture ? "ov-audio-mic" : "ov-audio-loop");
   m_hStarted.Set();
   m_pAudioClient->Start();
-  const WAVEFORMATEXTENSIBLE* pFormat = &Format();
-  HRESULT hr;
-  while (g_bRunning.load(std::memory_order_relaxed) && !m_bQuit.load(std::memory_order_relaxed)) {
-    uint32_t NumFramesInNextPacket = 0;
-    if (OV_FAILED(hr, m_pCaptureClient->GetNextPacketSize(&NumFramesInNextPacket))) return;
-    if (NumFramesInNextPacket == 0) {
-      SleepMs(kIdleSleepMs);
-      continue;
+  AudioClock& clock = m_pAudioClient->Clock();
+  bool recording = false;
+  for (;;) {
+    const bool running =
+        g_bRunning.load(std::memory_order_relaxed) && !m_bQuit.load(std::memory_order_relaxed);
+    const bool writing = running && g_bRecording.load(std::memory_order_relaxed);
+    const int64_t now = clock.Now();
+    if (writing && !recording) m_pTimeline->Begin(now, BytesWritten() / m_nFrameBytes);
+    recording = recording || writing;
+    bool bRead = false;
+    // A failure ends the thread; the file keeps what it has.
+    if (FAILED(ReadUntil(now, recording, &bRead))) return;
+    if (recording && !writing) {
+      // What the server still holds of the stretch is silence of its length.
+      WriteSilence(m_pTimeline->End(now, BytesWritten() / m_nFrameBytes));
+      recording = false;
     }
-    const BYTE* pData = nullptr;
-    uint32_t NumFramesToRead = 0;
-    if (OV_FAILED(hr, m_pCaptureClient->GetBuffer(&pData, &NumFramesToRead))) return;
-    if (NumFramesToRead == 0) continue;
-    if (g_bRecording.load(std::memory_order_relaxed)) {
-      Write(pData, m_nFrameBytes * NumFramesToRead);
-      m_pStatistics->AddBytes(static_cast<int64_t>(m_nChannels) * NumFramesToRead);
-      if (m_pCallback) m_pCallback->OnAudioPacket(m_Type, pFormat, pData, NumFramesToRead);
-    }
-    m_pCaptureClient->ReleaseBuffer(NumFramesToRead);
+    if (!running) break;
+    if (!bRead) clock.Sleep(kIdleSleepMs);
   }
   m_pAudioClient->Stop();
+  LogCorrections();
+}
+
+HRESULT CAudioSource::ReadUntil(int64_t now, bool recording, bool* bRead) {
+  HRESULT hr;
+  for (;;) {
+    uint32_t NumFramesInNextPacket = 0;
+    if (OV_FAILED(hr, m_pCaptureClient->GetNextPacketSize(&NumFramesInNextPacket))) return hr;
+    if (NumFramesInNextPacket == 0) return S_OK;
+    const BYTE* pData = nullptr;
+    uint32_t NumFramesToRead = 0;
+    uint32_t dwFlags = 0;
+    int64_t nHeardAt = 0;
+    if (OV_FAILED(hr, m_pCaptureClient->GetBuffer(&pData, &NumFramesToRead, &dwFlags, &nHeardAt)))
+      return hr;
+    if (NumFramesToRead == 0) return S_OK;
+    // A packet without its time waits for the server's report a little,
+    // then counts as just heard.
+    if (dwFlags & AUDCLNT_BUFFERFLAGS_TIMESTAMP_ERROR) {
+      if (m_nUntimedSince < 0) m_nUntimedSince = now;
+      if (now - m_nUntimedSince < kTimingPatience) {
+        m_pCaptureClient->ReleaseBuffer(0);
+        return S_OK;
+      }
+      nHeardAt = now - int64_t{NumFramesToRead} * kUnitsPerSecond / m_nRate;
+    } else {
+      m_nUntimedSince = -1;
+    }
+    // Frames to be heard later stay with the server until their time.
+    const int64_t heard = nHeardAt > now ? 0 : (now - nHeardAt) * m_nRate / kUnitsPerSecond + 1;
+    const uint32_t due = static_cast<uint32_t>(
+        std::min<int64_t>({heard, NumFramesToRead, int64_t{m_nBufferFrames}}));
+    if (due == 0) {
+      m_pCaptureClient->ReleaseBuffer(0);
+      return S_OK;
+    }
+    if (recording) std::memcpy(m_pPacket.get(), pData, size_t{due} * m_nFrameBytes);
+    m_pCaptureClient->ReleaseBuffer(due);
+    *bRead = true;
+    if (!recording) continue;
+    const AudioSourceTimeline::Placement place =
+        m_pTimeline->Place(nHeardAt, due, BytesWritten() / m_nFrameBytes);
+    WriteSilence(place.silence);
+    WritePacket(m_pPacket.get() + size_t{place.skip} * m_nFrameBytes, due - place.skip,
+                place.adjust);
+  }
+}
+
+void CAudioSource::WritePacket(const BYTE* pData, uint32_t nFrames, int32_t adjust) {
+  if (nFrames == 0) return;
+  // The frames dropped or repeated stand evenly spread over the packet.
+  const uint32_t count = std::min<uint32_t>(static_cast<uint32_t>(std::abs(adjust)), nFrames - 1);
+  const uint32_t piece = nFrames / (count + 1);
+  uint32_t at = 0;
+  for (uint32_t i = 0; i < count; ++i) {
+    Emit(pData + size_t{at} * m_nFrameBytes, piece);
+    at += piece;
+    if (adjust < 0)
+      ++at;
+    else
+      Emit(pData + size_t{at - 1} * m_nFrameBytes, 1);
+  }
+  Emit(pData + size_t{at} * m_nFrameBytes, nFrames - at);
+}
+
+void CAudioSource::WriteSilence(int64_t nFrames) {
+  while (nFrames > 0) {
+    const auto part = static_cast<uint32_t>(std::min<int64_t>(nFrames, m_nBufferFrames));
+    Emit(m_pSilence.get(), part);
+    nFrames -= part;
+  }
+}
+
+void CAudioSource::Emit(const BYTE* pData, uint32_t nFrames) {
+  if (nFrames == 0) return;
+  Write(pData, m_nFrameBytes * nFrames);
+  m_pStatistics->AddBytes(static_cast<int64_t>(m_nChannels) * nFrames);
+  if (m_pCallback) m_pCallback->OnAudioPacket(m_Type, &Format(), pData, nFrames);
+}
+
+void CAudioSource::LogCorrections() {
+  const AudioSourceTimeline::Corrections& c = m_pTimeline->Totals();
+  const double rate = m_nRate;
+  WriteLog(kMsg,
+           "%s timeline: silence=%lld frames(%gs) in %lld gaps, largest=%gs; dropped=%lld, "
+           "repeated=%lld frames\n",
+           TypeName(m_Type), static_cast<long long>(c.silenceFrames), c.silenceFrames / rate,
+           static_cast<long long>(c.gaps), c.largestGap / rate,
+           static_cast<long long>(c.droppedFrames), static_cast<long long>(c.repeatedFrames));
 }
 
 void CAudioSource::Join() {

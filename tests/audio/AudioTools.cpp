@@ -81,15 +81,6 @@ pid_t Play(const Signal& signal, const std::string& sink, const std::string& fol
   return Spawn(args);
 }
 
-bool WaitForMonitor(const std::string& sink, const std::string& folder) {
-  const std::string out = folder + "/" + sink + ".monitor.raw";
-  const pid_t reader = Spawn(
-      {"sh", "-c",
-       "parec --raw --latency-msec=10 -d " + sink + ".monitor 2>/dev/null | head -c 4 > " + out});
-  const bool ended = WaitForExit(reader, 5000);
-  return ended && ReadFile(out).size() == 4;
-}
-
 bool WaitForExit(pid_t pid, int timeoutMs) {
   auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
   while (std::chrono::steady_clock::now() < end) {

@@ -45,10 +45,6 @@ class Signal {
 // pactl writes it; empty for the default of the channel count.
 pid_t Play(const Signal& signal, const std::string& sink, const std::string& folder,
            const std::string& channelMap = "");
-// A null sink that was idle has rendered up to two seconds ahead and feeds
-// its monitor again only when the clock catches up. Called once a capture
-// holds the monitor: returns when the monitor delivers.
-bool WaitForMonitor(const std::string& sink, const std::string& folder);
 // Waits for a child to end; false (and the child killed) after timeoutMs.
 bool WaitForExit(pid_t pid, int timeoutMs);
 

@@ -91,42 +91,103 @@ XvfbServer::~XvfbServer() {
     setenv("DISPLAY", m_previous.c_str(), 1);
 }
 
-PulseServer::PulseServer() {
+PulseServer::PulseServer(Kind kind) {
+  if (const char* v = getenv("PULSE_SERVER")) m_previousServer = v;
+  if (const char* v = getenv("XDG_RUNTIME_DIR")) m_previousRuntime = v;
+  if (const char* v = getenv("DBUS_SESSION_BUS_ADDRESS")) m_previousBus = v;
   std::string pattern = (std::filesystem::temp_directory_path() / "ovpulse.XXXXXX").string();
   char* made = mkdtemp(pattern.data());
   if (!made) return;
   m_runtime = made;
   chmod(m_runtime.c_str(), 0700);
+  setenv("XDG_RUNTIME_DIR", m_runtime.c_str(), 1);
+  if (!(kind == Kind::PipeWire ? StartPipeWire() : StartPulseAudio())) return;
+  // PipeWire's session manager takes defaults only once it has the sinks.
+  const bool defaults = WaitUntil(
+      [&] {
+        Pactl("set-default-sink nullsink");
+        Pactl("set-default-source micsink.monitor");
+        return Pactl("get-default-sink").rfind("nullsink", 0) == 0 &&
+               Pactl("get-default-source").rfind("micsink.monitor", 0) == 0;
+      },
+      10000);
+  if (!defaults) m_missing = "the default sink and source could not be set";
+}
+
+bool PulseServer::StartPulseAudio() {
   std::string socket = m_runtime + "/native";
   m_server = "unix:" + socket;
-  setenv("XDG_RUNTIME_DIR", m_runtime.c_str(), 1);
   setenv("PULSE_SERVER", m_server.c_str(), 1);
   pid_t pid = Spawn({"pulseaudio", "-n", "--daemonize=no", "--exit-idle-time=-1",
                      "--use-pid-file=no", "--disable-shm=yes", "-L",
                      "module-native-protocol-unix auth-anonymous=1 socket=" + socket, "-L",
                      "module-null-sink sink_name=nullsink rate=48000", "-L",
                      "module-null-sink sink_name=micsink rate=48000", "-L", "module-always-sink"});
+  if (!WaitForServer({pid})) {
+    Stop(pid);
+    return false;
+  }
+  m_pid = pid;
+  return true;
+}
+
+// PipeWire as desktops run it: the daemon, its session manager and its
+// Pulse server, on a session bus of their own. The null sinks are loaded
+// through the Pulse protocol, as a user would.
+bool PulseServer::StartPipeWire() {
+  for (const char* program : {"dbus-daemon", "pipewire", "wireplumber", "pipewire-pulse"}) {
+    int code = -1;
+    RunCapture(std::string("command -v ") + program + " >/dev/null", &code);
+    if (code != 0) {
+      m_missing = std::string(program) + " is not installed";
+      return false;
+    }
+  }
+  const std::string bus = "unix:path=" + m_runtime + "/bus";
+  m_helpers.push_back(
+      Spawn({"dbus-daemon", "--session", "--nofork", "--nopidfile", "--address=" + bus}));
+  setenv("DBUS_SESSION_BUS_ADDRESS", bus.c_str(), 1);
+  setenv("PIPEWIRE_RUNTIME_DIR", m_runtime.c_str(), 1);
+  WaitUntil([&] { return access((m_runtime + "/bus").c_str(), F_OK) == 0; }, 10000);
+  m_helpers.push_back(Spawn({"pipewire"}));
+  WaitUntil([&] { return access((m_runtime + "/pipewire-0").c_str(), F_OK) == 0; }, 10000);
+  m_helpers.push_back(Spawn({"wireplumber"}));
+  m_server = "unix:" + m_runtime + "/pulse/native";
+  setenv("PULSE_SERVER", m_server.c_str(), 1);
+  pid_t pid = Spawn({"pipewire-pulse"});
+  std::vector<pid_t> needed = m_helpers;
+  needed.push_back(pid);
+  if (!WaitForServer(needed)) {
+    m_missing = "pipewire-pulse did not answer";
+    Stop(pid);
+    return false;
+  }
+  m_pid = pid;
+  for (const char* sink : {"nullsink", "micsink"})
+    Pactl(std::string("load-module module-null-sink sink_name=") + sink + " rate=48000");
+  // The session manager takes the new sinks in on its own time.
+  if (!WaitUntil(
+          [&] { return Pactl("list short sources").find("micsink.monitor") != std::string::npos; },
+          5000))
+    m_missing = "the null sinks did not appear";
+  return m_missing.empty();
+}
+
+bool PulseServer::WaitForServer(const std::vector<pid_t>& needed) {
+  auto anyGone = [&] {
+    for (pid_t p : needed)
+      if (!Alive(p)) return true;
+    return false;
+  };
   bool up = WaitUntil(
       [&] {
-        if (!Alive(pid)) return true;
+        if (anyGone()) return true;
         int code = -1;
         RunCapture("pactl info >/dev/null 2>&1", &code);
         return code == 0;
       },
       15000);
-  if (!up || !Alive(pid)) {
-    Stop(pid);
-    return;
-  }
-  m_pid = pid;
-  Pactl("set-default-sink nullsink");
-  Pactl("set-default-source micsink.monitor");
-  for (const char* monitor : {"nullsink.monitor", "micsink.monitor"}) {
-    m_readers.push_back(Spawn({"parec", "--raw", "--latency-msec=10", "-d", monitor}));
-    // Returns once the sink has caught up with what it had rendered ahead.
-    RunCapture(std::string("timeout 5 parec --raw --latency-msec=10 -d ") + monitor +
-               " 2>/dev/null | head -c 4 >/dev/null");
-  }
+  return up && !anyGone();
 }
 
 std::string PulseServer::Pactl(const std::string& args, int* exitCode) const {
@@ -134,11 +195,20 @@ std::string PulseServer::Pactl(const std::string& args, int* exitCode) const {
 }
 
 PulseServer::~PulseServer() {
-  for (pid_t reader : m_readers) Stop(reader);
   Stop(m_pid);
+  for (auto it = m_helpers.rbegin(); it != m_helpers.rend(); ++it) Stop(*it);
   std::error_code ec;
   if (!m_runtime.empty()) std::filesystem::remove_all(m_runtime, ec);
-  unsetenv("PULSE_SERVER");
+  auto restore = [](const char* name, const std::string& value) {
+    if (value.empty())
+      unsetenv(name);
+    else
+      setenv(name, value.c_str(), 1);
+  };
+  restore("PULSE_SERVER", m_previousServer);
+  restore("XDG_RUNTIME_DIR", m_previousRuntime);
+  restore("DBUS_SESSION_BUS_ADDRESS", m_previousBus);
+  unsetenv("PIPEWIRE_RUNTIME_DIR");
 }
 
 }  // namespace ovtest

@@ -31,29 +31,40 @@ class XvfbServer {
   std::string m_previous;
 };
 
-// A PulseAudio daemon in its own runtime folder with a null sink "nullsink"
-// as the default sink, and a second null sink "micsink" whose monitor is the
-// default source. Sets PULSE_SERVER for this process while it lives.
-// An idle null sink renders up to two seconds ahead, so that a new monitor
-// capture would wait that long for its first samples; a low-latency reader
-// on each monitor keeps both sinks running like sound cards instead.
+// A sound server in its own runtime folder with a null sink "nullsink" as
+// the default sink, and a second null sink "micsink" whose monitor is the
+// default source, as a user's freshly started server has them: nothing
+// reads the monitors, and an idle sink renders up to two seconds ahead.
+// Sets PULSE_SERVER for this process while it lives, and puts back the one
+// before it at the end, so that a test can start a fresh server of its own.
 class PulseServer {
  public:
-  PulseServer();
+  enum class Kind { PulseAudio, PipeWire };
+  explicit PulseServer(Kind kind = Kind::PulseAudio);
   ~PulseServer();
   PulseServer(const PulseServer&) = delete;
   PulseServer& operator=(const PulseServer&) = delete;
-  bool Running() const { return m_pid > 0; }
+  bool Running() const { return m_pid > 0 && m_missing.empty(); }
   const std::string& Server() const { return m_server; }
   // Runs pactl against this server; returns its output.
   std::string Pactl(const std::string& args, int* exitCode = nullptr) const;
   pid_t Pid() const { return m_pid; }
+  // Why a PipeWire server could not start here; empty once it runs.
+  const std::string& Missing() const { return m_missing; }
 
  private:
+  bool StartPulseAudio();
+  bool StartPipeWire();
+  bool WaitForServer(const std::vector<pid_t>& needed);
+
   pid_t m_pid = -1;
-  std::vector<pid_t> m_readers;
+  std::vector<pid_t> m_helpers;  // the bus and PipeWire's daemons beside its Pulse server
   std::string m_runtime;
   std::string m_server;
+  std::string m_missing;
+  std::string m_previousServer;
+  std::string m_previousRuntime;
+  std::string m_previousBus;
 };
 
 }  // namespace ovtest
