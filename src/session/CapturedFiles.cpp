@@ -119,7 +119,10 @@ extern "C" BOOL DeleteFolder(const wchar_t* path) {
     return 0;
   }
   WriteLog(kMsg, "Delete temporary file from:%ls\n", path);
-  if (wcslen(path) < 4) {
+  // A relative folder would be wherever the host stands; one that does not
+  // fit a path field is no temp folder of ours.
+  std::string checked;
+  if (wcsnlen(path, kPathRoom) < 4 || !CheckedPath(path, &checked)) {
     WriteLog(kErr, "Error temporary folder:%ls\n", path);
     return 0;
   }
