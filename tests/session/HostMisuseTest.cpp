@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <cstring>
 #include <filesystem>
 #include <thread>
 #include <vector>
@@ -109,6 +110,7 @@ TEST_F(HostMisuseTest, ThreadsRacingToRecordGetOneSession) {
       recorder->Destroy();
     }
     EXPECT_EQ(sessions, 1) << "round " << round;
+    FreeCapturedFile(1);
   }
 }
 
@@ -158,11 +160,12 @@ TEST_F(HostMisuseTest, SecondStartKeepsTheClockAndFreeWaitsForTheStop) {
 
   const std::string index = ovtest::ReadFile(video + ".idx");
   ASSERT_GT(index.size(), sizeof(ov::FrameIndexHeader));
-  const auto* entries =
-      reinterpret_cast<const ov::FrameIndexEntry*>(index.data() + sizeof(ov::FrameIndexHeader));
-  const size_t count = (index.size() - sizeof(ov::FrameIndexHeader)) / sizeof(ov::FrameIndexEntry);
-  EXPECT_GT(count, 2u);
-  for (size_t i = 1; i < count; ++i)
+  std::vector<ov::FrameIndexEntry> entries((index.size() - sizeof(ov::FrameIndexHeader)) /
+                                           sizeof(ov::FrameIndexEntry));
+  std::memcpy(entries.data(), index.data() + sizeof(ov::FrameIndexHeader),
+              entries.size() * sizeof(ov::FrameIndexEntry));
+  EXPECT_GT(entries.size(), 2u);
+  for (size_t i = 1; i < entries.size(); ++i)
     EXPECT_GE(entries[i].time, entries[i - 1].time) << "time ran backwards at " << i;
   FreeCapturedFile(1);
   EXPECT_FALSE(fs::exists(video));
