@@ -130,7 +130,7 @@ HRESULT CheckOutput(const wchar_t* pwszOutFile, const CapturedFile& r) {
   if (kind != PathKind::kMissing && kind != PathKind::kFile)
     return Refuse("output is not a regular file", out);
   const std::wstring video = r.szScreenCaptureFile;
-  for (const std::wstring& own : {video, IndexPathOf(r.szScreenCaptureFile),
+  for (const std::wstring& own : {video, video.empty() ? video : IndexPathOf(video.c_str()),
                                   std::wstring(r.szWaveOutFile), std::wstring(r.szWaveInFile)}) {
     if (!own.empty() && SameFile(out, own))
       return Refuse("output is one of the recording's files", out);
