@@ -8,6 +8,7 @@
 
 #include "audio/WaveFormat.h"
 #include "audio/convert/FormatLog.h"
+#include "output/MuxOutput.h"
 #include "output/Watermark.h"
 #include "platform/Clock.h"
 #include "platform/Library.h"
@@ -55,10 +56,6 @@ void CopyUtf16(char16_t* out, const std::wstring& text) {
 // Past the end of any recording; later trim times are taken as this, which
 // keeps the tick and byte arithmetic in range.
 constexpr REFERENCE_TIME kFarTime = kMaxIndexTime * (REF_TIME_UNITS / kIndexClock + 1);
-
-// The output is written under this name beside it, then renamed.
-constexpr wchar_t kPartPrefix[] = L".ovmux-";
-constexpr size_t kPartSuffixChars = 9;  // what CreateUniqueFile adds
 
 HRESULT Refuse(const char* why, const std::wstring& path) {
   WriteLog(kErr, "Error: %s:%ls\n", why, path.c_str());
@@ -114,43 +111,6 @@ HRESULT CheckRecording(CapturedFile& r) {
   // A trim beyond the recording is held to its end.
   r.nTrimStart = std::min(r.nTrimStart, kFarTime);
   r.nTrimEnd = std::min(r.nTrimEnd, kFarTime);
-  return S_OK;
-}
-
-// The output: an absolute name in an existing folder, not a folder, FIFO or
-// device, and none of the recording's own files, whatever its spelling.
-HRESULT CheckOutput(const wchar_t* pwszOutFile, const CapturedFile& r) {
-  if (!PathFits(pwszOutFile) || pwszOutFile[0] != L'/')
-    return Refuse("output path relative or too long", pwszOutFile);
-  const std::wstring out = pwszOutFile;
-  const std::wstring folder = FolderOf(out);
-  if (out.back() == L'/' || KindOf(folder) != PathKind::kFolder)
-    return Refuse("output is not a file in an existing folder", out);
-  const PathKind kind = KindOf(out);
-  if (kind != PathKind::kMissing && kind != PathKind::kFile)
-    return Refuse("output is not a regular file", out);
-  const std::wstring video = r.szScreenCaptureFile;
-  for (const std::wstring& own : {video, video.empty() ? video : IndexPathOf(video.c_str()),
-                                  std::wstring(r.szWaveOutFile), std::wstring(r.szWaveInFile)}) {
-    if (!own.empty() && SameFile(out, own))
-      return Refuse("output is one of the recording's files", out);
-  }
-  if (!FitsRecord(folder + L"/" + kPartPrefix + std::wstring(kPartSuffixChars, L'0')))
-    return Refuse("output path too long", out);
-  return S_OK;
-}
-
-// Puts the finished file in place of the output, or removes what failed.
-HRESULT FinishPartFile(const std::wstring& part, const std::wstring& out, bool made) {
-  if (made) {
-    if (int error = ReplaceFile(part, out)) {
-      WriteLog(kErr, "Failed(%d) to rename %ls to %ls\n", error, part.c_str(), out.c_str());
-      RemoveFile(part);
-      return E_FAIL;
-    }
-    return S_OK;
-  }
-  RemoveFile(part);
   return S_OK;
 }
 
@@ -317,11 +277,7 @@ HRESULT CFFMux::Prepare() {
 // The first file this mux touches: a new one beside the output, which the
 // program fills and which becomes the output only when it has succeeded.
 HRESULT CFFMux::CreatePartFile() {
-  const std::wstring folder = FolderOf(m_szOutFile);
-  if (int error = CreateUniqueFile(folder, kPartPrefix, &m_sPartFile)) {
-    WriteLog(kErr, "Failed(%d) to create file in:%ls\n", error, folder.c_str());
-    return E_FAIL;
-  }
+  if (FAILED(CreatePartFileBeside(m_szOutFile, &m_sPartFile))) return E_FAIL;
   CopyUtf16(m_pRecord->outputPath, m_sPartFile);
   return S_OK;
 }
@@ -521,7 +477,11 @@ extern "C" HRESULT FFMux(int m_Muxer, int audioSetting, const wchar_t* pwszOutFi
     return E_INVALIDARG;
   }
   if (HRESULT hr = CheckRecording(*g_Recording); FAILED(hr)) return hr;
-  if (HRESULT hr = CheckOutput(pwszOutFile, *g_Recording); FAILED(hr)) return hr;
+  if (HRESULT hr = CheckMuxOutput(pwszOutFile, *g_Recording); FAILED(hr)) return hr;
+  if (!FitsRecord(PartFileModel(pwszOutFile))) {
+    WriteLog(kErr, "Error: output path too long:%ls\n", pwszOutFile);
+    return E_INVALIDARG;
+  }
   return CFFMux::Start(
       std::make_unique<CFFMux>(m_Muxer, audioSetting, pwszOutFile, Duration, pCallback));
 }
