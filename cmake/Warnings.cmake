@@ -10,3 +10,7 @@ if(ORVANTA_TSAN)
   add_compile_options(-fsanitize=thread -fno-omit-frame-pointer)
   add_link_options(-fsanitize=thread)
 endif()
+if(ORVANTA_FUZZ)
+  # Coverage for libFuzzer in everything the fuzz target reaches.
+  add_compile_options(-fsanitize=fuzzer-no-link)
+endif()

@@ -11,6 +11,8 @@ packages=(
   libavcodec-dev libavformat-dev libavutil-dev libswscale-dev libswresample-dev
   libcairo2-dev libpango1.0-dev libpng-dev libjpeg-dev libtiff-dev libgif-dev
   libv4l-dev libegl-dev libgtest-dev libgmock-dev libbenchmark-dev
+  # fuzzing with libFuzzer
+  clang libclang-rt-14-dev
   # run and test: a private X server, a sound server, FFmpeg's tools
   xvfb xauth x11-utils x11-xserver-utils xdotool xcompmgr
   pulseaudio pulseaudio-utils sox ffmpeg libgl1-mesa-dri libegl1 time procps

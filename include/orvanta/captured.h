@@ -34,10 +34,13 @@ extern "C" {
 // The record of the last recording, or null.
 OV_API CapturedFile* GetCapturedFile();
 
-// Frees the record; with bDelete set, removes the temp files first.
+// Frees the record; with bDelete set, removes the temp files first. Refused,
+// with a log line, while a recording session exists.
 OV_API void FreeCapturedFile(BOOL bDelete);
 
-// Removes the temp files that earlier runs left in a folder. 1 if walked.
+// Removes the temp files that earlier runs left in a folder. 1 if walked;
+// 0 for a relative path, one shorter than 4 characters, or one of 260
+// characters or more.
 OV_API BOOL DeleteFolder(const wchar_t* path);
 
 // Bytes available to the caller on the volume of path; 0 on failure.

@@ -39,12 +39,25 @@ extern "C" {
 // its own, which reports through pCallback; any other result means that it
 // has not started and pCallback is never called. The record must be left
 // alone, and not freed, until OnComplete.
+//
+// Nothing is touched before the request is checked: E_INVALIDARG, with a log
+// line, for an output path that is relative, longer than 259 characters, in
+// a folder that does not exist, a folder, FIFO or device, or one of the
+// recording's own temp files; for a negative trim time, a trim end at or
+// before its start, or a negative Duration. A trim end past the recording
+// is held to its end; a trim start past the last frame keeps the whole
+// video (and the sound from its start); a trim that leaves no sound of a
+// recording with sound ends with OnComplete(E_INVALIDARG). The file is
+// written under a hidden name beside the output and renamed to it only when
+// it is complete, so that a failed mux leaves a file at the output as it
+// was. (A canceled mux lets the program finish; its file is then renamed.)
 OV_API HRESULT FFMux(int m_Muxer, int audioSetting, const wchar_t* pwszOutFile, int Duration,
                      CMuxCallback* pCallback);
 
 // A picture laid on the video of the files made from now on; null turns it
 // off. alignX: 0 left, 1 centre, 2 right; alignY: 0 top, 1 centre, 2 bottom.
 // The picture keeps its own size and stands 16 pixels from the edges it is
-// aligned to. Always returns 0.
+// aligned to. Only a regular file is read, and for at most a few seconds.
+// E_INVALIDARG, setting nothing, for a path of 260 characters or more.
 OV_API HRESULT UseWatermark(const wchar_t* path, int alignX, int alignY);
 }

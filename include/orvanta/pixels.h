@@ -2,8 +2,10 @@
 //
 // Frames are BGR32: four bytes per pixel (blue, green, red, unused), top row
 // first. Pitches are in bytes, sizes in pixels. A negative result means nothing
-// was done (a null pointer, or a size the routine cannot work on); S_FALSE
-// means an odd width or height left the last column or row out.
+// was done: E_POINTER for a null pointer, E_INVALIDARG (with a log line) for a
+// size the routine cannot work on, a pitch below the bytes of a row (negative
+// pitches included) or a source that overlaps the destination. S_FALSE means
+// an odd width or height left the last column or row out.
 #pragma once
 
 #include "orvanta/types.h"

@@ -60,6 +60,7 @@ class CScreenCanvas;
 // A recording session. Created stopped by ovVideoRecord; Destroy is the stop.
 class OV_API CScreenRecoderObject : public CBaseClassObject {
  public:
+  // A second Start is ignored, with a log line.
   virtual void Start() = 0;
   virtual void Pause() = 0;
   virtual void Resume() = 0;
@@ -70,6 +71,7 @@ class OV_API CScreenRecoderObject : public CBaseClassObject {
   virtual void AddExcludeWindow(HWND hWnd) = 0;
   virtual void RemoveExcludeWindow(HWND hWnd) = 0;
   virtual void AddIncludeWindow(HWND hWnd) = 0;
+  // A path of 260 characters or more is refused with a log line.
   virtual void SaveFrameToFile(const wchar_t* pszPath) = 0;
   virtual void RefreshBox() = 0;
 
@@ -80,7 +82,11 @@ class OV_API CScreenRecoderObject : public CBaseClassObject {
 extern "C" {
 
 // Validates the options and creates a stopped session, or returns null.
-// *pResult is written only once an object existed.
+// *pResult is written only once an object existed, and with E_INVALIDARG for
+// a temp folder that is empty, relative or too long for the names of its
+// files (at most 259 characters each); nothing is then made. One recording
+// runs at a time: from any thread, a call while a session exists (until its
+// Destroy has returned) is refused with null and a log line.
 OV_API CScreenRecoderObject* ovVideoRecord(HWND hHostWindow, const wchar_t* pszTempFolder,
                                            VideoOpt* pVideoOpt, AudioOpt audioOpt,
                                            MouseOpt* pMouseOpt, BOOL bShowRecordingBox,

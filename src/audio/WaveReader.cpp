@@ -5,6 +5,25 @@
 #include "audio/WaveFormat.h"
 #include "session/Log.h"
 
+namespace {
+
+// The sizes of a format agree with each other and with what any device
+// gives. A header without a byte rate cannot tell any time, and one whose
+// rates disagree would have the readers size their buffers by one and fill
+// them by the other.
+bool Consistent(const WAVEFORMATEX& f) {
+  constexpr uint32_t kMaxRate = 768000;
+  constexpr uint16_t kMaxChannels = 32;
+  if (f.nChannels == 0 || f.nChannels > kMaxChannels || f.nSamplesPerSec == 0 ||
+      f.nSamplesPerSec > kMaxRate || f.wBitsPerSample == 0 || f.wBitsPerSample % 8 != 0 ||
+      f.wBitsPerSample > 64)
+    return false;
+  return f.nBlockAlign == f.nChannels * f.wBitsPerSample / 8 &&
+         f.nAvgBytesPerSec == f.nSamplesPerSec * f.nBlockAlign;
+}
+
+}  // namespace
+
 HRESULT CWaveReader::Open(const wchar_t* szWaveFile) {
   using namespace ov;
   m_hFile.Close();
@@ -20,10 +39,8 @@ HRESULT CWaveReader::Open(const wchar_t* szWaveFile) {
     m_hFile.Close();
     return E_FAIL;
   }
-  // A header without a byte rate cannot tell any time, and no working
-  // device gives one.
   if (std::memcmp(header.riff, "RIFF", 4) != 0 || std::memcmp(header.fmt, "fmt ", 4) != 0 ||
-      header.format.Format.nAvgBytesPerSec == 0) {
+      !Consistent(header.format.Format)) {
     WriteLog(kErr, "Error format:%ls\n", szWaveFile);
     m_hFile.Close();
     return E_FAIL;

@@ -3,6 +3,7 @@
 // elementary stream. Little-endian, packed.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 
 namespace ov {
@@ -40,6 +41,20 @@ struct FrameIndexEntry {
 
 static_assert(sizeof(FrameIndexHeader) == 44);
 static_assert(sizeof(FrameIndexEntry) == 24);
+
+// No recording runs longer than this; a later time is a damaged entry.
+inline constexpr int64_t kMaxIndexTime = 100ll * 3600 * kIndexClock;
+
+// The first of count entries whose time is negative, beyond kMaxIndexTime or
+// before its predecessor's; count when all are in order.
+inline size_t FirstDisorderedEntry(const FrameIndexEntry* entries, size_t count) {
+  int64_t previous = 0;
+  for (size_t i = 0; i < count; ++i) {
+    if (entries[i].time < previous || entries[i].time > kMaxIndexTime) return i;
+    previous = entries[i].time;
+  }
+  return count;
+}
 
 // Conversions between 100-ns time and index ticks, truncating toward zero.
 inline int64_t TimeToTicks(int64_t time) { return time * kIndexClock / 10000000; }

@@ -8,6 +8,7 @@
 
 #include "audio/WaveFormat.h"
 #include "audio/convert/FormatLog.h"
+#include "output/MuxOutput.h"
 #include "output/Watermark.h"
 #include "platform/Clock.h"
 #include "platform/Library.h"
@@ -25,23 +26,40 @@ constexpr uint32_t kPollMs = 500;
 constexpr uint32_t kReportMs = 500;
 constexpr uint32_t kMaxFrameSide = 16384;
 
-// Wide (UTF-32) text into a UTF-16 field of the record, at most 255 units;
-// a character that would not fit whole is left out with what follows.
+// Units of text in UTF-16.
+size_t Utf16Length(const std::wstring& text) {
+  size_t n = 0;
+  for (wchar_t wc : text) n += static_cast<uint32_t>(wc) >= 0x10000 ? 2 : 1;
+  return n;
+}
+
+bool FitsRecord(const std::wstring& text) {
+  return Utf16Length(text) < static_cast<size_t>(kMuxPathChars);
+}
+
+// Wide (UTF-32) text into a UTF-16 field of the record; the caller has
+// checked that it fits.
 void CopyUtf16(char16_t* out, const std::wstring& text) {
-  constexpr int kLimit = kMuxPathChars - 1;
   int n = 0;
   for (wchar_t wc : text) {
     const auto c = static_cast<uint32_t>(wc);
     if (c >= 0x10000) {
-      if (n + 2 > kLimit) break;
       out[n++] = static_cast<char16_t>(0xD800 + ((c - 0x10000) >> 10));
       out[n++] = static_cast<char16_t>(0xDC00 + ((c - 0x10000) & 0x3FF));
     } else {
-      if (n + 1 > kLimit) break;
       out[n++] = static_cast<char16_t>(c);
     }
   }
   out[n] = u'\0';
+}
+
+// Past the end of any recording; later trim times are taken as this, which
+// keeps the tick and byte arithmetic in range.
+constexpr REFERENCE_TIME kFarTime = kMaxIndexTime * (REF_TIME_UNITS / kIndexClock + 1);
+
+HRESULT Refuse(const char* why, const std::wstring& path) {
+  WriteLog(kErr, "Error: %s:%ls\n", why, path.c_str());
+  return E_INVALIDARG;
 }
 
 std::wstring IndexPathOf(const wchar_t* videoFile) { return std::wstring(videoFile) + L".idx"; }
@@ -76,6 +94,26 @@ DWORD ChooseRate(const std::vector<DWORD>& rates, DWORD r) {
   return chosen;
 }
 
+// The host's record: paths within their fields and within the record of the
+// program, and a trim that lies the right way round; a negative time or an
+// end before the start is refused, never taken as "no sound".
+HRESULT CheckRecording(CapturedFile& r) {
+  for (const wchar_t* field : {r.szScreenCaptureFile, r.szWaveOutFile, r.szWaveInFile}) {
+    if (!PathFits(field)) return Refuse("a temp file name without its end", L"");
+  }
+  if (r.bScreenStream && !FitsRecord(IndexPathOf(r.szScreenCaptureFile)))
+    return Refuse("temp video path too long", r.szScreenCaptureFile);
+  if (r.nTrimStart < 0 || r.nTrimEnd < 0 || (r.nTrimEnd != 0 && r.nTrimEnd <= r.nTrimStart)) {
+    WriteLog(kErr, "Error: trim %lld->%lld refused\n", static_cast<long long>(r.nTrimStart),
+             static_cast<long long>(r.nTrimEnd));
+    return E_INVALIDARG;
+  }
+  // A trim beyond the recording is held to its end.
+  r.nTrimStart = std::min(r.nTrimStart, kFarTime);
+  r.nTrimEnd = std::min(r.nTrimEnd, kFarTime);
+  return S_OK;
+}
+
 }  // namespace
 
 FrameRange ComputeFrameRange(const std::vector<FrameIndexEntry>& entries,
@@ -84,6 +122,9 @@ FrameRange ComputeFrameRange(const std::vector<FrameIndexEntry>& entries,
   const auto count = static_cast<int32_t>(entries.size());
   FrameRange range{0, count};
   if ((*pTrimStart == 0 && trimEnd == 0 && *pLimit == 0) || count == 0) return range;
+  *pTrimStart = std::min(*pTrimStart, kFarTime);
+  trimEnd = std::min(trimEnd, kFarTime);
+  *pLimit = std::min(*pLimit, kFarTime);
 
   const int64_t startTick = TimeToTicks(*pTrimStart);
   const int64_t endTick = TimeToTicks(trimEnd);
@@ -134,7 +175,7 @@ CFFMux::CFFMux(int32_t muxer, int32_t audioSetting, const wchar_t* pwszOutFile, 
       m_nAudioSetting(audioSetting),
       pCallback(pCallback),
       m_nLimit(static_cast<REFERENCE_TIME>(duration) * REF_TIME_UNITS) {
-  std::wcsncpy(m_szOutFile, pwszOutFile, OV_MAX_PATH - 1);
+  StorePath(m_szOutFile, pwszOutFile);
 }
 
 CFFMux::~CFFMux() = default;
@@ -179,12 +220,13 @@ void CFFMux::ChooseAudioFormat(const WAVEFORMATEXTENSIBLE* pSourceFormat,
 }
 
 HRESULT CFFMux::Start(std::unique_ptr<CFFMux> pMux) {
-  RemoveFile(pMux->m_szOutFile);
-  if (FAILED(pMux->Prepare())) return E_FAIL;
+  if (FAILED(pMux->Prepare()) || FAILED(pMux->CreatePartFile())) return E_FAIL;
+  const std::wstring part = pMux->m_sPartFile;
   try {
     std::thread(Worker, std::move(pMux)).detach();
   } catch (const std::system_error&) {
     WriteLog(kErr, "Failed to start the mux thread\n");
+    RemoveFile(part);
     return E_FAIL;
   }
   return S_OK;
@@ -208,7 +250,6 @@ HRESULT CFFMux::Prepare() {
   }
   m_pRecord = static_cast<MuxRecord*>(m_Mapping.Data());
   m_pRecord->size = kMuxRecordSize;
-  CopyUtf16(m_pRecord->outputPath, m_szOutFile);
   if (!r.bScreenStream) m_pRecord->noVideo = 1;
   const bool waveOut = r.bWaveOutStream && r.bUseWaveOut && r.lWaveOutVolume;
   const bool waveIn = r.bWaveInStream && r.bUseWaveIn && r.lWaveInVolume;
@@ -233,6 +274,14 @@ HRESULT CFFMux::Prepare() {
   return S_OK;
 }
 
+// The first file this mux touches: a new one beside the output, which the
+// program fills and which becomes the output only when it has succeeded.
+HRESULT CFFMux::CreatePartFile() {
+  if (FAILED(CreatePartFileBeside(m_szOutFile, &m_sPartFile))) return E_FAIL;
+  CopyUtf16(m_pRecord->outputPath, m_sPartFile);
+  return S_OK;
+}
+
 HRESULT CFFMux::ReadFrameIndex(std::vector<FrameIndexEntry>* pEntries) {
   const std::wstring path = IndexPathOf(g_Recording->szScreenCaptureFile);
   SequentialFile index;
@@ -253,6 +302,13 @@ HRESULT CFFMux::ReadFrameIndex(std::vector<FrameIndexEntry>* pEntries) {
       return E_FAIL;
     }
     done += n;
+  }
+  // The trim arithmetic below trusts the times.
+  const size_t bad = FirstDisorderedEntry(pEntries->data(), pEntries->size());
+  if (bad != pEntries->size()) {
+    WriteLog(kErr, "Error: frame %lld of %ls is out of time order\n", static_cast<long long>(bad),
+             path.c_str());
+    return E_FAIL;
   }
   return S_OK;
 }
@@ -297,15 +353,23 @@ HRESULT CFFMux::PrepareAudio() {
 
 void CFFMux::Worker(std::unique_ptr<CFFMux> pMux) {
   SetCurrentThreadName("FFMux");
-  const HRESULT hr = pMux->Run();
+  HRESULT hr = pMux->Run();
+  const std::wstring part = pMux->m_sPartFile, out = pMux->m_szOutFile;
+  if (hr != E_ABORT) {
+    const HRESULT moved = FinishPartFile(part, out, SUCCEEDED(hr));
+    if (SUCCEEDED(hr)) hr = moved;
+  }
   CMuxCallback* const callback = pMux->pCallback;
   // A child left running by a cancel finishes on its own; it is killed when
-  // the thread that started it ends, so this thread waits for it below.
+  // the thread that started it ends, so this thread waits for it below and
+  // then puts its file in place.
   ChildProcess child = std::move(pMux->m_Process);
   callback->OnComplete(hr);
   pMux.reset();
-  int exitCode;
+  if (hr != E_ABORT) return;
+  int exitCode = -1;
   if (child.Running()) child.Wait(UINT32_MAX, &exitCode);
+  FinishPartFile(part, out, exitCode == 0);
 }
 
 HRESULT CFFMux::Run() {
@@ -350,6 +414,13 @@ HRESULT CFFMux::WriteRawAudio() {
       const int percent = static_cast<int>(10 * (block + 1) / blocks);
       if (percent != m_nLastReport && !Report(percent)) return E_ABORT;
     }
+  }
+  if (m_pRecord->audioFrames == 0 && r.nTrimStart != 0) {
+    // A trim that starts past the end of the sound would leave a file
+    // without its audio track.
+    WriteLog(kErr, "Error: the trim %lld->%lld leaves no sound\n",
+             static_cast<long long>(r.nTrimStart), static_cast<long long>(r.nTrimEnd));
+    return E_INVALIDARG;
   }
   if (int error = m_hAudioFile.Rewind()) {
     WriteLog(kErr, "Failed(%d) to write\n", error);
@@ -401,6 +472,16 @@ extern "C" HRESULT FFMux(int m_Muxer, int audioSetting, const wchar_t* pwszOutFi
   WriteLog(kMsg, "FFMux:%ls, Duration=%dSec\n", pwszOutFile, Duration);
   WriteLog(kMsg, "Trim: %lld->%lld\n", static_cast<long long>(g_Recording->nTrimStart),
            static_cast<long long>(g_Recording->nTrimEnd));
+  if (Duration < 0) {
+    OV_BAD_ARG(Duration);
+    return E_INVALIDARG;
+  }
+  if (HRESULT hr = CheckRecording(*g_Recording); FAILED(hr)) return hr;
+  if (HRESULT hr = CheckMuxOutput(pwszOutFile, *g_Recording); FAILED(hr)) return hr;
+  if (!FitsRecord(PartFileModel(pwszOutFile))) {
+    WriteLog(kErr, "Error: output path too long:%ls\n", pwszOutFile);
+    return E_INVALIDARG;
+  }
   return CFFMux::Start(
       std::make_unique<CFFMux>(m_Muxer, audioSetting, pwszOutFile, Duration, pCallback));
 }

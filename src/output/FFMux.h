@@ -6,6 +6,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <string>
 #include <vector>
 
 #include "audio/MuxAudioReader.h"
@@ -56,6 +57,7 @@ class CFFMux : public CMuxAudioReaderFormat {
 
  private:
   HRESULT Prepare();
+  HRESULT CreatePartFile();
   HRESULT PrepareVideo(bool watermark, uint32_t width, uint32_t height);
   HRESULT PrepareAudio();
   HRESULT ReadFrameIndex(std::vector<ov::FrameIndexEntry>* pEntries);
@@ -68,6 +70,7 @@ class CFFMux : public CMuxAudioReaderFormat {
   int32_t m_Muxer;
   int32_t m_nAudioSetting;
   wchar_t m_szOutFile[OV_MAX_PATH] = {};
+  std::wstring m_sPartFile;  // what the program writes, renamed at the end
   CMuxCallback* pCallback;
   std::unique_ptr<CMuxAudioReader> m_pReader;
   WAVEFORMATEX m_wfx{};

@@ -1,6 +1,7 @@
 #include "output/Watermark.h"
 
 #include <algorithm>
+#include <chrono>
 #include <cstdlib>
 #include <cstring>
 #include <cwchar>
@@ -59,11 +60,30 @@ Block ClearedBlock(size_t bytes) {
   return block;
 }
 
+// How long reading the picture may take: it runs on the host's thread.
+constexpr auto kLoadLimit = std::chrono::seconds(5);
+
+int PastDeadline(void* deadline) {
+  return std::chrono::steady_clock::now() >
+         *static_cast<std::chrono::steady_clock::time_point*>(deadline);
+}
+
 // The first picture of the file, through FFmpeg's image readers, so that
-// PNG, JPEG, BMP, GIF, TIFF and WebP all serve.
-bool LoadPicture(const std::string& path, Picture* picture) {
-  AVFormatContext* raw = nullptr;
-  if (avformat_open_input(&raw, path.c_str(), nullptr, nullptr) < 0) return false;
+// PNG, JPEG, BMP, GIF, TIFF and WebP all serve. Only a regular file is read,
+// through the file protocol alone: a FIFO, a device or a name such as
+// "pipe:0" would block the caller.
+bool LoadPicture(const std::wstring& widePath, Picture* picture) {
+  if (ov::KindOf(widePath) != ov::PathKind::kFile) return false;
+  auto deadline = std::chrono::steady_clock::now() + kLoadLimit;
+  AVFormatContext* raw = avformat_alloc_context();
+  if (!raw) return false;
+  raw->interrupt_callback = {PastDeadline, &deadline};
+  AVDictionary* options = nullptr;
+  av_dict_set(&options, "protocol_whitelist", "file", 0);
+  const std::string url = "file:" + ov::ToUtf8(widePath);
+  const int opened = avformat_open_input(&raw, url.c_str(), nullptr, &options);
+  av_dict_free(&options);
+  if (opened < 0) return false;
   std::unique_ptr<AVFormatContext, FormatCloser> format(raw);
   if (avformat_find_stream_info(format.get(), nullptr) < 0) return false;
   const AVCodec* codec = nullptr;
@@ -168,7 +188,7 @@ void DrawWatermark(uint8_t* raster, int w, int h) {
   const size_t pixels = static_cast<size_t>(w) * h;
   std::memset(raster, 0, pixels * 4);
   Picture picture;
-  if (!LoadPicture(ov::ToUtf8(g_szWatermarkFile), &picture))
+  if (!LoadPicture(g_szWatermarkFile, &picture))
     WriteLog(ov::kWan, "Watermark picture not loaded:%ls\n", g_szWatermarkFile);
 
   Block full = ClearedBlock(pixels * 4);
@@ -197,12 +217,14 @@ void DrawWatermark(uint8_t* raster, int w, int h) {
 }
 
 extern "C" HRESULT UseWatermark(const wchar_t* path, int alignX, int alignY) {
-  if (!path) {
-    g_szWatermarkFile[0] = L'\0';
-  } else {
-    std::wcsncpy(g_szWatermarkFile, path, OV_MAX_PATH - 1);
-    g_szWatermarkFile[OV_MAX_PATH - 1] = L'\0';
+  if (path && !ov::PathFits(path)) {
+    WriteLog(ov::kErr, "Error: watermark path too long, refused:%ls\n", path);
+    return E_INVALIDARG;
   }
+  if (!path)
+    g_szWatermarkFile[0] = L'\0';
+  else
+    ov::StorePath(g_szWatermarkFile, path);
   g_nWatermarkAlignX = alignX;
   g_nWatermarkAlignY = alignY;
   return S_OK;

@@ -11,6 +11,17 @@ std::string ToUtf8(const wchar_t* text);
 std::string ToUtf8(const std::wstring& text);
 std::wstring FromUtf8(const std::string& text);
 
+// A path field's room in wide characters, the terminator included.
+inline constexpr size_t kPathRoom = 260;
+// True when the host's path fits a path field; never reads past its room.
+bool PathFits(const wchar_t* path);
+// Copies path into a field of kPathRoom; false, with the field left empty,
+// when it does not fit. Nothing is ever cut into another path.
+bool StorePath(wchar_t* field, const std::wstring& path);
+// An absolute path that fits a field, ready for the file system; false for a
+// null, empty, relative or too long one.
+bool CheckedPath(const wchar_t* path, std::string* utf8);
+
 // The user's documents folder: $XDG_DOCUMENTS_DIR, the user-dirs file, else ~/Documents.
 std::wstring DocumentsFolder();
 // The system's folder for temporary files, without a trailing separator.
@@ -23,6 +34,19 @@ int MoveFile(const std::wstring& from, const std::wstring& to);
 
 bool PathExists(const std::wstring& path);
 bool IsFolder(const std::wstring& path);
+
+enum class PathKind { kMissing, kFile, kFolder, kOther };
+// What the path names, links followed; kOther for FIFOs, devices, sockets.
+PathKind KindOf(const std::wstring& path);
+// True when both paths exist and name one file, whatever their spelling.
+bool SameFile(const std::wstring& a, const std::wstring& b);
+// The folder part of an absolute path: "/" for a file in the root.
+std::wstring FolderOf(const std::wstring& path);
+// Creates a new empty file named prefix and a unique suffix in folder, never
+// reusing an existing name; 0 and its path, else the error number.
+int CreateUniqueFile(const std::wstring& folder, const std::wstring& prefix, std::wstring* path);
+// Renames from to to, replacing a file that stands at to.
+int ReplaceFile(const std::wstring& from, const std::wstring& to);
 
 struct FolderEntry {
   std::wstring name;

@@ -42,18 +42,15 @@ std::wstring LogFolder() { return DocumentsFolder() + L"/Log Files"; }
 
 int OpenLogFile() {
   std::wstring folder = LogFolder();
+  auto name = [&folder](int n) { return folder + L"/Orvanta" + std::to_wstring(n) + L".log"; };
+  // A documents folder too deep for a path field gets no log rather than one
+  // under a cut name, which could be anybody's file.
+  if (!PathFits(name(0).c_str())) return -1;
   CreateFolder(DocumentsFolder());
   CreateFolder(folder);
-  wchar_t from[OV_MAX_PATH], to[OV_MAX_PATH];
-  swprintf(to, OV_MAX_PATH, L"%ls/Orvanta9.log", folder.c_str());
-  RemoveFile(to);
-  for (int n = 9; n >= 1; --n) {
-    swprintf(from, OV_MAX_PATH, L"%ls/Orvanta%d.log", folder.c_str(), n - 1);
-    swprintf(to, OV_MAX_PATH, L"%ls/Orvanta%d.log", folder.c_str(), n);
-    MoveFile(from, to);
-  }
-  swprintf(to, OV_MAX_PATH, L"%ls/Orvanta0.log", folder.c_str());
-  g_logFd = CreateLogFile(ToUtf8(to));
+  RemoveFile(name(9));
+  for (int n = 9; n >= 1; --n) MoveFile(name(n - 1), name(n));
+  g_logFd = CreateLogFile(ToUtf8(name(0)));
   return g_logFd;
 }
 

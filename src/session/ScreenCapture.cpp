@@ -12,6 +12,7 @@
 #include "platform/MessageQueue.h"
 #include "platform/Thread.h"
 #include "platform/VideoHardware.h"
+#include "session/CapturedFiles.h"
 #include "session/Globals.h"
 #include "session/Log.h"
 
@@ -84,9 +85,16 @@ CScreenCapture::~CScreenCapture() {
              static_cast<long long>(m_nFrameCount),
              static_cast<double>(m_nFrameCount) * 1000.0 / elapsed);
   }
+  // Every thread of the session is gone: the next recording may begin.
+  ov::ReleaseRecordingSlot();
 }
 
 void CScreenCapture::Start() {
+  // A second start would move the clock back under frames already written.
+  if (m_bStarted.exchange(true)) {
+    WriteLog(ov::kWan, "Start: already started, ignored\n");
+    return;
+  }
   m_dwStartTick = ov::TickCount();
   m_hRunEvent.Set();
   g_bRecording.exchange(1);

@@ -77,4 +77,5 @@ class CScreenCapture : public CScreenRecoderObject,
 
   // The tick at which the last pause began; progress stands still there.
   uint32_t m_dwPauseTick = 0;
+  std::atomic<bool> m_bStarted{false};
 };

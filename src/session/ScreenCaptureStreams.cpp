@@ -1,6 +1,7 @@
 // The capture stream of a session: chosen at creation, joined at the stop.
 #include "capture/FramePng.h"
 #include "capture/GdiCaptureVideoStream.h"
+#include "platform/Files.h"
 #include "session/Globals.h"
 #include "session/Log.h"
 #include "session/ScreenCapture.h"
@@ -24,7 +25,7 @@ void CScreenCapture::DestroyCaptureStreams() {
 }
 
 void CScreenCapture::SaveFrameToFile(const wchar_t* pszPath) {
-  if (!pszPath) {
+  if (!ov::PathFits(pszPath)) {
     OV_BAD_ARG(pszPath);
     return;
   }

@@ -68,6 +68,69 @@ bool CheckRegion(VideoOpt* video, MouseOpt* mouse, BOOL bShowRecordingBox) {
   return true;
 }
 
+// Everything after the slot is taken. Each refusal before the session object
+// exists gives the slot back; the object gives it back when it is gone.
+CScreenRecoderObject* RecordInSlot(HWND hHostWindow, const wchar_t* pszTempFolder,
+                                   VideoOpt* pVideoOpt, AudioOpt audioOpt, MouseOpt* pMouseOpt,
+                                   BOOL bShowRecordingBox, HRESULT* pResult) {
+  using namespace ov;
+  auto refuse = [] {
+    ReleaseRecordingSlot();
+    return nullptr;
+  };
+  if (pVideoOpt->bStream) {
+    g_bUnborder = 0;
+    if (pVideoOpt->FrameRate <= 0) {
+      OV_BAD_ARG(pVideoOpt->FrameRate);
+      return refuse();
+    }
+    if (!CheckRegion(pVideoOpt, pMouseOpt, bShowRecordingBox)) return refuse();
+  }
+  if (pMouseOpt->cursorAlpha == 0 || pMouseOpt->cursorAlpha > 255) pMouseOpt->cursorAlpha = 255;
+  if (pVideoOpt->CodecType == CodecType_GIF) audioOpt.bRender = audioOpt.bCapture = 0;
+
+  WriteLog(kMsg, "Video:bStream=%d, CodecType=%d, FrameRate=%d, Quality=%d\n", pVideoOpt->bStream,
+           pVideoOpt->CodecType, pVideoOpt->FrameRate, pVideoOpt->videoQuality);
+  WriteLog(kMsg, "Audio: bRender=%d, bCapture=%d\n", audioOpt.bRender, audioOpt.bCapture);
+  WriteLog(kMsg, "Mouse: Flag=0x%x\n", pMouseOpt->Flag);
+  WriteLog(kMsg, "ShowRecordingBox=%d\n", bShowRecordingBox);
+
+  g_hHostWindow = hHostWindow;
+  g_videoOpt = *pVideoOpt;
+  // An audio-only session has no frame rate of its own; its base interval
+  // only feeds the resume arithmetic.
+  if (g_videoOpt.FrameRate <= 0) g_videoOpt.FrameRate = 1;
+  g_bAudioEnabled[0] = audioOpt.bRender;
+  g_bAudioEnabled[1] = audioOpt.bCapture;
+  g_mouseOpt = *pMouseOpt;
+  g_bShowRecordingBox = bShowRecordingBox;
+  // The folder is checked before any thread or file exists.
+  if (HRESULT hr = PrepareCapturedFiles(pszTempFolder); FAILED(hr)) {
+    if (pResult) *pResult = hr;
+    return refuse();
+  }
+  g_bRunning.exchange(1);
+  g_bRecording.exchange(0);
+  g_bLastFrame.exchange(0);
+
+  auto* capture = new CScreenCapture();
+  capture->StartUIThread();
+
+  HRESULT hr = S_OK;
+  if (g_videoOpt.bStream) {
+    hr = capture->Create();
+    if (FAILED(hr))
+      WriteLog(kErr, "Failed(0x%x) in Create(), FILE:%s, LINE:%d\n", static_cast<unsigned>(hr),
+               OV_FILE, __LINE__);
+  }
+  if (SUCCEEDED(hr) && (audioOpt.bRender || audioOpt.bCapture)) hr = capture->CreateAudio();
+  if (pResult) *pResult = hr;
+  if (SUCCEEDED(hr)) return capture;
+  WriteLog(kErr, "Failed(0x%x) to Initialize recorder, delete...\n", static_cast<unsigned>(hr));
+  delete capture;
+  return nullptr;
+}
+
 }  // namespace
 
 extern "C" CScreenRecoderObject* ovVideoRecord(HWND hHostWindow, const wchar_t* pszTempFolder,
@@ -88,55 +151,10 @@ extern "C" CScreenRecoderObject* ovVideoRecord(HWND hHostWindow, const wchar_t* 
     OV_BAD_ARG(pszTempFolder);
     return nullptr;
   }
-  if (g_bRunning.load()) {
+  if (!ClaimRecordingSlot()) {
     WriteLog(kErr, "Error: a recording is already running\n");
     return nullptr;
   }
-  if (pVideoOpt->bStream) {
-    g_bUnborder = 0;
-    if (pVideoOpt->FrameRate <= 0) {
-      OV_BAD_ARG(pVideoOpt->FrameRate);
-      return nullptr;
-    }
-    if (!CheckRegion(pVideoOpt, pMouseOpt, bShowRecordingBox)) return nullptr;
-  }
-  if (pMouseOpt->cursorAlpha == 0 || pMouseOpt->cursorAlpha > 255) pMouseOpt->cursorAlpha = 255;
-  if (pVideoOpt->CodecType == CodecType_GIF) audioOpt.bRender = audioOpt.bCapture = 0;
-
-  WriteLog(kMsg, "Video:bStream=%d, CodecType=%d, FrameRate=%d, Quality=%d\n", pVideoOpt->bStream,
-           pVideoOpt->CodecType, pVideoOpt->FrameRate, pVideoOpt->videoQuality);
-  WriteLog(kMsg, "Audio: bRender=%d, bCapture=%d\n", audioOpt.bRender, audioOpt.bCapture);
-  WriteLog(kMsg, "Mouse: Flag=0x%x\n", pMouseOpt->Flag);
-  WriteLog(kMsg, "ShowRecordingBox=%d\n", bShowRecordingBox);
-
-  g_bRunning.exchange(1);
-  g_bRecording.exchange(0);
-  g_bLastFrame.exchange(0);
-  g_hHostWindow = hHostWindow;
-  g_videoOpt = *pVideoOpt;
-  // An audio-only session has no frame rate of its own; its base interval
-  // only feeds the resume arithmetic.
-  if (g_videoOpt.FrameRate <= 0) g_videoOpt.FrameRate = 1;
-  g_bAudioEnabled[0] = audioOpt.bRender;
-  g_bAudioEnabled[1] = audioOpt.bCapture;
-  g_mouseOpt = *pMouseOpt;
-  g_bShowRecordingBox = bShowRecordingBox;
-
-  auto* capture = new CScreenCapture();
-  PrepareCapturedFiles(pszTempFolder);
-  capture->StartUIThread();
-
-  HRESULT hr = S_OK;
-  if (g_videoOpt.bStream) {
-    hr = capture->Create();
-    if (FAILED(hr))
-      WriteLog(kErr, "Failed(0x%x) in Create(), FILE:%s, LINE:%d\n", static_cast<unsigned>(hr),
-               OV_FILE, __LINE__);
-  }
-  if (SUCCEEDED(hr) && (audioOpt.bRender || audioOpt.bCapture)) hr = capture->CreateAudio();
-  if (pResult) *pResult = hr;
-  if (SUCCEEDED(hr)) return capture;
-  WriteLog(kErr, "Failed(0x%x) to Initialize recorder, delete...\n", static_cast<unsigned>(hr));
-  delete capture;
-  return nullptr;
+  return RecordInSlot(hHostWindow, pszTempFolder, pVideoOpt, audioOpt, pMouseOpt, bShowRecordingBox,
+                      pResult);
 }

@@ -372,6 +372,32 @@ TEST_P(PixelArithmetic, BadArgumentsDoNothing) {
   EXPECT_EQ(buf, before);
 }
 
+// A host's pitch that runs upward or is shorter than a row, or a source that
+// overlaps the destination, would have the exports write outside the
+// buffers they were given. The rows such a call would reach lie inside buf.
+TEST_P(PixelArithmetic, ExportsRefuseHostPitchesAndOverlaps) {
+  const int w = 4, h = 4, row = w * 4;
+  std::vector<uint8_t> buf(row * h * 6, kUntouched);
+  const std::vector<uint8_t> before = buf;
+  uint8_t* middle = buf.data() + row * h * 3;
+  const std::vector<uint8_t> src = Flat32(w, h, {9, 9, 9});
+  std::vector<uint8_t> scratch(w * h * 3 / 2);
+  EXPECT_EQ(CopyRect32(middle, -row, src.data(), row, w, h), E_INVALIDARG);
+  EXPECT_EQ(CopyRect32(middle, row - 4, src.data(), row, w, h), E_INVALIDARG);
+  EXPECT_EQ(CopyRect32(middle, row, middle - row, row, w, h), E_INVALIDARG);
+  EXPECT_EQ(CopyRect32(middle, row, middle + 2 * row, row, w, h), E_INVALIDARG);
+  EXPECT_EQ(ImageConvert_BGR32_to_NV12(middle, -w, src.data(), row, w, h, scratch.data()),
+            E_INVALIDARG);
+  EXPECT_EQ(ImageConvert_BGR32_to_NV12(middle, w - 2, src.data(), row, w, h, scratch.data()),
+            E_INVALIDARG);
+  EXPECT_EQ(ImageConvert_BGR32_to_NV12(middle, w, middle, -row, w, h, scratch.data()),
+            E_INVALIDARG);
+  // The source standing on the chroma rows below the luma.
+  EXPECT_EQ(ImageConvert_BGR32_to_NV12(middle, w, middle + w * h, row, w, h, scratch.data()),
+            E_INVALIDARG);
+  EXPECT_EQ(buf, before);
+}
+
 INSTANTIATE_TEST_SUITE_P(Paths, PixelArithmetic, testing::ValuesIn(pixtest::Levels()),
                          [](const testing::TestParamInfo<int32_t>& info) {
                            return "Level" + std::to_string(info.param);

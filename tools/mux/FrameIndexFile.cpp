@@ -1,6 +1,7 @@
 #include "FrameIndexFile.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -45,19 +46,37 @@ bool CheckHeader(const MuxJob& job, const ov::FrameIndexHeader& h) {
   return true;
 }
 
+bool Outside(const ov::FrameIndexEntry& e, int64_t streamBytes) {
+  return e.size == 0 || e.offset > static_cast<uint64_t>(streamBytes) ||
+         e.size > static_cast<uint64_t>(streamBytes) - e.offset;
+}
+
+// A frame cut short at the end of the stream is what a recording killed
+// while writing leaves: the frame is left out, not the file.
+void DropTornLastFrame(const MuxJob& job, int64_t count, int64_t streamBytes,
+                       FrameIndexFile* index) {
+  if (job.endFrame != count || index->entries.size() < 2) return;
+  const ov::FrameIndexEntry& last = index->entries.back();
+  if (last.size == 0 || last.offset >= static_cast<uint64_t>(streamBytes) ||
+      !Outside(last, streamBytes))
+    return;
+  Log(kWan, "mux: frame %d is cut short at the end of %s (%lld bytes), left out\n",
+      job.endFrame - 1, job.videoPath.c_str(), static_cast<long long>(streamBytes));
+  index->entries.pop_back();
+}
+
 bool CheckEntries(const MuxJob& job, const FrameIndexFile& index, int64_t streamBytes) {
-  int64_t previous = INT64_MIN;
-  for (int32_t i = job.firstFrame; i < job.endFrame; ++i) {
-    const ov::FrameIndexEntry& e = index.entries[static_cast<size_t>(i)];
-    if (e.size == 0 || e.offset > static_cast<uint64_t>(streamBytes) ||
-        e.size > static_cast<uint64_t>(streamBytes) - e.offset) {
+  const auto end = static_cast<int32_t>(index.entries.size());
+  if (end <= job.firstFrame) return Corrupt(job, "no frame left in the range");
+  for (int32_t i = job.firstFrame; i < end; ++i) {
+    if (Outside(index.entries[static_cast<size_t>(i)], streamBytes)) {
       Log(kErr, "mux: frame %d lies outside the temp video %s (%lld bytes)\n", i,
           job.videoPath.c_str(), static_cast<long long>(streamBytes));
       return false;
     }
-    if (e.time < previous) return Corrupt(job, "time runs backwards");
-    previous = e.time;
   }
+  if (ov::FirstDisorderedEntry(index.entries.data(), index.entries.size()) != index.entries.size())
+    return Corrupt(job, "time runs backwards or outside the recording");
   const uint32_t type = index.entries[static_cast<size_t>(job.firstFrame)].pictureType;
   if (type != ov::kPictureKey && type != ov::kPictureIntra)
     Log(kWan, "mux: frame %d, the first one, is no key frame\n", job.firstFrame);
@@ -67,12 +86,17 @@ bool CheckEntries(const MuxJob& job, const FrameIndexFile& index, int64_t stream
 }  // namespace
 
 bool ReadFrameIndex(const MuxJob& job, int64_t streamBytes, FrameIndexFile* index) {
-  const int fd = open(job.indexPath.c_str(), O_RDONLY | O_CLOEXEC);
+  const int fd = open(job.indexPath.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
   if (fd < 0) {
     Log(kErr, "mux: can't open the frame index %s: %s\n", job.indexPath.c_str(), strerror(errno));
     return false;
   }
-  const off_t size = lseek(fd, 0, SEEK_END);
+  struct stat st {};
+  if (fstat(fd, &st) != 0 || !S_ISREG(st.st_mode)) {
+    close(fd);
+    return Corrupt(job, "not a file");
+  }
+  const off_t size = st.st_size;
   const int64_t count = size >= static_cast<off_t>(sizeof index->header)
                             ? (size - sizeof index->header) / sizeof(ov::FrameIndexEntry)
                             : 0;
@@ -93,7 +117,9 @@ bool ReadFrameIndex(const MuxJob& job, int64_t streamBytes, FrameIndexFile* inde
                sizeof index->header);
   close(fd);
   if (!ok) return Corrupt(job, "entries can't be read");
-  return CheckHeader(job, index->header) && CheckEntries(job, *index, streamBytes);
+  if (!CheckHeader(job, index->header)) return false;
+  DropTornLastFrame(job, count, streamBytes, index);
+  return CheckEntries(job, *index, streamBytes);
 }
 
 }  // namespace mux

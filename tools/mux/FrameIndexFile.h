@@ -16,7 +16,9 @@ struct FrameIndexFile {
 };
 
 // False, with a log line, for an index that can't be read, isn't one, or
-// whose entries in the range don't lie inside a stream of streamBytes.
+// whose entries in the range don't lie inside a stream of streamBytes or
+// don't keep time. A last frame cut short by the stream's end is left out:
+// entries then ends one short of the job's end.
 bool ReadFrameIndex(const MuxJob& job, int64_t streamBytes, FrameIndexFile* index);
 
 }  // namespace mux

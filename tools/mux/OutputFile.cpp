@@ -25,7 +25,8 @@ bool OutputFile::Open(const Container& container, const std::string& path) {
     Log(kErr, "mux: no %s muxer: %s\n", container.format, ErrorText(error));
     return false;
   }
-  error = avio_open(&m_context->pb, path.c_str(), AVIO_FLAG_WRITE);
+  // Through the file protocol alone: a name like "pipe:1" is a file here.
+  error = avio_open(&m_context->pb, ("file:" + path).c_str(), AVIO_FLAG_WRITE);
   if (error < 0) {
     Log(kErr, "mux: can't create %s: %s\n", path.c_str(), ErrorText(error));
     return false;

@@ -59,15 +59,21 @@ TempVideo::~TempVideo() {
 
 bool TempVideo::Open(const MuxJob& job) {
   m_path = job.videoPath;
-  m_fd = open(m_path.c_str(), O_RDONLY | O_CLOEXEC);
+  // Without waiting: a FIFO in place of the temp video must not hold the
+  // program forever.
+  m_fd = open(m_path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
   struct stat st {};
   if (m_fd < 0 || fstat(m_fd, &st) != 0) {
     Log(kErr, "mux: can't open the temp video %s: %s\n", m_path.c_str(), strerror(errno));
     return false;
   }
+  if (!S_ISREG(st.st_mode)) {
+    Log(kErr, "mux: the temp video %s is not a file\n", m_path.c_str());
+    return false;
+  }
   if (!ReadFrameIndex(job, st.st_size, &m_index)) return false;
   m_first = job.firstFrame;
-  m_end = job.endFrame;
+  m_end = static_cast<int32_t>(m_index.entries.size());
   m_codec = CodecOf(m_index.header.codecType);
   uint32_t largest = 0;
   for (int32_t i = m_first; i < m_end; ++i)

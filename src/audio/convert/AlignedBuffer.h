@@ -18,6 +18,7 @@ class AlignedBuffer {
   // The room is rounded up to the alignment and allocated kAlignment bytes
   // larger still, as a guard for a frame that runs past the planned capacity.
   bool Allocate(int32_t capacity) {
+    if (capacity < 0) return false;
     const size_t room = (static_cast<size_t>(capacity) + 2 * kAlignment - 1) & ~(kAlignment - 1);
     m_data.reset(static_cast<uint8_t*>(std::aligned_alloc(kAlignment, room)));
     m_nCapacity = m_data ? capacity : 0;

@@ -1,8 +1,10 @@
 #include "capture/pixels/Pixels.h"
 
+#include <cstdint>
 #include <cstring>
 
 #include "capture/pixels/PixelDispatch.h"
+#include "session/Log.h"
 
 namespace {
 
@@ -14,6 +16,36 @@ HRESULT CheckArguments(const void* a, const void* b, int width, int height) {
   if (width < 1 || height < 1) return E_INVALIDARG;
   return S_OK;
 }
+
+// Rows in memory as addresses: the first byte and one past the last.
+struct Span {
+  uintptr_t begin;
+  uintptr_t end;
+};
+
+Span SpanOf(const BYTE* p, int pitch, int rows, int rowBytes) {
+  const auto begin = reinterpret_cast<uintptr_t>(p);
+  return {begin, begin + static_cast<uintptr_t>(pitch) * static_cast<uintptr_t>(rows - 1) +
+                     static_cast<uintptr_t>(rowBytes)};
+}
+
+// What a host hands to an exported routine: rows as long as the pitch says,
+// running downward, and a source apart from the destination. A negative or
+// short pitch would have the routine write outside the buffer.
+bool PitchesFit(const char* routine, int dstPitch, int dstRowBytes, int srcPitch, int srcRowBytes) {
+  if (dstPitch >= dstRowBytes && srcPitch >= srcRowBytes) return true;
+  WriteLog(ov::kErr, "Error: %s, pitch %d/%d below the row of %d/%d bytes\n", routine, dstPitch,
+           srcPitch, dstRowBytes, srcRowBytes);
+  return false;
+}
+
+bool ApartFrom(const char* routine, Span dst, Span src) {
+  if (dst.end <= src.begin || src.end <= dst.begin) return true;
+  WriteLog(ov::kErr, "Error: %s, source and destination overlap\n", routine);
+  return false;
+}
+
+constexpr int kMaxHostWidth = INT32_MAX / 4;
 
 HRESULT OddSizeStatus(int width, int height) { return ((width | height) & 1) ? S_FALSE : S_OK; }
 
@@ -79,7 +111,13 @@ HRESULT ImageConvert_BGR32_to_NV12(BYTE* pDst, int nPitch, const BYTE* pSrc, int
   if (FAILED(hr)) return hr;
   if (!pScratch) return E_POINTER;
   const int width = nWidth & ~1, height = nHeight & ~1;
-  if (width < 2 || height < 2) return E_INVALIDARG;
+  if (width < 2 || height < 2 || nWidth > kMaxHostWidth) return E_INVALIDARG;
+  constexpr const char* kName = "ImageConvert_BGR32_to_NV12";
+  if (!PitchesFit(kName, nPitch, width, nSrcPitch, width * 4)) return E_INVALIDARG;
+  // The Y plane's rows, then the rows of chroma pairs below them.
+  if (!ApartFrom(kName, SpanOf(pDst, nPitch, nHeight + height / 2, width),
+                 SpanOf(pSrc, nSrcPitch, height, width * 4)))
+    return E_INVALIDARG;
   ActivePixelKernels().bgr32ToNv12(pDst, pDst + ptrdiff_t{nPitch} * nHeight, nPitch, pSrc,
                                    nSrcPitch, width, height);
   return OddSizeStatus(nWidth, nHeight);
@@ -144,6 +182,14 @@ HRESULT ImageCopy32(BYTE* pDst, int nPitch, const BYTE* pSrc, int nSrcPitch, int
 
 HRESULT CopyRect32(BYTE* pDst, int nPitch, const BYTE* pSrc, int nSrcPitch, int nWidth,
                    int nHeight) {
+  HRESULT hr = CheckArguments(pDst, pSrc, nWidth, nHeight);
+  if (FAILED(hr)) return hr;
+  if (nWidth > kMaxHostWidth) return E_INVALIDARG;
+  const int row = nWidth * 4;
+  if (!PitchesFit("CopyRect32", nPitch, row, nSrcPitch, row) ||
+      !ApartFrom("CopyRect32", SpanOf(pDst, nPitch, nHeight, row),
+                 SpanOf(pSrc, nSrcPitch, nHeight, row)))
+    return E_INVALIDARG;
   return ImageCopy32(pDst, nPitch, pSrc, nSrcPitch, nWidth, nHeight);
 }
 

@@ -7,10 +7,12 @@
 #include <sys/statvfs.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <cwchar>
 
 namespace ov {
 
@@ -72,6 +74,21 @@ std::wstring FromUtf8(const std::string& text) {
     out += bad ? L'\xFFFD' : static_cast<wchar_t>(c);
   }
   return out;
+}
+
+bool PathFits(const wchar_t* path) { return path && wcsnlen(path, kPathRoom) < kPathRoom; }
+
+bool StorePath(wchar_t* field, const std::wstring& path) {
+  field[0] = L'\0';
+  if (path.size() >= kPathRoom || path.find(L'\0') != std::wstring::npos) return false;
+  wmemcpy(field, path.c_str(), path.size() + 1);
+  return true;
+}
+
+bool CheckedPath(const wchar_t* path, std::string* utf8) {
+  if (!PathFits(path) || path[0] != L'/') return false;
+  *utf8 = ToUtf8(path);
+  return true;
 }
 
 static std::string HomeFolder() {
@@ -136,6 +153,47 @@ bool PathExists(const std::wstring& path) { return access(ToUtf8(path).c_str(), 
 bool IsFolder(const std::wstring& path) {
   struct stat st;
   return stat(ToUtf8(path).c_str(), &st) == 0 && S_ISDIR(st.st_mode);
+}
+
+PathKind KindOf(const std::wstring& path) {
+  struct stat st;
+  if (stat(ToUtf8(path).c_str(), &st) != 0) return PathKind::kMissing;
+  if (S_ISREG(st.st_mode)) return PathKind::kFile;
+  return S_ISDIR(st.st_mode) ? PathKind::kFolder : PathKind::kOther;
+}
+
+bool SameFile(const std::wstring& a, const std::wstring& b) {
+  struct stat sa, sb;
+  return stat(ToUtf8(a).c_str(), &sa) == 0 && stat(ToUtf8(b).c_str(), &sb) == 0 &&
+         sa.st_dev == sb.st_dev && sa.st_ino == sb.st_ino;
+}
+
+std::wstring FolderOf(const std::wstring& path) {
+  const size_t slash = path.rfind(L'/');
+  if (slash == std::wstring::npos) return L".";
+  return slash == 0 ? L"/" : path.substr(0, slash);
+}
+
+int CreateUniqueFile(const std::wstring& folder, const std::wstring& prefix, std::wstring* path) {
+  static std::atomic<uint32_t> s_counter{0};
+  for (int attempt = 0; attempt < 100; ++attempt) {
+    wchar_t suffix[32];
+    swprintf(suffix, 32, L"%05d%04x", static_cast<int>(getpid() % 100000),
+             (s_counter.fetch_add(1) * 2654435761u) >> 16 & 0xFFFF);
+    std::wstring candidate = folder + L"/" + prefix + suffix;
+    const int fd = open(ToUtf8(candidate).c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
+    if (fd >= 0) {
+      close(fd);
+      *path = std::move(candidate);
+      return 0;
+    }
+    if (errno != EEXIST) return errno;
+  }
+  return EEXIST;
+}
+
+int ReplaceFile(const std::wstring& from, const std::wstring& to) {
+  return rename(ToUtf8(from).c_str(), ToUtf8(to).c_str()) == 0 ? 0 : errno;
 }
 
 bool ListFolder(const std::wstring& path, std::vector<FolderEntry>* entries) {

@@ -16,8 +16,17 @@ bool SequentialFile::Create(const wchar_t* path) {
 }
 
 bool SequentialFile::Open(const wchar_t* path) {
-  m_fd.Reset(open(ToUtf8(path).c_str(), O_RDONLY | O_CLOEXEC));
+  // Opened without waiting, so that a FIFO or a device in place of a temp
+  // file is refused instead of blocking the caller.
+  m_fd.Reset(open(ToUtf8(path).c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
   if (!m_fd.Valid()) return false;
+  struct stat st;
+  if (fstat(m_fd.Get(), &st) != 0 || !S_ISREG(st.st_mode)) {
+    m_fd.Reset();
+    errno = EINVAL;
+    return false;
+  }
+  fcntl(m_fd.Get(), F_SETFL, fcntl(m_fd.Get(), F_GETFL) & ~O_NONBLOCK);
   posix_fadvise(m_fd.Get(), 0, 0, POSIX_FADV_SEQUENTIAL);
   return true;
 }

@@ -1,0 +1,172 @@
+// What FFMux does with outputs that are not a file of their own, with inputs
+// a crash or a host damaged, and with trims outside the recording: a clear
+// refusal or a clear result, and no file of anybody's touched.
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstring>
+#include <filesystem>
+#include <future>
+
+#include "TempSet.h"
+#include "encode/FrameIndex.h"
+#include "platform/Files.h"
+#include "support/Engine.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+using ovtest::RecordingSet;
+using ovtest::RunMux;
+
+constexpr int64_t kSecond = 10000000;
+
+class MuxGuardTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    ovtest::CopyBaseSet(m_folder.Path());
+    m_set = std::make_unique<RecordingSet>(m_folder.Path());
+    m_set->UseVideo();
+    m_set->UseSpeaker();
+  }
+  std::string Path(const std::string& name) const { return m_folder.Path() + "/" + name; }
+  // The names in the folder that a mux left beside its output.
+  std::vector<std::string> Leftovers() const {
+    std::vector<std::string> names;
+    for (const auto& e : fs::directory_iterator(m_folder.Path()))
+      if (e.path().filename().string().rfind(".ovmux", 0) == 0) names.push_back(e.path());
+    return names;
+  }
+
+  ovtest::ScratchFolder m_folder{"ovmuxguard"};
+  std::unique_ptr<RecordingSet> m_set;
+};
+
+TEST_F(MuxGuardTest, OutputsThatAreNoFileOfTheirOwnAreRefusedUntouched) {
+  mkfifo(Path("fifo").c_str(), 0600);
+  fs::create_directory(Path("folder"));
+  // A name of 294 characters, and somebody's file at its first 259.
+  std::string deep = m_folder.Path() + "/" + std::string(120, 'a') + "/";
+  fs::create_directories(deep);
+  deep += std::string(294 - deep.size(), 'b');
+  ovtest::WriteFile(deep.substr(0, OV_MAX_PATH - 1), "keep me");
+
+  const std::string speaker = ovtest::ReadFile(Path("Speaker.wav"));
+  const std::string video = ovtest::ReadFile(m_set->VideoPath());
+  const std::string index = ovtest::ReadFile(m_set->VideoPath() + ".idx");
+  for (const std::string& out :
+       {Path("Speaker.wav"), m_folder.Path() + "/./ScreenCapture.h264", m_set->VideoPath() + ".idx",
+        Path("fifo"), Path("folder"), std::string("out.mp4"), Path("missing/out.mp4"), deep}) {
+    const size_t mark = ovtest::LogMark();
+    ovtest::MuxWaiter waiter;
+    EXPECT_EQ(FFMux(0, 0, ov::FromUtf8(out).c_str(), 0, &waiter), E_INVALIDARG) << out;
+    EXPECT_NE(ovtest::LogSince(mark).find("Error: output"), std::string::npos) << out;
+    EXPECT_EQ(waiter.Completions(), 0);
+  }
+  EXPECT_EQ(ovtest::ReadFile(Path("Speaker.wav")), speaker);
+  EXPECT_EQ(ovtest::ReadFile(m_set->VideoPath()), video);
+  EXPECT_EQ(ovtest::ReadFile(m_set->VideoPath() + ".idx"), index);
+  EXPECT_EQ(ovtest::ReadFile(deep.substr(0, OV_MAX_PATH - 1)), "keep me");
+  EXPECT_TRUE(Leftovers().empty());
+}
+
+TEST_F(MuxGuardTest, OutputIsReplacedOnlyByAFinishedFile) {
+  const std::string out = Path("out.mp4");
+  ovtest::WriteFile(out, "the user's older film");
+  // The program finds the stream cut in half and fails.
+  fs::resize_file(m_set->VideoPath(), fs::file_size(m_set->VideoPath()) / 2);
+  EXPECT_EQ(RunMux(0, out), E_FAIL);
+  EXPECT_EQ(ovtest::ReadFile(out), "the user's older film");
+  EXPECT_TRUE(Leftovers().empty());
+
+  ovtest::CopyBaseSet(m_folder.Path());
+  ASSERT_EQ(RunMux(0, out), S_OK);
+  EXPECT_EQ(ovtest::ProbeStreams(out).size(), 2u);
+  EXPECT_TRUE(Leftovers().empty());
+}
+
+TEST_F(MuxGuardTest, WatermarkThatIsAFifoDoesNotHoldTheHost) {
+  const std::string fifo = Path("mark.png");
+  mkfifo(fifo.c_str(), 0600);
+  UseWatermark(ov::FromUtf8(fifo).c_str(), 0, 0);
+  const std::string out = Path("marked.mp4");
+  auto mux = std::async(std::launch::async, [&] { return RunMux(0, out); });
+  const bool ended = mux.wait_for(std::chrono::seconds(60)) == std::future_status::ready;
+  if (!ended) close(open(fifo.c_str(), O_WRONLY | O_NONBLOCK));  // lets a blocked reader go
+  UseWatermark(nullptr, 0, 0);
+  ASSERT_TRUE(ended) << "FFMux blocked on the FIFO";
+  EXPECT_EQ(mux.get(), S_OK);
+  EXPECT_EQ(ovtest::ProbeStreams(out).size(), 2u);
+}
+
+void SetIndexTime(const std::string& index, size_t entry, int64_t time) {
+  std::string content = ovtest::ReadFile(index);
+  std::memcpy(&content[sizeof(ov::FrameIndexHeader) + entry * sizeof(ov::FrameIndexEntry)], &time,
+              sizeof time);
+  ovtest::WriteFile(index, content);
+}
+
+TEST_F(MuxGuardTest, IndexTimesOutsideTheRecordingAreRefused) {
+  const std::string index = m_set->VideoPath() + ".idx";
+  const std::string good = ovtest::ReadFile(index);
+  for (auto [entry, time] :
+       {std::pair<size_t, int64_t>{0, INT64_MIN}, {0, -1}, {20, 0}, {10, INT64_MAX}}) {
+    ovtest::WriteFile(index, good);
+    SetIndexTime(index, entry, time);
+    const size_t mark = ovtest::LogMark();
+    EXPECT_EQ(RunMux(0, Path("times.mp4")), E_FAIL) << entry << " " << time;
+    EXPECT_NE(ovtest::LogSince(mark).find("out of time order"), std::string::npos);
+    EXPECT_FALSE(fs::exists(Path("times.mp4")));
+  }
+}
+
+TEST_F(MuxGuardTest, FrameTornAtTheStreamsEndIsLeftOut) {
+  const size_t frames = ovtest::BaseTempSet().entries.size();
+  fs::resize_file(m_set->VideoPath(), fs::file_size(m_set->VideoPath()) - 10);
+  const size_t mark = ovtest::LogMark();
+  const std::string out = Path("torn.mp4");
+  ASSERT_EQ(RunMux(0, out), S_OK);
+  EXPECT_NE(ovtest::LogSince(mark).find("is cut short at the end of"), std::string::npos);
+  EXPECT_EQ(ovtest::VideoTimes(out).size(), frames - 1);
+  EXPECT_EQ(ovtest::ProbeStreams(out).size(), 2u);
+  EXPECT_EQ(ovtest::DecodeErrors(out), "");
+}
+
+TEST_F(MuxGuardTest, TrimsOutsideTheRecordingAreRefusedOrHeldToIt) {
+  CapturedFile& r = m_set->Record();
+  struct Trim {
+    int64_t start, end;
+  };
+  for (Trim trim : {Trim{6 * kSecond, 3 * kSecond}, Trim{4 * kSecond, 4 * kSecond},
+                    Trim{-kSecond, 0}, Trim{0, -kSecond}}) {
+    r.nTrimStart = trim.start;
+    r.nTrimEnd = trim.end;
+    const size_t mark = ovtest::LogMark();
+    EXPECT_EQ(RunMux(0, Path("trim.mp4")), E_INVALIDARG) << trim.start << "->" << trim.end;
+    EXPECT_NE(ovtest::LogSince(mark).find("Error: trim"), std::string::npos);
+  }
+  EXPECT_FALSE(fs::exists(Path("trim.mp4")));
+
+  // An end past the recording is its end: both tracks, whole.
+  r.nTrimStart = 0;
+  r.nTrimEnd = INT64_MAX;
+  ASSERT_EQ(RunMux(0, Path("long.mp4")), S_OK);
+  const auto streams = ovtest::ProbeStreams(Path("long.mp4"));
+  ASSERT_EQ(streams.size(), 2u);
+  EXPECT_NEAR(streams[1].duration, 10.0, 0.1);
+
+  // Sound alone from past its end has nothing to give: a clear failure, not
+  // a file without its track.
+  r.nTrimStart = 20 * kSecond;
+  r.nTrimEnd = 0;
+  ovtest::MuxWaiter waiter;
+  EXPECT_EQ(RunMux(3, Path("late.m4a"), 0, &waiter), E_INVALIDARG);
+  EXPECT_EQ(waiter.Completions(), 1);
+  EXPECT_FALSE(fs::exists(Path("late.m4a")));
+}
+
+}  // namespace
