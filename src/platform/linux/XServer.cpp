@@ -11,6 +11,7 @@
 #include <cstring>
 #include <mutex>
 
+#include "platform/linux/XConnection.h"
 #include "platform/linux/XErrorTrap.h"
 
 namespace ov {
@@ -27,7 +28,7 @@ Display* SharedDisplay() {
   if (!g_tried) {
     g_tried = true;
     XInitThreads();
-    g_display = XOpenDisplay(nullptr);
+    g_display = OpenXConnection();
   }
   return g_display;
 }

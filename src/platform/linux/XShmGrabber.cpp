@@ -11,6 +11,7 @@
 #include <cstring>
 
 #include "platform/ScreenGrabber.h"
+#include "platform/linux/XConnection.h"
 #include "platform/linux/XErrorTrap.h"
 
 namespace ov {
@@ -25,11 +26,11 @@ class XShmGrabber : public ScreenGrabber {
       XDestroyImage(m_image);  // frees the header only; data is the segment
     }
     if (m_shm.shmaddr && m_shm.shmaddr != reinterpret_cast<char*>(-1)) shmdt(m_shm.shmaddr);
-    if (m_display) XCloseDisplay(m_display);
+    if (m_display) CloseXConnection(m_display);
   }
 
   bool Open(int32_t maxWidth, int32_t maxHeight) {
-    m_display = XOpenDisplay(nullptr);
+    m_display = OpenXConnection();
     if (!m_display) return false;
     m_root = DefaultRootWindow(m_display);
     UpdateScreenSize();
