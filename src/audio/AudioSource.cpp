@@ -166,7 +166,8 @@ void CAudioSource::CaptureThread() {
     if (OV_FAILED(hr, m_pCaptureClient->GetBuffer(&pData, &NumFramesToRead))) return;
     if (NumFramesToRead == 0) continue;
     if (g_bRecording.load(std::memory_order_relaxed)) {
-      Write(pData, m_nFrameBytes * NumFramesToRead);
+      const HRESULT written = Write(pData, m_nFrameBytes * NumFramesToRead);
+      if (FAILED(written)) m_pStatistics->WriteFailed(written);
       m_pStatistics->AddBytes(static_cast<int64_t>(m_nChannels) * NumFramesToRead);
       if (m_pCallback) m_pCallback->OnAudioPacket(m_Type, pFormat, pData, NumFramesToRead);
     }
