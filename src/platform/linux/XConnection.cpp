@@ -1,5 +1,7 @@
 #include "platform/linux/XConnection.h"
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <atomic>
 #include <mutex>
@@ -67,11 +69,18 @@ Display* OpenXConnection() {
 
 void CloseXConnection(Display* display) {
   if (!display) return;
-  // Closing a broken connection breaks it once more: it stays known until
-  // it is gone. A connection opened meanwhile at the same address comes
-  // after it in the list.
-  XCloseDisplay(display);
+  // Xlib leaves a broken connection locked by the thread that found the
+  // break, and any other thread that calls into it waits for ever: only its
+  // descriptor is closed, and the little memory it holds is left.
+  if (XConnectionLost(display)) {
+    close(ConnectionNumber(display));
+  } else {
+    // Closing breaks it once more if the server has just gone: it stays
+    // known until it is closed.
+    XCloseDisplay(display);
+  }
   std::lock_guard<std::mutex> lock(g_mutex);
+  // A connection opened meanwhile at the same address comes after it.
   auto it = std::find_if(g_connections.begin(), g_connections.end(),
                          [display](const Connection& c) { return c.display == display; });
   if (it != g_connections.end()) g_connections.erase(it);

@@ -12,7 +12,9 @@ namespace ov {
 Display* OpenXConnection();
 // XCloseDisplay of a connection from OpenXConnection, broken or not.
 void CloseXConnection(Display* display);
-// True once the connection has broken.
+// True once the connection has broken. A broken connection may be used
+// only by the thread that found the break (others would wait for ever),
+// and closed with CloseXConnection by any thread.
 bool XConnectionLost(Display* display);
 
 }  // namespace ov

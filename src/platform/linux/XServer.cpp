@@ -30,7 +30,8 @@ Display* SharedDisplay() {
     XInitThreads();
     g_display = OpenXConnection();
   }
-  return g_display;
+  // Any thread may use it, so once broken it is no longer handed out.
+  return g_display && !XConnectionLost(g_display) ? g_display : nullptr;
 }
 
 }  // namespace

@@ -22,7 +22,7 @@ class XShmGrabber : public ScreenGrabber {
  public:
   ~XShmGrabber() override {
     if (m_image) {
-      if (m_shmAttached) XShmDetach(m_display, &m_shm);
+      if (m_shmAttached && !XConnectionLost(m_display)) XShmDetach(m_display, &m_shm);
       XDestroyImage(m_image);  // frees the header only; data is the segment
     }
     if (m_shm.shmaddr && m_shm.shmaddr != reinterpret_cast<char*>(-1)) shmdt(m_shm.shmaddr);
