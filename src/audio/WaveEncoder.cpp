@@ -26,8 +26,8 @@ HRESULT CWaveEncoder::Initialize(const wchar_t* szOutFile, const WAVEFORMATEXTEN
   if (!m_pBuffer) return E_OUTOFMEMORY;
   // Whole sample frames, so that a crash between flushes tears none.
   const uint32_t frame = std::max<uint32_t>(m_Format.Format.nBlockAlign, 1);
-  const uint32_t quarter = m_Format.Format.nAvgBytesPerSec / kFlushDivisor;
-  m_nFlushBytes = std::clamp(quarter - quarter % frame, frame, kBufferSize);
+  const uint32_t tenth = m_Format.Format.nAvgBytesPerSec / kFlushDivisor;
+  m_nFlushBytes = std::clamp(tenth - tenth % frame, frame, kBufferSize);
 
   RemoveFile(m_szOutFile);
   if (!m_hFile.Create(m_szOutFile)) {

@@ -2,7 +2,7 @@
 // the device delivered them. The header is only true once the writer is
 // destroyed; until then it carries unknown lengths, so that a file left by a
 // crash still reads up to its last flush, and flushes come often enough that
-// a crash costs at most kFlushSeconds of sound.
+// a crash costs at most a tenth of a second of sound.
 #pragma once
 
 #include <atomic>
@@ -18,7 +18,7 @@ class CWaveEncoder {
   static constexpr uint32_t kBufferSize = 0x80000;
   static constexpr uint32_t kBufferAlignment = 4096;
   // Samples wait in memory for at most this much sound (or a full buffer).
-  static constexpr uint32_t kFlushDivisor = 4;  // a quarter of a second
+  static constexpr uint32_t kFlushDivisor = 10;  // a tenth of a second
 
   CWaveEncoder();
   // Finishes the file: the last samples, then the true header.

@@ -15,7 +15,7 @@ export PKG_CONFIG_PATH=$(dirname "$(find "$prefix" -name orvanta.pc | head -1)")
 # (the symbol list is read once: grep -q would cut nm's pipe short)
 exported=$(nm -D --defined-only "$lib/liborvanta.so")
 for symbol in ovInitialize ovUninitialize ovVideoRecord GetCapturedFile FreeCapturedFile \
-              DeleteFolder GetDiskFreeBytes WriteLog LogFile; do
+              DeleteFolder GetDiskFreeBytes WriteLog LogFile RecoverCapturedFile; do
   grep -qE " T $symbol\$" <<<"$exported" || { echo "not exported unmangled: $symbol"; exit 1; }
 done
 
