@@ -171,6 +171,7 @@ TEST_F(Survival, KilledRecordingIsKeptAgainstANewOneAndRecovered) {
   // A new recording into the folder leaves the leftovers alone.
   CliResult again = RunCli({"record", "--seconds", "1", "--temp", m_temp, m_out});
   EXPECT_NE(again.exitCode, 0) << again.err;
+  EXPECT_NE(again.err.find("orvanta recover"), std::string::npos) << again.err;
   EXPECT_TRUE(ovtest::ReadFile(video) == videoBefore);
   EXPECT_TRUE(ovtest::ReadFile(wave) == waveBefore);
   EXPECT_FALSE(fs::exists(m_out));

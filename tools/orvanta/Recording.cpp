@@ -62,6 +62,16 @@ bool CheckOutput(const std::string& out, int32_t codec, std::string* error) {
   return false;
 }
 
+// The first temp file of a recording found in folder, or "".
+std::string EarlierRecording(const std::string& folder) {
+  std::error_code ec;
+  for (const char* name :
+       {"ScreenCapture.h264", "ScreenCapture.h265", "ScreenCapture.mpg", "ScreenCapture.wmv",
+        "ScreenCapture.gif", "Speaker.wav", "AudioCapture.wav"})
+    if (fs::is_regular_file(fs::path(folder) / name, ec)) return name;
+  return {};
+}
+
 // The folder for the temp files: the user's, or a new one that this command
 // also removes again.
 struct TempFolder {
@@ -75,6 +85,13 @@ struct TempFolder {
       fs::create_directories(path, ec);
       if (!fs::is_directory(path, ec)) {
         *error = "cannot make the temp folder '" + wanted + "'";
+        return false;
+      }
+      // The engine refuses such a folder too, but without the way out.
+      if (std::string left = EarlierRecording(path); !left.empty()) {
+        *error = "'" + wanted + "' holds " + left +
+                 " of an earlier recording: make its file with 'orvanta recover " + wanted +
+                 " OUT', or remove it";
         return false;
       }
       return true;

@@ -71,14 +71,15 @@ void CloseXConnection(Display* display) {
   if (!display) return;
   // Xlib leaves a broken connection locked by the thread that found the
   // break, and any other thread that calls into it waits for ever: only its
-  // descriptor is closed, and the little memory it holds is left.
+  // descriptor is closed. It stays in the list, so that its memory is kept
+  // rather than lost.
   if (XConnectionLost(display)) {
     close(ConnectionNumber(display));
-  } else {
-    // Closing breaks it once more if the server has just gone: it stays
-    // known until it is closed.
-    XCloseDisplay(display);
+    return;
   }
+  // Closing breaks it once more if the server has just gone: it stays
+  // known until it is closed.
+  XCloseDisplay(display);
   std::lock_guard<std::mutex> lock(g_mutex);
   // A connection opened meanwhile at the same address comes after it.
   auto it = std::find_if(g_connections.begin(), g_connections.end(),
