@@ -46,7 +46,7 @@ for run in $(seq "$runs"); do
   err=$work/err$run
   "$bin/orvanta" record --seconds 10 --system-audio --temp "$temp" "$work/never.mp4" 2>"$err" &
   rec=$!
-  until grep -q Recording "$err"; do sleep 0.01; done
+  until grep -qs Recording "$err"; do sleep 0.01; done
   start=$(date +%s.%N)
   sleep "$(awk -v s="$RANDOM" 'BEGIN { printf "%.2f", 1 + 8 * s / 32767 }')"
   kill -9 $rec
