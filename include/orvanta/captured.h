@@ -38,6 +38,16 @@ OV_API CapturedFile* GetCapturedFile();
 // with a log line, while a recording session exists.
 OV_API void FreeCapturedFile(BOOL bDelete);
 
+// Makes the record of a temp set that a recording left in folder without
+// its record: a process that died, or an earlier run. The files are taken as
+// the disk has them: a frame or a sample frame torn at the end is cut off,
+// and wave headers whose lengths were never written get their true ones.
+// Durations come from the files. The record replaces any record held now
+// (its files stay) and is used as after a stop: GetCapturedFile, a muxer,
+// FreeCapturedFile. S_OK; E_INVALIDARG for a missing folder or a path too
+// long; E_FAIL while a recording runs or when the folder holds no temp set.
+OV_API HRESULT RecoverCapturedFile(const wchar_t* folder);
+
 // Removes the temp files that earlier runs left in a folder. 1 if walked;
 // 0 for a relative path, one shorter than 4 characters, or one of 260
 // characters or more.

@@ -57,6 +57,16 @@ struct MouseOpt {
 class CCanvasCallback;
 class CScreenCanvas;
 
+// Failures that end a recording by themselves. The session then stops
+// taking frames and samples at once, as if paused for good: GetProgress
+// keeps the seconds of that moment and gives the failure code, negative, in
+// place of the bytes, and Start and Resume do nothing. The temp files hold
+// everything recorded up to the failure; Destroy finishes them as usual, and
+// the durations in the captured-file record say what they really hold.
+inline constexpr HRESULT OV_E_DISK_FULL = static_cast<HRESULT>(0x80070070u);    // no room left
+inline constexpr HRESULT OV_E_WRITE_FAULT = static_cast<HRESULT>(0x8007001Du);  // other write error
+inline constexpr HRESULT OV_E_DEVICE_LOST = static_cast<HRESULT>(0x8007048Fu);  // X server gone
+
 // A recording session. Created stopped by ovVideoRecord; Destroy is the stop.
 class OV_API CScreenRecoderObject : public CBaseClassObject {
  public:
@@ -64,7 +74,8 @@ class OV_API CScreenRecoderObject : public CBaseClassObject {
   virtual void Start() = 0;
   virtual void Pause() = 0;
   virtual void Resume() = 0;
-  // Seconds since the start, pauses left out; bytes written so far.
+  // Seconds since the start, pauses left out; bytes written so far, or a
+  // negative OV_E_* code once a failure has ended the recording.
   virtual void GetProgress(uint32_t* pSeconds, int64_t* pBytes) = 0;
   virtual uint32_t GetFrameCounter() = 0;
   virtual CScreenCanvas* SetCanvasCallback(CCanvasCallback* pCallback) = 0;
@@ -87,6 +98,9 @@ extern "C" {
 // files (at most 259 characters each); nothing is then made. One recording
 // runs at a time: from any thread, a call while a session exists (until its
 // Destroy has returned) is refused with null and a log line.
+// A folder that still holds the temp files of an earlier recording is
+// refused too (null, with a log line): recover them (RecoverCapturedFile) or
+// remove them (FreeCapturedFile with bDelete, DeleteFolder) first.
 OV_API CScreenRecoderObject* ovVideoRecord(HWND hHostWindow, const wchar_t* pszTempFolder,
                                            VideoOpt* pVideoOpt, AudioOpt audioOpt,
                                            MouseOpt* pMouseOpt, BOOL bShowRecordingBox,

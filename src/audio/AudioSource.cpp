@@ -284,7 +284,8 @@ void CAudioSource::WriteSilence(int64_t nFrames) {
 
 void CAudioSource::Emit(const BYTE* pData, uint32_t nFrames) {
   if (nFrames == 0) return;
-  Write(pData, m_nFrameBytes * nFrames);
+  const HRESULT written = Write(pData, m_nFrameBytes * nFrames);
+  if (FAILED(written)) m_pStatistics->WriteFailed(written);
   m_pStatistics->AddBytes(static_cast<int64_t>(m_nChannels) * nFrames);
   if (m_pCallback) m_pCallback->OnAudioPacket(m_Type, &Format(), pData, nFrames);
 }

@@ -18,6 +18,8 @@ class SequentialFile {
   bool Create(const wchar_t* path);
   // Opens an existing file for reading; others may go on writing or remove it.
   bool Open(const wchar_t* path);
+  // Opens an existing file for reading and writing in place.
+  bool OpenForUpdate(const wchar_t* path);
   void Close() { m_fd.Reset(); }
   bool IsOpen() const { return m_fd.Valid(); }
 
@@ -28,6 +30,8 @@ class SequentialFile {
   int64_t Read(void* data, uint32_t count);
   bool Seek(int64_t offset);
   bool SeekToEnd();
+  // Cuts the file to size bytes and moves to its end.
+  bool Truncate(int64_t size);
   // -1 on failure.
   int64_t Size() const;
 

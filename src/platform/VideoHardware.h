@@ -26,6 +26,9 @@ class DisplayChangeWatcher {
   int Fd() const;
   // Reads what arrived; true when the layout changed.
   bool Drain();
+  // True once the server went away; the descriptor then stays readable and
+  // should no longer be polled.
+  bool Lost() const;
 
  private:
   void* m_display = nullptr;

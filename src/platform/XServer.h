@@ -33,6 +33,11 @@ struct WindowState {
 };
 WindowState QueryWindow(HWND window);
 
+// Called once for each of the engine's X connections that breaks (the
+// server went away), on the thread that found out; null removes it. The
+// connection then fails every call, and the process goes on.
+void SetXServerLostHandler(void (*handler)());
+
 // Keeps screen savers and display power saving away while the engine is up.
 void SuspendScreenSaver(bool suspend);
 

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <mutex>
 
 #include "audio/AudioStream.h"
 #include "capture/DisplayCatalogue.h"
@@ -12,6 +13,7 @@
 #include "platform/MessageQueue.h"
 #include "platform/Thread.h"
 #include "platform/VideoHardware.h"
+#include "platform/XServer.h"
 #include "session/CapturedFiles.h"
 #include "session/Globals.h"
 #include "session/Log.h"
@@ -19,6 +21,17 @@
 namespace {
 
 constexpr int64_t kTicksPerMs = 10000;
+constexpr uint32_t kDisplaysLostMessage = ov::WM_USER + 3;
+
+// The running session, for failures found where no session is at hand.
+std::mutex g_sessionMutex;
+CScreenCapture* g_pSession = nullptr;
+
+void OnXServerLost() {
+  WriteLog(ov::kErr, "The X server went away\n");
+  std::lock_guard<std::mutex> lock(g_sessionMutex);
+  if (g_pSession) g_pSession->EndOnFailure(OV_E_DEVICE_LOST);
+}
 
 int32_t Width(const RECT& r) { return r.right - r.left; }
 int32_t Height(const RECT& r) { return r.bottom - r.top; }
@@ -30,10 +43,18 @@ CScreenCapture::CodecFactory CScreenCapture::s_codecFactoryForTesting = nullptr;
 CScreenCapture::CScreenCapture()
     : CScreenRecoderObject("CScreenRecoderObject"),
       m_dwFrameInterval(1000u / static_cast<uint32_t>(g_videoOpt.FrameRate)),
-      m_dwBaseInterval(1000u / static_cast<uint32_t>(g_videoOpt.FrameRate)) {}
+      m_dwBaseInterval(1000u / static_cast<uint32_t>(g_videoOpt.FrameRate)) {
+  std::lock_guard<std::mutex> lock(g_sessionMutex);
+  g_pSession = this;
+  ov::SetXServerLostHandler(OnXServerLost);
+}
 
 CScreenCapture::~CScreenCapture() {
   using namespace ov;
+  {
+    std::lock_guard<std::mutex> lock(g_sessionMutex);
+    if (g_pSession == this) g_pSession = nullptr;
+  }
   g_bLastFrame.store(g_bRecording.load());
   g_bRecording.exchange(0);
   g_bRunning.exchange(0);
@@ -90,6 +111,7 @@ CScreenCapture::~CScreenCapture() {
 }
 
 void CScreenCapture::Start() {
+  if (Failed("Start")) return;
   // A second start would move the clock back under frames already written.
   if (m_bStarted.exchange(true)) {
     WriteLog(ov::kWan, "Start: already started, ignored\n");
@@ -101,15 +123,17 @@ void CScreenCapture::Start() {
 }
 
 void CScreenCapture::Pause() {
+  if (Failed("Pause")) return;
   m_dwPauseTick = ov::TickCount();
   // Without a video stream nothing else tracks the elapsed time that a
   // resume without an audio clock rebases on.
-  if (!g_videoOpt.bStream) m_dwElapsed = m_dwPauseTick - m_dwStartTick;
+  if (!g_videoOpt.bStream) m_dwElapsed = m_dwPauseTick.load() - m_dwStartTick.load();
   g_bRecording.exchange(0);
   m_hRunEvent.ResetEvent();
 }
 
 void CScreenCapture::Resume() {
+  if (Failed("Resume")) return;
   uint32_t now = ov::TickCount();
   if (m_pClock) {
     uint32_t audioMs = static_cast<uint32_t>(m_pClock->GetTime() / kTicksPerMs);
@@ -126,12 +150,34 @@ void CScreenCapture::GetProgress(uint32_t* pSeconds, int64_t* pBytes) {
   uint32_t seconds = 0;
   if (start != 0) {
     // While paused the clock stands at the pause.
-    uint32_t now = g_bRecording.load() ? ov::TickCount() : m_dwPauseTick;
+    uint32_t now = g_bRecording.load() ? ov::TickCount() : m_dwPauseTick.load();
     if (now == 0) now = ov::TickCount();
     seconds = (now - start) / 1000;
   }
   if (pSeconds) *pSeconds = seconds;
-  if (pBytes) *pBytes = m_nBytesWritten.load();
+  const HRESULT failure = m_hrFailure.load();
+  if (pBytes) *pBytes = FAILED(failure) ? failure : m_nBytesWritten.load();
+}
+
+bool CScreenCapture::Failed(const char* operation) const {
+  const HRESULT failure = m_hrFailure.load();
+  if (SUCCEEDED(failure)) return false;
+  WriteLog(ov::kWan, "%s ignored: the recording ended on failure(0x%x)\n", operation,
+           static_cast<unsigned>(failure));
+  return true;
+}
+
+void CScreenCapture::WriteFailed(HRESULT hr) { EndOnFailure(hr); }
+
+void CScreenCapture::EndOnFailure(HRESULT hr) {
+  HRESULT none = S_OK;
+  if (!m_hrFailure.compare_exchange_strong(none, hr)) return;
+  WriteLog(ov::kErr, "Recording ended by failure(0x%x)\n", static_cast<unsigned>(hr));
+  // As a pause that never resumes: the streams stop taking, the clock and
+  // progress stand at this moment, and the stop adds no final frame.
+  m_dwPauseTick = ov::TickCount();
+  g_bRecording.exchange(0);
+  m_hRunEvent.ResetEvent();
 }
 
 uint32_t CScreenCapture::GetFrameCounter() { return m_nFrameCounter.load(); }
@@ -199,14 +245,16 @@ void CScreenCapture::UIThread() {
   // A change of the screen's layout falls back to the first display.
   ov::DisplayChangeWatcher displays;
   if (displays.Fd() >= 0)
-    queue.Watch(displays.Fd(), [&displays] {
+    queue.Watch(displays.Fd(), [&displays, &queue] {
       if (displays.Drain()) ov::RebuildDisplayCatalogue(true);
+      if (displays.Lost()) queue.Post(ov::Message{0, kDisplaysLostMessage, 0, 0});
     });
   ov::StartMouseHook(m_dwUIThreadId);
   m_hUIReadyEvent.Set();
   ov::Message msg;
   while (queue.Get(&msg)) {
     if (msg.message == ov::kPointerMovedMessage) ov::OnPointerMoved(queue);
+    if (msg.message == kDisplaysLostMessage) queue.Unwatch(displays.Fd());
   }
   ov::StopMouseHook();
 }

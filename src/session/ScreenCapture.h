@@ -38,6 +38,11 @@ class CScreenCapture : public CScreenRecoderObject,
   void AddBytes(int64_t count) override;
   void AddFrame() override;
   void ReportFrameTime(uint32_t milliseconds) override;
+  void WriteFailed(HRESULT hr) override;
+
+  // Ends the recording at this moment on a failure (a temp file that cannot
+  // be written, the X server gone); only the first failure counts.
+  void EndOnFailure(HRESULT hr);
 
   // Chooses and starts the encoder and the capture stream.
   HRESULT Create();
@@ -69,6 +74,8 @@ class CScreenCapture : public CScreenRecoderObject,
 
  private:
   void UIThread();
+  // True, with a log line, when a failure has ended the recording.
+  bool Failed(const char* operation) const;
   HRESULT CreateCaptureStream(int32_t width, int32_t height);
   // Waits for each stream's thread; each makes its last frame and finishes
   // the encoder before it ends.
@@ -76,6 +83,8 @@ class CScreenCapture : public CScreenRecoderObject,
   void DestroyCaptureStreams();
 
   // The tick at which the last pause began; progress stands still there.
-  uint32_t m_dwPauseTick = 0;
+  std::atomic<uint32_t> m_dwPauseTick{0};
   std::atomic<bool> m_bStarted{false};
+  // The failure that ended the recording, S_OK while none did.
+  std::atomic<HRESULT> m_hrFailure{S_OK};
 };

@@ -1,7 +1,9 @@
 // ovVideoRecord: the host's options checked and turned into a session.
 #include <cstring>
+#include <string>
 
 #include "platform/XServer.h"
+#include "session/CapturedFileRecovery.h"
 #include "session/CapturedFiles.h"
 #include "session/Globals.h"
 #include "session/Log.h"
@@ -78,6 +80,12 @@ CScreenRecoderObject* RecordInSlot(HWND hHostWindow, const wchar_t* pszTempFolde
     ReleaseRecordingSlot();
     return nullptr;
   };
+  // An earlier recording's files are never replaced unasked: the host
+  // recovers or deletes them first (RecoverCapturedFile, DeleteFolder).
+  if (std::wstring left = FindTempSetFile(pszTempFolder); !left.empty()) {
+    WriteLog(kErr, "Error: an earlier recording left %ls in %ls\n", left.c_str(), pszTempFolder);
+    return refuse();
+  }
   if (pVideoOpt->bStream) {
     g_bUnborder = 0;
     if (pVideoOpt->FrameRate <= 0) {

@@ -80,26 +80,27 @@ TEST_F(WaveFileTest, RecordingWithoutSamplesIsAHeaderOnlyFile) {
   EXPECT_TRUE(reader.IsEndOfFile());
 }
 
-TEST_F(WaveFileTest, SamplesGoOutInWholeBuffersAndReadBackExactly) {
+TEST_F(WaveFileTest, SamplesReachTheDiskEveryTenthOfASecondAndReadBackExactly) {
   const WAVEFORMATEXTENSIBLE format = StereoS16();
   const std::string path = PathOf("pattern.wav");
-  // The first flush carries the header room: 68 + this fills it exactly.
-  const std::vector<uint8_t> data = Pattern(3 * kBuffer + 1000 - 68);
+  const std::vector<uint8_t> data = Pattern(3 * kBuffer + 1000);
   {
     CWaveEncoder encoder;
     ASSERT_EQ(encoder.Initialize(WideOf("pattern.wav").c_str(), &format), S_OK);
-    encoder.Write(data.data(), kBuffer - 68);
-    EXPECT_EQ(SizeOf(path), kBuffer) << "a full buffer goes out at once";
-    encoder.Write(data.data() + kBuffer - 68, 1);
-    EXPECT_EQ(SizeOf(path), kBuffer) << "the next byte starts a new buffer";
-    // Odd blocks, one of them longer than the buffer.
-    size_t at = kBuffer - 67;
-    for (uint32_t block : {1021u, kBuffer + 333u, 77777u}) {
-      encoder.Write(data.data() + at, block);
-      at += block;
+    const uint32_t tenth = format.Format.nAvgBytesPerSec / 10;
+    EXPECT_EQ(encoder.FlushBytes(), tenth);
+    // Device packets of 10 ms, then odd blocks, one longer than the buffer:
+    // what waits in memory never reaches a tenth of a second.
+    size_t at = 0;
+    for (uint32_t block : {1920u, 1920u, 1920u, 4000u, 1021u * 4, kBuffer + 332u, 77776u}) {
+      for (int i = 0; i < 40 && at + block <= data.size(); ++i) {
+        ASSERT_EQ(encoder.Write(data.data() + at, block), S_OK);
+        at += block;
+        ASSERT_LT(at + 68 - SizeOf(path), tenth + block) << "after " << at << " bytes";
+        ASSERT_EQ((SizeOf(path) - 68) % 4, 0u) << "only whole sample frames on the disk";
+      }
     }
     encoder.Write(data.data() + at, static_cast<uint32_t>(data.size() - at));
-    EXPECT_EQ(SizeOf(path) % kBuffer, 0u) << "the file grows in whole buffers";
     EXPECT_EQ(encoder.BytesWritten(), static_cast<int64_t>(data.size()));
   }
   EXPECT_EQ(SizeOf(path), data.size() + 68);
@@ -140,16 +141,16 @@ TEST_F(WaveFileTest, SamplesGoOutInWholeBuffersAndReadBackExactly) {
   EXPECT_EQ(reader.Read(frame, 4), 0u);
 }
 
-TEST_F(WaveFileTest, WriterKilledBeforeItsFinishLeavesAReadableFile) {
+TEST_F(WaveFileTest, WriterKilledBeforeItsFinishLosesAtMostATenthOfASecond) {
   const WAVEFORMATEXTENSIBLE format = StereoS16();
-  const std::vector<uint8_t> data = Pattern(kBuffer + kBuffer / 2);
+  const uint32_t tenth = format.Format.nAvgBytesPerSec / 10;
+  const uint32_t packet = 1920;  // 10 ms
+  const std::vector<uint8_t> data = Pattern(packet * 500);
   struct Case {
     const char* name;
-    uint32_t written;
-    uint32_t readable;  // what reached the disk: whole flushes only
+    uint32_t packets;
   };
-  for (const Case& c :
-       {Case{"early.wav", 4000, 0}, Case{"late.wav", kBuffer + kBuffer / 2, kBuffer - 68}}) {
+  for (const Case& c : {Case{"early.wav", 2}, Case{"late.wav", 427}}) {
     SCOPED_TRACE(c.name);
     const std::wstring path = WideOf(c.name);
     pid_t child = fork();
@@ -157,7 +158,7 @@ TEST_F(WaveFileTest, WriterKilledBeforeItsFinishLeavesAReadableFile) {
     if (child == 0) {
       auto* encoder = new CWaveEncoder();  // never finished
       encoder->Initialize(path.c_str(), &format);
-      encoder->Write(data.data(), c.written);
+      for (uint32_t i = 0; i < c.packets; ++i) encoder->Write(data.data() + i * packet, packet);
       raise(SIGKILL);
       _exit(1);
     }
@@ -168,18 +169,21 @@ TEST_F(WaveFileTest, WriterKilledBeforeItsFinishLeavesAReadableFile) {
     ovtest::WaveContent wave = ovtest::ReadWave(path);
     ASSERT_TRUE(wave.opened);
     EXPECT_EQ(std::memcmp(&wave.format, &format, sizeof format), 0);
-    ASSERT_EQ(wave.data.size(), c.readable);
+    const size_t written = static_cast<size_t>(c.packets) * packet;
+    ASSERT_LE(wave.data.size(), written);
+    EXPECT_LT(written - wave.data.size(), tenth) << "lost more than a tenth of a second";
+    EXPECT_EQ(wave.data.size() % packet, 0u) << "the file ends between two packets";
     EXPECT_TRUE(std::equal(wave.data.begin(), wave.data.end(), data.begin()));
+    const size_t readable = wave.data.size();
     const std::string header = ovtest::ReadFile(PathOf(c.name)).substr(0, 68);
     EXPECT_EQ(U32At(header, 64), 0xFFFFFFFFu) << "an unfinished file says its length is unknown";
     // Other readers take the unknown length as "to the end of the file".
-    if (c.readable > 0) {
+    if (readable > 0) {
       const std::string decoded =
           ovtest::RunCapture("ffmpeg -v error -i '" + PathOf(c.name) + "' -f s16le - 2>/dev/null");
-      EXPECT_EQ(decoded.size(), c.readable);
+      EXPECT_EQ(decoded.size(), readable);
       EXPECT_EQ(
-          std::memcmp(decoded.data(), data.data(), std::min<size_t>(decoded.size(), c.readable)),
-          0);
+          std::memcmp(decoded.data(), data.data(), std::min<size_t>(decoded.size(), readable)), 0);
     }
   }
 }

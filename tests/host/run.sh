@@ -32,7 +32,8 @@ done
 # (the symbol list is read once: grep -q would cut nm's pipe short)
 exported=$(nm -D --defined-only "$lib/liborvanta.so")
 for symbol in ovInitialize ovUninitialize ovVideoRecord GetCapturedFile FreeCapturedFile \
-              DeleteFolder GetDiskFreeBytes WriteLog LogFile FFMux; do
+              DeleteFolder GetDiskFreeBytes WriteLog LogFile FFMux \
+              RecoverCapturedFile; do
   grep -qE " T $symbol\$" <<<"$exported" || { echo "not exported unmangled: $symbol"; exit 1; }
 done
 

@@ -203,4 +203,52 @@ TEST_F(SessionTest, ProgressBytesAndFrameRateControlFollowTheReports) {
   EXPECT_EQ(GetCapturedFile()->nFileBytes, 1234);
 }
 
+TEST_F(SessionTest, AFailedWriteEndsTheRecordingAndProgressSaysSo) {
+  Options o = Options::AudioOnly();
+  HRESULT hr;
+  CScreenRecoderObject* recorder = Record(o, &hr);
+  ASSERT_NE(recorder, nullptr);
+  recorder->Start();
+  SleepMs(1200);
+  const size_t mark = ovtest::LogMark();
+  dynamic_cast<CWriterStatistics*>(recorder)->WriteFailed(OV_E_DISK_FULL);
+  dynamic_cast<CWriterStatistics*>(recorder)->WriteFailed(OV_E_WRITE_FAULT);
+  uint32_t atFailure = 0;
+  int64_t bytes = 0;
+  recorder->GetProgress(&atFailure, &bytes);
+  EXPECT_EQ(bytes, OV_E_DISK_FULL) << "the first failure is the one reported";
+  EXPECT_FALSE(g_bRecording.load());
+  recorder->Resume();
+  recorder->Start();
+  SleepMs(1100);
+  uint32_t later = 0;
+  recorder->GetProgress(&later, nullptr);
+  EXPECT_EQ(later, atFailure) << "nothing restarts a recording that a failure ended";
+  EXPECT_FALSE(g_bRecording.load());
+  const std::string log = ovtest::LogSince(mark);
+  EXPECT_NE(log.find("Recording ended by failure(0x80070070)"), std::string::npos) << log;
+  EXPECT_NE(log.find("Resume ignored"), std::string::npos) << log;
+  recorder->Destroy();
+}
+
+TEST_F(SessionTest, FolderWithAnEarlierRecordingIsRefusedAndLeftAlone) {
+  const std::string wave = m_folder.Path() + "/Speaker.wav";
+  ovtest::WriteFile(wave, "RIFF and the sound of an earlier recording");
+  const size_t mark = ovtest::LogMark();
+  Options o = Options::AudioOnly();
+  HRESULT hr = 12345;
+  EXPECT_EQ(Record(o, &hr), nullptr);
+  EXPECT_EQ(hr, 12345);
+  EXPECT_FALSE(g_bRunning.load());
+  EXPECT_EQ(ovtest::ReadFile(wave), "RIFF and the sound of an earlier recording");
+  EXPECT_NE(ovtest::LogSince(mark).find("Error: an earlier recording left Speaker.wav in"),
+            std::string::npos);
+  // Once the host has its way with them, the folder takes a recording again.
+  ASSERT_EQ(RecoverCapturedFile(m_folder.WidePath().c_str()), E_FAIL) << "no valid header";
+  EXPECT_EQ(DeleteFolder(m_folder.WidePath().c_str()), 1);
+  CScreenRecoderObject* recorder = Record(o, &hr);
+  ASSERT_NE(recorder, nullptr);
+  recorder->Destroy();
+}
+
 }  // namespace

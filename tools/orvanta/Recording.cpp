@@ -62,6 +62,16 @@ bool CheckOutput(const std::string& out, int32_t codec, std::string* error) {
   return false;
 }
 
+// The first temp file of a recording found in folder, or "".
+std::string EarlierRecording(const std::string& folder) {
+  std::error_code ec;
+  for (const char* name :
+       {"ScreenCapture.h264", "ScreenCapture.h265", "ScreenCapture.mpg", "ScreenCapture.wmv",
+        "ScreenCapture.gif", "Speaker.wav", "AudioCapture.wav"})
+    if (fs::is_regular_file(fs::path(folder) / name, ec)) return name;
+  return {};
+}
+
 // The folder for the temp files: the user's, or a new one that this command
 // also removes again.
 struct TempFolder {
@@ -75,6 +85,13 @@ struct TempFolder {
       fs::create_directories(path, ec);
       if (!fs::is_directory(path, ec)) {
         *error = "cannot make the temp folder '" + wanted + "'";
+        return false;
+      }
+      // The engine refuses such a folder too, but without the way out.
+      if (std::string left = EarlierRecording(path); !left.empty()) {
+        *error = "'" + wanted + "' holds " + left +
+                 " of an earlier recording: make its file with 'orvanta recover " + wanted +
+                 " OUT', or remove it";
         return false;
       }
       return true;
@@ -153,7 +170,20 @@ std::string AudioWanted(const RecordOptions& o) {
   return "no sound";
 }
 
+const char* FailureText(int64_t code) {
+  switch (static_cast<HRESULT>(code)) {
+    case OV_E_DISK_FULL:
+      return "the disk of the temp folder is full";
+    case OV_E_DEVICE_LOST:
+      return "the X server went away";
+    default:
+      return "a temp file could not be written";
+  }
+}
+
 // One recording session, from Start to Destroy, with the live status line.
+// A failure that ends the recording by itself ends it here too; what was
+// recorded up to then is kept.
 void RecordUntilStopped(CScreenRecoderObject* recorder, double seconds) {
   using Clock = std::chrono::steady_clock;
   StatusLine status;
@@ -161,12 +191,18 @@ void RecordUntilStopped(CScreenRecoderObject* recorder, double seconds) {
   auto start = Clock::now();
   std::string limit = seconds > 0 ? " / " + FormatClock(seconds) : "";
   std::string hint = seconds > 0 ? "" : "   Ctrl-C stops";
+  int64_t bytes = 0;
   for (;;) {
     int signo = Interrupts::Wait(200);
     double elapsed = std::chrono::duration<double>(Clock::now() - start).count();
     uint32_t progressSeconds = 0;
-    int64_t bytes = 0;
     recorder->GetProgress(&progressSeconds, &bytes);
+    if (bytes < 0) {
+      status.Finish();
+      Error("recording stopped at %s: %s (0x%08x)", FormatClock(progressSeconds).c_str(),
+            FailureText(bytes), static_cast<unsigned>(bytes));
+      break;
+    }
     std::string dot = StderrIsTerminal() ? "\033[31m\u25cf\033[0m" : "*";
     status.Show(dot + " REC " + FormatClock(progressSeconds) + limit + "   " + FormatBytes(bytes) +
                 "   " + std::to_string(recorder->GetFrameCounter()) + " frames" + hint);

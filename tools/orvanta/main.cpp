@@ -12,6 +12,7 @@
 #include "Listing.h"
 #include "RecordOptions.h"
 #include "Recording.h"
+#include "Recover.h"
 #include "Scene.h"
 #include "Tone.h"
 
@@ -24,6 +25,7 @@ const char kUsage[] =
     "  record [options] OUT   record the screen, a region or a window into OUT\n"
     "  displays               list the displays that can be recorded\n"
     "  devices                list sound endpoints and video encoders\n"
+    "  recover FOLDER OUT     make OUT from the temp files a killed recording left\n"
     "  demo [OUT]             record a ten-second demo with sound (needs no desktop)\n"
     "  scene                  show the demo's moving scene on the current display\n"
     "  tone                   play the demo's beeps on the default sound output\n"
@@ -35,6 +37,8 @@ int Help(const std::vector<std::string>& args) {
   std::string topic = args.empty() ? "" : args[0];
   if (topic == "record")
     std::fputs(cli::kRecordUsage, stdout);
+  else if (topic == "recover")
+    std::fputs(cli::kRecoverUsage, stdout);
   else if (topic == "demo")
     std::fputs(cli::kDemoUsage, stdout);
   else
@@ -85,6 +89,7 @@ int main(int argc, char** argv) {
     return command == "displays" ? cli::RunDisplays() : cli::RunDevices();
   }
   if (command == "demo") return cli::RunDemo(args);
+  if (command == "recover") return cli::RunRecover(args);
   cli::Error("unknown command '%s' (see 'orvanta help')", command.c_str());
   return cli::kExitUsage;
 }

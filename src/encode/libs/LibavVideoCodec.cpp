@@ -303,6 +303,8 @@ void CLibavVideoCodec::Fail(const char* step, int error) {
   }
   m_emptied.notify_one();
   Log(kErr, "Video encoder %s failed %s: %s\n", m_encoder.Name(), step, AvErrorText(error).c_str());
+  // Without its video the recording cannot go on.
+  m_pStatistics->WriteFailed(CWriterStatistics::WriteFailureCode(AVUNERROR(error)));
 }
 
 }  // namespace ov::enc

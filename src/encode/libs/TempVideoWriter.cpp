@@ -40,6 +40,7 @@ TempVideoWriter::~TempVideoWriter() { Close(); }
 int TempVideoWriter::Create(const std::string& path, const FrameIndexHeader& header) {
   Close();
   m_offset = 0;
+  m_entries = 0;
   m_stream = OpenForWriting(path);
   if (m_stream < 0) return errno;
   m_index = OpenForWriting(path + ".idx");
@@ -54,9 +55,25 @@ int TempVideoWriter::Create(const std::string& path, const FrameIndexHeader& hea
 int TempVideoWriter::Write(const uint8_t* data, size_t size, int64_t ticks, bool key) {
   FrameIndexEntry entry{ticks, m_offset, static_cast<uint32_t>(size),
                         key ? kPictureKey : kPicturePredicted};
-  if (int error = WriteAll(m_stream, data, size)) return error;
+  int error = WriteAll(m_stream, data, size);
+  if (!error) error = WriteAll(m_index, &entry, sizeof entry);
+  if (error) {
+    CutToWholeFrames();
+    return error;
+  }
   m_offset += size;
-  return WriteAll(m_index, &entry, sizeof entry);
+  ++m_entries;
+  return 0;
+}
+
+// A frame that did not fit leaves no trace: both files end with the frame
+// before it, as if the recording had stopped there.
+void TempVideoWriter::CutToWholeFrames() {
+  const off_t indexSize =
+      static_cast<off_t>(sizeof(FrameIndexHeader) + m_entries * sizeof(FrameIndexEntry));
+  if (ftruncate(m_stream, static_cast<off_t>(m_offset)) == 0)
+    lseek(m_stream, static_cast<off_t>(m_offset), SEEK_SET);
+  if (ftruncate(m_index, indexSize) == 0) lseek(m_index, indexSize, SEEK_SET);
 }
 
 int TempVideoWriter::Close() {

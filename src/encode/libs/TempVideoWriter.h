@@ -23,14 +23,18 @@ class TempVideoWriter {
   // index header. On failure returns the system's error number, else 0.
   int Create(const std::string& path, const FrameIndexHeader& header);
   // Appends one encoded frame and its index entry; the error number or 0.
+  // A frame that fails is taken back out of both files.
   int Write(const uint8_t* data, size_t size, int64_t ticks, bool key);
   // Closes both files; the error number of a failed close, or 0.
   int Close();
 
  private:
+  void CutToWholeFrames();
+
   int m_stream = -1;
   int m_index = -1;
   uint64_t m_offset = 0;
+  uint64_t m_entries = 0;
 };
 
 }  // namespace ov::enc

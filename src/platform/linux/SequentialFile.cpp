@@ -31,6 +31,11 @@ bool SequentialFile::Open(const wchar_t* path) {
   return true;
 }
 
+bool SequentialFile::OpenForUpdate(const wchar_t* path) {
+  m_fd.Reset(open(ToUtf8(path).c_str(), O_RDWR | O_CLOEXEC));
+  return m_fd.Valid();
+}
+
 bool SequentialFile::Write(const void* data, uint32_t count) {
   const char* p = static_cast<const char*>(data);
   while (count > 0) {
@@ -73,6 +78,10 @@ int64_t SequentialFile::Read(void* data, uint32_t count) {
 bool SequentialFile::Seek(int64_t offset) { return lseek(m_fd.Get(), offset, SEEK_SET) >= 0; }
 
 bool SequentialFile::SeekToEnd() { return lseek(m_fd.Get(), 0, SEEK_END) >= 0; }
+
+bool SequentialFile::Truncate(int64_t size) {
+  return ftruncate(m_fd.Get(), size) == 0 && lseek(m_fd.Get(), size, SEEK_SET) >= 0;
+}
 
 int64_t SequentialFile::Size() const {
   struct stat st;

@@ -10,6 +10,7 @@
 #include <fstream>
 #include <sstream>
 
+#include "platform/linux/XConnection.h"
 #include "platform/linux/XErrorTrap.h"
 
 namespace ov {
@@ -124,11 +125,11 @@ int ScreenDepth() {
 }
 
 DisplayChangeWatcher::DisplayChangeWatcher() {
-  Display* display = XOpenDisplay(nullptr);
+  Display* display = OpenXConnection();
   if (!display) return;
   int errorBase;
   if (!XRRQueryExtension(display, &m_eventBase, &errorBase)) {
-    XCloseDisplay(display);
+    CloseXConnection(display);
     return;
   }
   XRRSelectInput(display, DefaultRootWindow(display), RRScreenChangeNotifyMask);
@@ -137,11 +138,15 @@ DisplayChangeWatcher::DisplayChangeWatcher() {
 }
 
 DisplayChangeWatcher::~DisplayChangeWatcher() {
-  if (m_display) XCloseDisplay(static_cast<Display*>(m_display));
+  if (m_display) CloseXConnection(static_cast<Display*>(m_display));
 }
 
 int DisplayChangeWatcher::Fd() const {
   return m_display ? ConnectionNumber(static_cast<Display*>(m_display)) : -1;
+}
+
+bool DisplayChangeWatcher::Lost() const {
+  return m_display && XConnectionLost(static_cast<Display*>(m_display));
 }
 
 bool DisplayChangeWatcher::Drain() {

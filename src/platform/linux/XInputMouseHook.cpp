@@ -12,6 +12,7 @@
 #include <cstring>
 
 #include "platform/PointerWatcher.h"
+#include "platform/linux/XConnection.h"
 #include "platform/linux/XErrorTrap.h"
 
 namespace ov {
@@ -21,12 +22,12 @@ namespace {
 class XInputPointerWatcher : public PointerWatcher {
  public:
   ~XInputPointerWatcher() override {
-    if (m_display) XCloseDisplay(m_display);
+    if (m_display) CloseXConnection(m_display);
     if (m_stopFd >= 0) close(m_stopFd);
   }
 
   bool Open() {
-    m_display = XOpenDisplay(nullptr);
+    m_display = OpenXConnection();
     if (!m_display) return false;
     int event, error, major = 2, minor = 0;
     if (!XQueryExtension(m_display, "XInputExtension", &m_opcode, &event, &error) ||
@@ -46,6 +47,12 @@ class XInputPointerWatcher : public PointerWatcher {
   void Run(const std::function<void(PointerEvent, int32_t, int32_t)>& onEvent) override {
     pollfd fds[2] = {{ConnectionNumber(m_display), POLLIN, 0}, {m_stopFd, POLLIN, 0}};
     while (true) {
+      // A broken connection reads as ready for ever: wait for the stop alone.
+      if (XConnectionLost(m_display)) {
+        while (poll(&fds[1], 1, -1) <= 0) {
+        }
+        return;
+      }
       while (XPending(m_display)) {
         XEvent event;
         XNextEvent(m_display, &event);
@@ -115,11 +122,11 @@ class XInputPointerWatcher : public PointerWatcher {
 class XFixesCursorMonitor : public CursorMonitor {
  public:
   ~XFixesCursorMonitor() override {
-    if (m_display) XCloseDisplay(m_display);
+    if (m_display) CloseXConnection(m_display);
   }
 
   bool Open() {
-    m_display = XOpenDisplay(nullptr);
+    m_display = OpenXConnection();
     int error;
     if (!m_display || !XFixesQueryExtension(m_display, &m_eventBase, &error)) return false;
     XFixesSelectCursorInput(m_display, DefaultRootWindow(m_display), XFixesDisplayCursorNotifyMask);

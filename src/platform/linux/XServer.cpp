@@ -11,6 +11,7 @@
 #include <cstring>
 #include <mutex>
 
+#include "platform/linux/XConnection.h"
 #include "platform/linux/XErrorTrap.h"
 
 namespace ov {
@@ -27,9 +28,10 @@ Display* SharedDisplay() {
   if (!g_tried) {
     g_tried = true;
     XInitThreads();
-    g_display = XOpenDisplay(nullptr);
+    g_display = OpenXConnection();
   }
-  return g_display;
+  // Any thread may use it, so once broken it is no longer handed out.
+  return g_display && !XConnectionLost(g_display) ? g_display : nullptr;
 }
 
 }  // namespace

@@ -11,6 +11,7 @@
 #include <cstring>
 
 #include "platform/ScreenGrabber.h"
+#include "platform/linux/XConnection.h"
 #include "platform/linux/XErrorTrap.h"
 
 namespace ov {
@@ -21,15 +22,15 @@ class XShmGrabber : public ScreenGrabber {
  public:
   ~XShmGrabber() override {
     if (m_image) {
-      if (m_shmAttached) XShmDetach(m_display, &m_shm);
+      if (m_shmAttached && !XConnectionLost(m_display)) XShmDetach(m_display, &m_shm);
       XDestroyImage(m_image);  // frees the header only; data is the segment
     }
     if (m_shm.shmaddr && m_shm.shmaddr != reinterpret_cast<char*>(-1)) shmdt(m_shm.shmaddr);
-    if (m_display) XCloseDisplay(m_display);
+    if (m_display) CloseXConnection(m_display);
   }
 
   bool Open(int32_t maxWidth, int32_t maxHeight) {
-    m_display = XOpenDisplay(nullptr);
+    m_display = OpenXConnection();
     if (!m_display) return false;
     m_root = DefaultRootWindow(m_display);
     UpdateScreenSize();

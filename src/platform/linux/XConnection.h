@@ -1,0 +1,20 @@
+// The engine's own X connections. Xlib ends the process when a connection
+// breaks (the server went away); connections opened here survive that: the
+// break is logged, the engine's handler is told, and every later call on
+// the connection fails at once instead.
+#pragma once
+
+#include <X11/Xlib.h>
+
+namespace ov {
+
+// XOpenDisplay(nullptr) with the break handled; null without a server.
+Display* OpenXConnection();
+// XCloseDisplay of a connection from OpenXConnection, broken or not.
+void CloseXConnection(Display* display);
+// True once the connection has broken. A broken connection may be used
+// only by the thread that found the break (others would wait for ever),
+// and closed with CloseXConnection by any thread.
+bool XConnectionLost(Display* display);
+
+}  // namespace ov
