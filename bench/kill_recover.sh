@@ -5,7 +5,7 @@
 # sound. Runs on a private Xvfb and PulseAudio daemon with the demo's scene
 # and beeps. Usage: bench/kill_recover.sh BUILD_DIR [RUNS]
 set -euo pipefail
-bin=$(realpath "$1")/bin
+bin=$(realpath "$1")/bin  # the orvanta command
 runs=${2:-5}
 work=$(mktemp -d)
 pids=()

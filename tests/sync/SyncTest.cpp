@@ -186,7 +186,7 @@ void RecordAndAssemble(const std::string& out, int seconds, int countdownMs = 0)
 }
 
 TEST(AvSync, FlashesAndBeepsStayWithinFortyMilliseconds) {
-  std::string cli = ov::ModuleFolder() + "/orvanta";
+  std::string cli = ov::ModuleFolder() + "/../bin/orvanta";
   if (access(cli.c_str(), X_OK) != 0) GTEST_SKIP() << "no orvanta program for the scene";
   long long epoch = MonotonicNs() + 1500000000LL;
   pid_t scene = Start({cli, "scene", "--epoch", std::to_string(epoch), "--fps", "60"});
