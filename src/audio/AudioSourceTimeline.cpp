@@ -7,9 +7,10 @@ namespace {
 
 constexpr int64_t kUnitsPerSecond = 10000000;
 // Errors that the steady correction leaves alone (a server's timing reports
-// wander by a millisecond or two), and those that are set right at once.
-constexpr int64_t kDeadBandMs = 3;
-constexpr int64_t kJumpMs = 15;
+// wander by a few milliseconds, more on a busy machine), and those that are
+// set right at once.
+constexpr int64_t kDeadBandMs = 8;
+constexpr int64_t kJumpMs = 20;
 // An error beyond the jump must stay put this long before it is set right.
 constexpr int64_t kJumpConfirmMs = 100;
 // One frame dropped or repeated per this many: 0.25 %, beyond any device

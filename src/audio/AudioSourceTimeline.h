@@ -5,7 +5,7 @@
 // the end of a stretch) becomes silence, and frames from before a stretch
 // began are skipped. A device clock that runs fast or slow is followed by
 // dropping or repeating single frames, at most one in 400, while the file
-// is within 15 ms of its place; a larger error that stays put for 100 ms
+// is within 20 ms of its place; a larger error that stays put for 100 ms
 // is set right at once.
 #pragma once
 
