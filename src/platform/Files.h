@@ -18,9 +18,9 @@ bool PathFits(const wchar_t* path);
 // Copies path into a field of kPathRoom; false, with the field left empty,
 // when it does not fit. Nothing is ever cut into another path.
 bool StorePath(wchar_t* field, const std::wstring& path);
-// An absolute path that fits a field, ready for the file system; false for a
-// null, empty, relative or too long one.
-bool CheckedPath(const wchar_t* path, std::string* utf8);
+// An absolute path that fits a field, ready for the file system (utf8 may be
+// null); false for a null, empty, relative or too long one.
+bool CheckedPath(const wchar_t* path, std::string* utf8 = nullptr);
 
 // The user's documents folder: $XDG_DOCUMENTS_DIR, the user-dirs file, else ~/Documents.
 std::wstring DocumentsFolder();

@@ -51,8 +51,7 @@ const wchar_t* VideoFileExtension(int32_t codecType) {
 HRESULT PrepareCapturedFiles(const wchar_t* folder) {
   // An empty or relative folder would put the set wherever the process
   // stands, and a name cut at the field's end could be someone else's file.
-  std::string checked;
-  const TempNames names = CheckedPath(folder, &checked) ? NamesIn(folder) : TempNames{};
+  const TempNames names = CheckedPath(folder) ? NamesIn(folder) : TempNames{};
   if (!PathFits(names.index.c_str()) || !PathFits(names.microphone.c_str()) ||
       names.index.empty()) {
     WriteLog(kErr, "Error: temp folder refused (empty, relative or too long):%ls\n",
@@ -121,8 +120,7 @@ extern "C" BOOL DeleteFolder(const wchar_t* path) {
   WriteLog(kMsg, "Delete temporary file from:%ls\n", path);
   // A relative folder would be wherever the host stands; one that does not
   // fit a path field is no temp folder of ours.
-  std::string checked;
-  if (wcsnlen(path, kPathRoom) < 4 || !CheckedPath(path, &checked)) {
+  if (wcsnlen(path, kPathRoom) < 4 || !CheckedPath(path)) {
     WriteLog(kErr, "Error temporary folder:%ls\n", path);
     return 0;
   }

@@ -87,7 +87,7 @@ bool StorePath(wchar_t* field, const std::wstring& path) {
 
 bool CheckedPath(const wchar_t* path, std::string* utf8) {
   if (!PathFits(path) || path[0] != L'/') return false;
-  *utf8 = ToUtf8(path);
+  if (utf8) *utf8 = ToUtf8(path);
   return true;
 }
 
