@@ -22,8 +22,8 @@
 #include "orvanta/orvanta.h"
 #include "platform/Files.h"
 #include "platform/LogFile.h"
-#include "session/Globals.h"
-#include "session/Log.h"
+#include "core/Globals.h"
+#include "core/Log.h"
 
 namespace {
 

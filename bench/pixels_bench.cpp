@@ -14,8 +14,8 @@ extern "C" {
 #include <libswscale/swscale.h>
 }
 
-#include "capture/pixels/PixelDispatch.h"
-#include "capture/pixels/Pixels.h"
+#include "pixels/PixelDispatch.h"
+#include "pixels/Pixels.h"
 
 namespace {
 

@@ -9,8 +9,8 @@
 #include "audio/WaveFormat.h"
 #include "platform/Clock.h"
 #include "platform/Thread.h"
-#include "session/Globals.h"
-#include "session/Log.h"
+#include "core/Globals.h"
+#include "core/Log.h"
 
 using namespace ov;
 

@@ -15,7 +15,7 @@
 #include "audio/AudioSourceTimeline.h"
 #include "audio/RecoderProvidedClock.h"
 #include "audio/WaveEncoder.h"
-#include "capture/WriterStatistics.h"
+#include "core/WriterStatistics.h"
 #include "platform/AudioClient.h"
 #include "platform/Event.h"
 

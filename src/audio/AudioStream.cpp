@@ -1,7 +1,7 @@
 #include "audio/AudioStream.h"
 
-#include "session/Globals.h"
-#include "session/Log.h"
+#include "core/Globals.h"
+#include "core/Log.h"
 
 using namespace ov;
 

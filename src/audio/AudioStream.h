@@ -8,7 +8,7 @@
 #include "audio/AudioSource.h"
 #include "audio/AudioSourceCallback.h"
 #include "audio/RecoderProvidedClock.h"
-#include "capture/WriterStatistics.h"
+#include "core/WriterStatistics.h"
 #include "orvanta/types.h"
 #include "platform/SilentPlayer.h"
 

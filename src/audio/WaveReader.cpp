@@ -3,7 +3,7 @@
 #include <cstring>
 
 #include "audio/WaveFormat.h"
-#include "session/Log.h"
+#include "core/Log.h"
 
 namespace {
 

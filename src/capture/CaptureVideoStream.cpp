@@ -7,8 +7,8 @@
 #include "encode/VideoCodec.h"
 #include "platform/Clock.h"
 #include "platform/Thread.h"
-#include "session/Globals.h"
-#include "session/Log.h"
+#include "core/Globals.h"
+#include "core/Log.h"
 #include "session/ScreenCapture.h"
 
 namespace {

@@ -8,8 +8,8 @@
 #include "platform/Files.h"
 #include "platform/VideoHardware.h"
 #include "platform/XServer.h"
-#include "session/Globals.h"
-#include "session/Log.h"
+#include "core/Globals.h"
+#include "core/Log.h"
 #include "session/Subsystems.h"
 
 namespace {

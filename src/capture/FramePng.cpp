@@ -7,7 +7,7 @@
 #include <mutex>
 
 #include "platform/Files.h"
-#include "session/Globals.h"
+#include "core/Globals.h"
 
 namespace ov {
 

@@ -3,8 +3,8 @@
 #include <cstring>
 #include <mutex>
 
-#include "session/Globals.h"
-#include "session/Log.h"
+#include "core/Globals.h"
+#include "core/Log.h"
 
 CGdiCaptureVideoStream::~CGdiCaptureVideoStream() { Join(); }
 

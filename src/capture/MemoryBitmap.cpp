@@ -5,7 +5,7 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "session/Globals.h"
+#include "core/Globals.h"
 
 CMemoryBitmap::~CMemoryBitmap() {
   if (m_pGraphics) {

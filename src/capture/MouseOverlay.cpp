@@ -11,8 +11,8 @@
 #include "platform/MessageQueue.h"
 #include "platform/PointerWatcher.h"
 #include "platform/Thread.h"
-#include "session/Globals.h"
-#include "session/Log.h"
+#include "core/Globals.h"
+#include "core/Log.h"
 
 POINT g_ptMouse;
 POINT g_ptClick;

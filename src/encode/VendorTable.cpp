@@ -6,7 +6,7 @@
 #include "orvanta/encoders.h"
 #include "platform/IsolatedCall.h"
 #include "platform/Library.h"
-#include "session/Log.h"
+#include "core/Log.h"
 
 namespace ov {
 

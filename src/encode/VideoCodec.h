@@ -5,8 +5,8 @@
 
 #include <cstdint>
 
-#include "capture/FrameRateControl.h"
-#include "capture/WriterStatistics.h"
+#include "core/FrameRateControl.h"
+#include "core/WriterStatistics.h"
 #include "orvanta/types.h"
 
 class CVideoCodec {

@@ -15,8 +15,8 @@
 #include "platform/LogFile.h"
 #include "platform/SequentialFile.h"
 #include "platform/Thread.h"
-#include "session/Globals.h"
-#include "session/Log.h"
+#include "core/Globals.h"
+#include "core/Log.h"
 
 namespace ov {
 

@@ -9,12 +9,12 @@
 #include <string>
 #include <vector>
 
-#include "audio/MuxAudioReader.h"
+#include "output/MuxAudioReader.h"
 #include "audio/convert/AlignedBuffer.h"
-#include "encode/FrameIndex.h"
+#include "formats/FrameIndex.h"
 #include "orvanta/mux.h"
 #include "orvanta/types.h"
-#include "output/MuxRecord.h"
+#include "formats/MuxRecord.h"
 #include "platform/AnonymousFile.h"
 #include "platform/ChildProcess.h"
 #include "platform/Files.h"

@@ -1,7 +1,7 @@
 #include "output/MuxOutput.h"
 
 #include "platform/Files.h"
-#include "session/Log.h"
+#include "core/Log.h"
 
 namespace ov {
 

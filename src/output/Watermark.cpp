@@ -11,7 +11,7 @@
 
 #include "orvanta/mux.h"
 #include "platform/Files.h"
-#include "session/Log.h"
+#include "core/Log.h"
 
 extern "C" {
 #include <libavcodec/avcodec.h>

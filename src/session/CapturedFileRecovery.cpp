@@ -7,13 +7,13 @@
 #include <vector>
 
 #include "audio/WaveFormat.h"
-#include "encode/FrameIndex.h"
+#include "formats/FrameIndex.h"
 #include "orvanta/captured.h"
 #include "platform/Files.h"
 #include "platform/SequentialFile.h"
 #include "session/CapturedFiles.h"
-#include "session/Globals.h"
-#include "session/Log.h"
+#include "core/Globals.h"
+#include "core/Log.h"
 
 namespace ov {
 

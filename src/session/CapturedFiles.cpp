@@ -5,8 +5,8 @@
 #include <new>
 
 #include "platform/Files.h"
-#include "session/Globals.h"
-#include "session/Log.h"
+#include "core/Globals.h"
+#include "core/Log.h"
 
 namespace ov {
 

@@ -8,9 +8,9 @@
 #include "platform/GraphicsProbe.h"
 #include "platform/Thread.h"
 #include "platform/XServer.h"
-#include "session/Globals.h"
-#include "session/Log.h"
-#include "session/ObjectRegistry.h"
+#include "core/Globals.h"
+#include "core/Log.h"
+#include "core/ObjectRegistry.h"
 #include "session/Subsystems.h"
 #include "session/SystemReport.h"
 

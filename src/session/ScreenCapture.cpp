@@ -15,8 +15,8 @@
 #include "platform/VideoHardware.h"
 #include "platform/XServer.h"
 #include "session/CapturedFiles.h"
-#include "session/Globals.h"
-#include "session/Log.h"
+#include "core/Globals.h"
+#include "core/Log.h"
 
 namespace {
 

@@ -6,8 +6,8 @@
 #include <cstdint>
 #include <thread>
 
-#include "capture/FrameRateControl.h"
-#include "capture/WriterStatistics.h"
+#include "core/FrameRateControl.h"
+#include "core/WriterStatistics.h"
 #include "orvanta/recorder.h"
 #include "platform/Event.h"
 

@@ -2,8 +2,8 @@
 #include "capture/FramePng.h"
 #include "capture/GdiCaptureVideoStream.h"
 #include "platform/Files.h"
-#include "session/Globals.h"
-#include "session/Log.h"
+#include "core/Globals.h"
+#include "core/Log.h"
 #include "session/ScreenCapture.h"
 
 // Window, hardware and damage-driven streams join this choice as they come;

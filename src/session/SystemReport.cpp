@@ -9,8 +9,8 @@
 #include "platform/Library.h"
 #include "platform/LogFile.h"
 #include "platform/SystemInfo.h"
-#include "session/Globals.h"
-#include "session/Log.h"
+#include "core/Globals.h"
+#include "core/Log.h"
 
 namespace ov {
 

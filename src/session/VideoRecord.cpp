@@ -5,8 +5,8 @@
 #include "platform/XServer.h"
 #include "session/CapturedFileRecovery.h"
 #include "session/CapturedFiles.h"
-#include "session/Globals.h"
-#include "session/Log.h"
+#include "core/Globals.h"
+#include "core/Log.h"
 #include "session/ScreenCapture.h"
 
 namespace {

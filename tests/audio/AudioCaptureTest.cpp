@@ -17,7 +17,7 @@
 #include "audio/AudioStream.h"
 #include "orvanta/orvanta.h"
 #include "platform/Clock.h"
-#include "session/Globals.h"
+#include "core/Globals.h"
 #include "session/ScreenCapture.h"
 #include "support/Engine.h"
 

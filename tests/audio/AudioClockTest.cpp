@@ -12,7 +12,7 @@
 
 #include "AudioTools.h"
 #include "audio/AudioSource.h"
-#include "session/Globals.h"
+#include "core/Globals.h"
 #include "support/Engine.h"
 
 namespace {

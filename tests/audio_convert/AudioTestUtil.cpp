@@ -7,7 +7,7 @@
 #include <fstream>
 
 #include "audio/convert/ConvertFunctions.h"
-#include "session/Log.h"
+#include "core/Log.h"
 #include "support/TestEnv.h"
 
 namespace audiotest {

@@ -13,7 +13,7 @@
 #include "encode/VideoCodec.h"
 #include "orvanta/orvanta.h"
 #include "platform/Files.h"
-#include "session/Globals.h"
+#include "core/Globals.h"
 #include "session/ScreenCapture.h"
 #include "support/Engine.h"
 #include "support/Scene.h"

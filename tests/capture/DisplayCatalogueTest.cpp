@@ -7,7 +7,7 @@
 #include "capture/DisplayCatalogue.h"
 #include "capture/RecordingCodec.h"
 #include "orvanta/orvanta.h"
-#include "session/Globals.h"
+#include "core/Globals.h"
 #include "session/ScreenCapture.h"
 #include "support/Engine.h"
 

@@ -9,7 +9,7 @@
 #include "capture/MouseOverlay.h"
 #include "capture/RecordingCodec.h"
 #include "orvanta/orvanta.h"
-#include "session/Globals.h"
+#include "core/Globals.h"
 #include "session/ScreenCapture.h"
 #include "support/Engine.h"
 #include "support/Scene.h"

@@ -5,7 +5,7 @@
 #include <cstdlib>
 #include <memory>
 
-#include "session/Log.h"
+#include "core/Log.h"
 #include "support/TestEnv.h"
 
 namespace {

@@ -14,7 +14,7 @@
 #include <string>
 #include <vector>
 
-#include "encode/FrameIndex.h"
+#include "formats/FrameIndex.h"
 #include "encode/VideoCodec.h"
 #include "platform/Library.h"
 #include "support/Engine.h"

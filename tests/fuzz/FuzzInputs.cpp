@@ -14,7 +14,7 @@
 #include "FrameIndexFile.h"
 #include "MuxJob.h"
 #include "MuxLog.h"
-#include "audio/MuxAudioReader.h"
+#include "output/MuxAudioReader.h"
 #include "output/FFMux.h"
 #include "platform/Files.h"
 

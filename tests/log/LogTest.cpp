@@ -7,8 +7,8 @@
 #include <string>
 
 #include "orvanta/orvanta.h"
-#include "session/Log.h"
-#include "session/ObjectRegistry.h"
+#include "core/Log.h"
+#include "core/ObjectRegistry.h"
 #include "support/TestEnv.h"
 
 namespace fs = std::filesystem;

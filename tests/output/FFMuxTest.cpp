@@ -7,7 +7,7 @@
 #include <filesystem>
 
 #include "TempSet.h"
-#include "encode/FrameIndex.h"
+#include "formats/FrameIndex.h"
 #include "platform/Files.h"
 #include "support/Engine.h"
 

@@ -12,7 +12,7 @@
 #include <future>
 
 #include "TempSet.h"
-#include "encode/FrameIndex.h"
+#include "formats/FrameIndex.h"
 #include "platform/Files.h"
 #include "support/Engine.h"
 

@@ -8,7 +8,7 @@
 #include "encode/VendorTable.h"
 #include "platform/ChildProcess.h"
 #include "platform/LogFile.h"
-#include "session/Log.h"
+#include "core/Log.h"
 #include "support/TestEnv.h"
 
 namespace {

@@ -9,7 +9,7 @@
 #include "audio/WaveEncoder.h"
 #include "encode/VendorTable.h"
 #include "platform/Files.h"
-#include "session/Globals.h"
+#include "core/Globals.h"
 
 namespace ovtest {
 

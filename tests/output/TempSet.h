@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "encode/FrameIndex.h"
+#include "formats/FrameIndex.h"
 #include "orvanta/orvanta.h"
 #include "support/TestEnv.h"
 

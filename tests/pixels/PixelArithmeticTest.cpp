@@ -6,7 +6,7 @@
 #include <cstring>
 
 #include "PixelTestSupport.h"
-#include "capture/pixels/Pixels.h"
+#include "pixels/Pixels.h"
 
 namespace {
 

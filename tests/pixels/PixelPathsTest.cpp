@@ -7,7 +7,7 @@
 #include <string>
 
 #include "PixelTestSupport.h"
-#include "capture/pixels/Pixels.h"
+#include "pixels/Pixels.h"
 
 namespace {
 

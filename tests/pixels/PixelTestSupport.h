@@ -6,7 +6,7 @@
 #include <random>
 #include <vector>
 
-#include "capture/pixels/PixelDispatch.h"
+#include "pixels/PixelDispatch.h"
 
 namespace pixtest {
 

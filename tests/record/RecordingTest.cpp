@@ -8,7 +8,7 @@
 #include <cstring>
 #include <thread>
 
-#include "encode/FrameIndex.h"
+#include "formats/FrameIndex.h"
 #include "encode/VendorTable.h"
 #include "orvanta/orvanta.h"
 #include "platform/Files.h"

@@ -6,7 +6,7 @@
 
 #include "orvanta/orvanta.h"
 #include "session/CapturedFiles.h"
-#include "session/Globals.h"
+#include "core/Globals.h"
 #include "support/Engine.h"
 
 namespace fs = std::filesystem;

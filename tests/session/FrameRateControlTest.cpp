@@ -1,6 +1,6 @@
 #include <gtest/gtest.h>
 
-#include "session/Globals.h"
+#include "core/Globals.h"
 #include "session/ScreenCapture.h"
 
 namespace {

@@ -4,7 +4,7 @@
 
 #include "orvanta/orvanta.h"
 #include "platform/Files.h"
-#include "session/Log.h"
+#include "core/Log.h"
 
 namespace ovtest {
 

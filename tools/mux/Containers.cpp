@@ -1,6 +1,6 @@
 #include "Containers.h"
 
-#include "output/MuxRecord.h"
+#include "formats/MuxRecord.h"
 
 namespace mux {
 

@@ -8,7 +8,7 @@
 #include <cstring>
 
 #include "MuxLog.h"
-#include "encode/FrameIndex.h"
+#include "formats/FrameIndex.h"
 
 namespace mux {
 

@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "MuxJob.h"
-#include "encode/FrameIndex.h"
+#include "formats/FrameIndex.h"
 
 namespace mux {
 

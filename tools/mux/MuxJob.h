@@ -6,7 +6,7 @@
 #include <cstdint>
 #include <string>
 
-#include "output/MuxRecord.h"
+#include "formats/MuxRecord.h"
 
 namespace mux {
 

@@ -5,7 +5,7 @@
 
 #include "audio/convert/FormatLog.h"
 #include "audio/convert/SampleFormat.h"
-#include "session/Log.h"
+#include "core/Log.h"
 
 using ov::audio::SampleKind;
 

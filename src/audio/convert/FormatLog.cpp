@@ -1,6 +1,6 @@
 #include "audio/convert/FormatLog.h"
 
-#include "session/Log.h"
+#include "core/Log.h"
 
 namespace ov::audio {
 

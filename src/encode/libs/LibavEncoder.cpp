@@ -2,7 +2,7 @@
 
 #include <string>
 
-#include "encode/FrameIndex.h"
+#include "formats/FrameIndex.h"
 #include "encode/libs/EncoderLog.h"
 
 extern "C" {

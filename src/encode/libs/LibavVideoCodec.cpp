@@ -7,7 +7,7 @@
 #include <cstring>
 #include <string>
 
-#include "encode/FrameIndex.h"
+#include "formats/FrameIndex.h"
 #include "encode/libs/EncoderLog.h"
 #include "platform/Files.h"
 

@@ -8,7 +8,7 @@
 #include <cstdint>
 #include <string>
 
-#include "encode/FrameIndex.h"
+#include "formats/FrameIndex.h"
 
 namespace ov::enc {
 

@@ -1,4 +1,4 @@
-#include "capture/pixels/PixelDispatch.h"
+#include "pixels/PixelDispatch.h"
 
 #include <algorithm>
 

@@ -1,6 +1,6 @@
 #include "orvanta/module.h"
-#include "session/Log.h"
-#include "session/ObjectRegistry.h"
+#include "core/Log.h"
+#include "core/ObjectRegistry.h"
 
 namespace {
 

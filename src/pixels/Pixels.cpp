@@ -1,10 +1,10 @@
-#include "capture/pixels/Pixels.h"
+#include "pixels/Pixels.h"
 
 #include <cstdint>
 #include <cstring>
 
-#include "capture/pixels/PixelDispatch.h"
-#include "session/Log.h"
+#include "pixels/PixelDispatch.h"
+#include "core/Log.h"
 
 namespace {
 

@@ -1,12 +1,12 @@
-#include "audio/MuxAudioReader.h"
+#include "output/MuxAudioReader.h"
 
 #include <algorithm>
 #include <cstring>
 
 #include "audio/convert/FormatLog.h"
 #include "audio/convert/SampleFormat.h"
-#include "session/Globals.h"
-#include "session/Log.h"
+#include "core/Globals.h"
+#include "core/Log.h"
 
 namespace {
 

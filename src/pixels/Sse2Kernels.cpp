@@ -7,7 +7,7 @@
 #include <cstdint>
 #include <cstring>
 
-#include "capture/pixels/PixelKernels.h"
+#include "pixels/PixelKernels.h"
 
 #if defined(__clang__)
 #pragma clang attribute push(__attribute__((target("sse2"))), apply_to = function)
@@ -16,7 +16,7 @@
 #pragma GCC target("sse2")
 #endif
 
-#include "capture/pixels/VectorKernels.h"
+#include "pixels/VectorKernels.h"
 
 namespace ov::pixels {
 namespace {

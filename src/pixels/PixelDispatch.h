@@ -4,7 +4,7 @@
 #include <atomic>
 #include <cstdint>
 
-#include "capture/pixels/PixelKernels.h"
+#include "pixels/PixelKernels.h"
 
 // 0 runs everywhere; 1 SSE2, 2 SSE3, 3 SSSE3, 4 SSE4.1, 5 SSE4.2, 6 AVX,
 // 7 AVX2. Levels 1 to 6 share the 128-bit kernels, 7 has its own.

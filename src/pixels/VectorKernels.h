@@ -19,7 +19,7 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "capture/pixels/PixelKernels.h"
+#include "pixels/PixelKernels.h"
 
 namespace ov::pixels {
 namespace {

@@ -1,4 +1,4 @@
-#include "session/Globals.h"
+#include "core/Globals.h"
 
 VideoOpt g_videoOpt;
 MouseOpt g_mouseOpt;

@@ -2,7 +2,7 @@
 // integers. The vector kernels must match these bytes exactly.
 #include <cstring>
 
-#include "capture/pixels/PixelKernels.h"
+#include "pixels/PixelKernels.h"
 
 namespace ov::pixels {
 namespace {

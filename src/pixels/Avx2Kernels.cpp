@@ -13,7 +13,7 @@
 #include <cstdint>
 #include <cstring>
 
-#include "capture/pixels/PixelKernels.h"
+#include "pixels/PixelKernels.h"
 
 #if defined(__clang__)
 #pragma clang attribute push(__attribute__((target("avx2"))), apply_to = function)
@@ -22,7 +22,7 @@
 #pragma GCC target("avx2")
 #endif
 
-#include "capture/pixels/VectorKernels.h"
+#include "pixels/VectorKernels.h"
 
 namespace ov::pixels {
 namespace {
