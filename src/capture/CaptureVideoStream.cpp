@@ -4,19 +4,19 @@
 
 #include <cstring>
 
+#include "core/FrameTiming.h"
+#include "core/Globals.h"
+#include "core/Log.h"
 #include "encode/VideoCodec.h"
 #include "platform/Clock.h"
 #include "platform/Thread.h"
-#include "core/Globals.h"
-#include "core/Log.h"
-#include "session/ScreenCapture.h"
 
 namespace {
 constexpr int64_t kKeyFrameSpacing = 50000000;  // 5 s in 100-ns units
 constexpr int32_t kScheduleSlackMs = 4;
 }  // namespace
 
-CCaptureVideoStream::CCaptureVideoStream(CScreenCapture* pOwner, CVideoCodec* pCodec, int32_t width,
+CCaptureVideoStream::CCaptureVideoStream(CFrameTiming* pOwner, CVideoCodec* pCodec, int32_t width,
                                          int32_t height)
     : CFrameDetect(RoundSize(width), RoundSize(height)),
       m_pOwner(pOwner),
@@ -51,7 +51,7 @@ void CCaptureVideoStream::Run() {
   m_hReadyEvent.Set();
   if (!m_bSetUpOk) return;
 
-  CScreenCapture& owner = *m_pOwner;
+  CFrameTiming& owner = *m_pOwner;
   while (g_bRunning.load()) {
     if (!g_bRecording.load()) {
       owner.m_hRunEvent.Wait();
@@ -79,7 +79,7 @@ void CCaptureVideoStream::Run() {
 // exact 1000 / FrameRate steps from an anchor; a frame that comes late is not
 // made up for: the schedule starts again from it.
 void CCaptureVideoStream::WaitForNextFrame() {
-  CScreenCapture& owner = *m_pOwner;
+  CFrameTiming& owner = *m_pOwner;
   const uint32_t interval = owner.m_dwFrameInterval.load(std::memory_order_relaxed);
   const uint32_t now = ov::TickCount();
   uint32_t due = owner.m_dwFrameTick + interval;
@@ -106,7 +106,7 @@ void CCaptureVideoStream::WaitForNextFrame() {
 }
 
 void CCaptureVideoStream::MakeFrame() {
-  CScreenCapture& owner = *m_pOwner;
+  CFrameTiming& owner = *m_pOwner;
   uint32_t now = ov::TickCount();
   owner.m_dwFrameTick = now;
   int64_t time = 0;

@@ -13,13 +13,13 @@
 #include "orvanta/types.h"
 #include "platform/Event.h"
 
-class CScreenCapture;
+class CFrameTiming;
 class CVideoCodec;
 
 class CCaptureVideoStream : public CFrameDetect, public CMemoryBitmap {
  public:
   // width and height are the region's true size.
-  CCaptureVideoStream(CScreenCapture* pOwner, CVideoCodec* pCodec, int32_t width, int32_t height);
+  CCaptureVideoStream(CFrameTiming* pOwner, CVideoCodec* pCodec, int32_t width, int32_t height);
   virtual ~CCaptureVideoStream();
 
   // Starts the thread and waits until it is ready to capture. False when
@@ -28,7 +28,7 @@ class CCaptureVideoStream : public CFrameDetect, public CMemoryBitmap {
   // Waits for the thread; it ends after its last frame and Finish.
   void Join();
 
-  CScreenCapture* m_pOwner;
+  CFrameTiming* m_pOwner;
   CVideoCodec* m_pCodec;
   std::thread m_hThread;
   ov::Event m_hReadyEvent{ov::Event::Reset::Manual};

@@ -5,20 +5,20 @@
 #include <mutex>
 #include <string>
 
+#include "core/Globals.h"
+#include "core/Log.h"
+#include "core/Rect.h"
 #include "platform/Files.h"
 #include "platform/VideoHardware.h"
 #include "platform/XServer.h"
-#include "core/Globals.h"
-#include "core/Log.h"
-#include "session/Subsystems.h"
+
+using ov::Height;
+using ov::Width;
 
 namespace {
 
 DisplayInfo g_Displays[ov::kMaxDisplays];
 int32_t g_nDisplayCount = 0;
-
-int32_t Width(const RECT& r) { return r.right - r.left; }
-int32_t Height(const RECT& r) { return r.bottom - r.top; }
 
 // X has no adapters apart from its outputs: each RandR monitor is reported
 // as one adapter would be, with the DRM driver standing for its driver.

@@ -13,4 +13,9 @@ inline constexpr int kMaxDisplays = 16;
 // layout the first display is taken again, whichever the host had chosen.
 void RebuildDisplayCatalogue(bool afterDisplayChange);
 
+// Start-up steps: the catalogue, with g_rcDisplay set to the first display;
+// the video controllers and monitors, from /sys and EDID, into the log.
+void BuildDisplayCatalogue();
+void ReportVideoHardware();
+
 }  // namespace ov

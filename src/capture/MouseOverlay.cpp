@@ -6,19 +6,23 @@
 #include <mutex>
 #include <thread>
 
+#include "core/Globals.h"
+#include "core/Log.h"
+#include "core/Rect.h"
 #include "platform/Clock.h"
 #include "platform/Library.h"
 #include "platform/MessageQueue.h"
 #include "platform/PointerWatcher.h"
 #include "platform/Thread.h"
-#include "core/Globals.h"
-#include "core/Log.h"
 
 POINT g_ptMouse;
 POINT g_ptClick;
 uint32_t g_dwClickTick;
 BOOL g_bLeftDown;
 BOOL g_bRightDown;
+
+using ov::Height;
+using ov::Width;
 
 namespace {
 
@@ -36,8 +40,6 @@ cairo_surface_t* g_pLeftClickImage;
 cairo_surface_t* g_pRightClickImage;
 POINT g_lastMoveRound{-1, -1};
 
-int32_t Width(const RECT& r) { return r.right - r.left; }
-int32_t Height(const RECT& r) { return r.bottom - r.top; }
 bool Inside(POINT p, const RECT& r) {
   return p.x >= r.left && p.x < r.right && p.y >= r.top && p.y < r.bottom;
 }

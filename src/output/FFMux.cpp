@@ -8,15 +8,15 @@
 
 #include "audio/WaveFormat.h"
 #include "audio/convert/FormatLog.h"
+#include "core/Globals.h"
+#include "core/Log.h"
+#include "formats/FrameIndexFile.h"
 #include "output/MuxOutput.h"
 #include "output/Watermark.h"
 #include "platform/Clock.h"
 #include "platform/Library.h"
 #include "platform/LogFile.h"
-#include "platform/SequentialFile.h"
 #include "platform/Thread.h"
-#include "core/Globals.h"
-#include "core/Log.h"
 
 namespace ov {
 
@@ -24,33 +24,9 @@ namespace {
 
 constexpr uint32_t kPollMs = 500;
 constexpr uint32_t kReportMs = 500;
-constexpr uint32_t kMaxFrameSide = 16384;
-
-// Units of text in UTF-16.
-size_t Utf16Length(const std::wstring& text) {
-  size_t n = 0;
-  for (wchar_t wc : text) n += static_cast<uint32_t>(wc) >= 0x10000 ? 2 : 1;
-  return n;
-}
 
 bool FitsRecord(const std::wstring& text) {
   return Utf16Length(text) < static_cast<size_t>(kMuxPathChars);
-}
-
-// Wide (UTF-32) text into a UTF-16 field of the record; the caller has
-// checked that it fits.
-void CopyUtf16(char16_t* out, const std::wstring& text) {
-  int n = 0;
-  for (wchar_t wc : text) {
-    const auto c = static_cast<uint32_t>(wc);
-    if (c >= 0x10000) {
-      out[n++] = static_cast<char16_t>(0xD800 + ((c - 0x10000) >> 10));
-      out[n++] = static_cast<char16_t>(0xDC00 + ((c - 0x10000) & 0x3FF));
-    } else {
-      out[n++] = static_cast<char16_t>(c);
-    }
-  }
-  out[n] = u'\0';
 }
 
 // Past the end of any recording; later trim times are taken as this, which
@@ -64,17 +40,19 @@ HRESULT Refuse(const char* why, const std::wstring& path) {
 
 std::wstring IndexPathOf(const wchar_t* videoFile) { return std::wstring(videoFile) + L".idx"; }
 
-// Opens the index and reads its header; the failures are logged.
-bool OpenFrameIndex(const std::wstring& path, SequentialFile* file, FrameIndexHeader* header) {
-  if (!file->Open(path.c_str())) {
-    WriteLog(kErr, "Failed(%d) to open file:%ls\n", LastError(), path.c_str());
-    return false;
-  }
-  if (file->Read(header, sizeof *header) != static_cast<int64_t>(sizeof *header)) {
-    WriteLog(kErr, "Failed(%d) to read file:%ls\n", LastError(), path.c_str());
-    return false;
-  }
-  return true;
+// Reads the index and its first maxEntries entries (all when negative); the
+// failures are logged.
+bool ReadIndex(const std::wstring& path, int64_t maxEntries, FrameIndexFile* index) {
+  int error = 0;
+  const char* wrong = ReadFrameIndex(ToUtf8(path), maxEntries, index, &error);
+  if (!wrong) return true;
+  if (index->fileBytes < 0)
+    WriteLog(kErr, "Failed(%d) to open file:%ls\n", error, path.c_str());
+  else if (error != 0)
+    WriteLog(kErr, "Failed(%d) to read file:%ls\n", error, path.c_str());
+  else
+    WriteLog(kErr, "Error format:%ls (%s)\n", path.c_str(), wrong);
+  return false;
 }
 
 struct AudioChoice {
@@ -188,13 +166,13 @@ void CFFMux::ChooseAudioFormat(const WAVEFORMATEXTENSIBLE* pSourceFormat,
   AudioChoice choice;
   WORD channels;
   switch (m_Muxer) {
-    case 2:
+    case FFMUX_MP4_VIDEO_ONLY:
       return;
-    case 5:
+    case FFMUX_MP3:
       choice = {"libmp3lame", WAVE_FORMAT_IEEE_FLOAT, 32, {48000, 44100, 22050, 8000}};
       channels = c == 1 ? 1 : 2;
       break;
-    case 8:
+    case FFMUX_AVI:
       choice = {"ac3", WAVE_FORMAT_IEEE_FLOAT, 32, {48000, 44100}};
       channels = c >= 4 ? 6 : 2;
       break;
@@ -237,11 +215,8 @@ HRESULT CFFMux::Prepare() {
   const bool watermark = g_szWatermarkFile[0] != L'\0' && r.bScreenStream;
   FrameIndexHeader header{};
   if (watermark) {
-    SequentialFile index;
-    // A size no encoder makes would only ask for a raster of gigabytes.
-    if (!OpenFrameIndex(IndexPathOf(r.szScreenCaptureFile), &index, &header) ||
-        header.width > kMaxFrameSide || header.height > kMaxFrameSide)
-      header.width = header.height = 0;
+    FrameIndexFile index;
+    if (ReadIndex(IndexPathOf(r.szScreenCaptureFile), 0, &index)) header = index.header;
   }
   if (m_Mapping.Create(watermark ? MuxRecordBytes(header.width, header.height) : kMuxRecordSize) !=
       0) {
@@ -257,13 +232,13 @@ HRESULT CFFMux::Prepare() {
 
   static constexpr int32_t kContainerOf[] = {kMuxMp4, kMuxMov, kMuxMp4VideoOnly, kMuxM4a, kMuxAdts,
                                              kMuxMp3, kMuxMkv, kMuxFlv,          kMuxAvi};
-  if (m_Muxer < 0 || m_Muxer > 8) {
+  if (m_Muxer < FFMUX_MP4 || m_Muxer > FFMUX_AVI) {
     WriteLog(kErr, "m_Muxer=%d?", m_Muxer);
     return E_FAIL;
   }
   m_pRecord->container = kContainerOf[m_Muxer];
-  if (m_Muxer == 2) m_pRecord->noAudio = 1;
-  if (m_Muxer >= 3 && m_Muxer <= 5) m_pRecord->noVideo = 1;
+  if (m_Muxer == FFMUX_MP4_VIDEO_ONLY) m_pRecord->noAudio = 1;
+  if (m_Muxer == FFMUX_M4A || m_Muxer == FFMUX_AAC || m_Muxer == FFMUX_MP3) m_pRecord->noVideo = 1;
 
   if (!m_pRecord->noVideo) {
     if (FAILED(PrepareVideo(watermark, header.width, header.height))) return E_FAIL;
@@ -284,32 +259,16 @@ HRESULT CFFMux::CreatePartFile() {
 
 HRESULT CFFMux::ReadFrameIndex(std::vector<FrameIndexEntry>* pEntries) {
   const std::wstring path = IndexPathOf(g_Recording->szScreenCaptureFile);
-  SequentialFile index;
-  FrameIndexHeader header;
-  if (!OpenFrameIndex(path, &index, &header)) return E_FAIL;
-  const int64_t size = index.Size();
-  const int64_t count = size > static_cast<int64_t>(sizeof header)
-                            ? (size - sizeof header) / sizeof(FrameIndexEntry)
-                            : 0;
-  pEntries->resize(static_cast<size_t>(count));
-  const int64_t bytes = count * static_cast<int64_t>(sizeof(FrameIndexEntry));
-  int64_t done = 0;
-  while (done < bytes) {
-    const uint32_t chunk = static_cast<uint32_t>(std::min<int64_t>(bytes - done, 1 << 30));
-    const int64_t n = index.Read(reinterpret_cast<uint8_t*>(pEntries->data()) + done, chunk);
-    if (n <= 0) {
-      WriteLog(kErr, "Failed(%d) to read file:%ls\n", LastError(), path.c_str());
-      return E_FAIL;
-    }
-    done += n;
-  }
+  FrameIndexFile index;
+  if (!ReadIndex(path, -1, &index)) return E_FAIL;
   // The trim arithmetic below trusts the times.
-  const size_t bad = FirstDisorderedEntry(pEntries->data(), pEntries->size());
-  if (bad != pEntries->size()) {
+  const size_t bad = FirstDisorderedEntry(index.entries.data(), index.entries.size());
+  if (bad != index.entries.size()) {
     WriteLog(kErr, "Error: frame %lld of %ls is out of time order\n", static_cast<long long>(bad),
              path.c_str());
     return E_FAIL;
   }
+  *pEntries = std::move(index.entries);
   return S_OK;
 }
 

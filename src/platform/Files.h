@@ -5,11 +5,9 @@
 #include <string>
 #include <vector>
 
-namespace ov {
+#include "platform/Text.h"
 
-std::string ToUtf8(const wchar_t* text);
-std::string ToUtf8(const std::wstring& text);
-std::wstring FromUtf8(const std::string& text);
+namespace ov {
 
 // A path field's room in wide characters, the terminator included.
 inline constexpr size_t kPathRoom = 260;
@@ -28,6 +26,8 @@ std::wstring DocumentsFolder();
 std::wstring TempFolder();
 
 // Each returns 0 on success, else the system's error number.
+// Writes all of data, through interruptions and short writes.
+int WriteAll(int fd, const void* data, size_t size);
 int CreateFolder(const std::wstring& path);
 int RemoveFile(const std::wstring& path);
 int MoveFile(const std::wstring& from, const std::wstring& to);

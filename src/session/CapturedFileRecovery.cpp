@@ -7,13 +7,13 @@
 #include <vector>
 
 #include "audio/WaveFormat.h"
-#include "formats/FrameIndex.h"
+#include "core/Globals.h"
+#include "core/Log.h"
+#include "formats/FrameIndexFile.h"
 #include "orvanta/captured.h"
 #include "platform/Files.h"
 #include "platform/SequentialFile.h"
 #include "session/CapturedFiles.h"
-#include "core/Globals.h"
-#include "core/Log.h"
 
 namespace ov {
 
@@ -40,42 +40,34 @@ struct VideoFound {
 bool RecoverVideo(const wchar_t* video, VideoFound* found) {
   const std::wstring index = std::wstring(video) + L".idx";
   const int64_t streamSize = FileSize(video);
-  SequentialFile file;
-  if (streamSize < 0 || !file.OpenForUpdate(index.c_str())) {
-    WriteLog(kErr, "Failed(%d) to open file:%ls\n", LastError(), index.c_str());
+  FrameIndexFile file;
+  int error = 0;
+  const char* wrong =
+      streamSize < 0 ? "can't be opened" : ReadFrameIndex(ToUtf8(index), -1, &file, &error);
+  if (wrong) {
+    if (file.fileBytes < 0)
+      WriteLog(kErr, "Failed(%d) to open file:%ls\n", streamSize < 0 ? LastError() : error,
+               index.c_str());
+    else
+      WriteLog(kErr, "Error format:%ls\n", index.c_str());
     return false;
-  }
-  FrameIndexHeader header;
-  if (file.Read(&header, sizeof header) != sizeof header ||
-      std::memcmp(header.magic, kFrameIndexMagic, sizeof header.magic) != 0) {
-    WriteLog(kErr, "Error format:%ls\n", index.c_str());
-    return false;
-  }
-  const int64_t size = file.Size();
-  int64_t count = (size - static_cast<int64_t>(sizeof header)) / sizeof(FrameIndexEntry);
-  std::vector<FrameIndexEntry> entries(static_cast<size_t>(std::max<int64_t>(count, 0)));
-  const int64_t bytes = count * static_cast<int64_t>(sizeof(FrameIndexEntry));
-  for (int64_t done = 0; done < bytes;) {
-    const int64_t n = file.Read(reinterpret_cast<char*>(entries.data()) + done,
-                                static_cast<uint32_t>(std::min<int64_t>(bytes - done, 1 << 20)));
-    if (n <= 0) return false;
-    done += n;
   }
   // The stream is written before the index, so only a write that failed
   // half-way leaves an entry whose frame is not all there.
-  while (count > 0 &&
-         entries[count - 1].offset + entries[count - 1].size > static_cast<uint64_t>(streamSize))
-    --count;
-  const int64_t whole = static_cast<int64_t>(sizeof header) + count * sizeof(FrameIndexEntry);
-  if (whole != size) {
-    WriteLog(kWan, "Recovery: %lld torn bytes cut from %ls\n", static_cast<long long>(size - whole),
-             index.c_str());
-    if (!file.Truncate(whole)) WriteLog(kErr, "Failed(%d) to write\n", LastError());
+  int64_t count = file.fileEntries;
+  while (count > 0 && !EntryInside(file.entries[count - 1], streamSize)) --count;
+  const int64_t whole = static_cast<int64_t>(sizeof file.header) + count * sizeof(FrameIndexEntry);
+  if (whole != file.fileBytes) {
+    WriteLog(kWan, "Recovery: %lld torn bytes cut from %ls\n",
+             static_cast<long long>(file.fileBytes - whole), index.c_str());
+    SequentialFile update;
+    if (!update.OpenForUpdate(index.c_str()) || !update.Truncate(whole))
+      WriteLog(kErr, "Failed(%d) to write\n", LastError());
   }
   found->frames = count;
-  found->duration = count > 0 ? TicksToTime(entries[count - 1].time) : 0;
-  found->width = static_cast<int32_t>(header.width);
-  found->height = static_cast<int32_t>(header.height);
+  found->duration = count > 0 ? TicksToTime(file.entries[count - 1].time) : 0;
+  found->width = static_cast<int32_t>(file.header.width);
+  found->height = static_cast<int32_t>(file.header.height);
   return true;
 }
 

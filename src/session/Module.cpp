@@ -3,15 +3,16 @@
 
 #include <new>
 
+#include "capture/DisplayCatalogue.h"
+#include "core/Globals.h"
+#include "core/Log.h"
+#include "core/ObjectRegistry.h"
 #include "encode/VendorTable.h"
+#include "pixels/PixelDispatch.h"
 #include "platform/ChildProcess.h"
 #include "platform/GraphicsProbe.h"
 #include "platform/Thread.h"
 #include "platform/XServer.h"
-#include "core/Globals.h"
-#include "core/Log.h"
-#include "core/ObjectRegistry.h"
-#include "session/Subsystems.h"
 #include "session/SystemReport.h"
 
 namespace ov {
@@ -106,18 +107,16 @@ extern "C" HRESULT ovInitialize() {
   WriteSystemReport();
   WriteDisplayReport();
   g_mainThreadId = CurrentThreadId();
-  InstallCrashReporter();
+  // The steps of subsystems still to come take their places in this order:
+  // the crash reporter first; the image encoders after the displays; the
+  // cursor files after the pixel dispatch; the camera and audio-device
+  // catalogues after the encoders; the hardware capture probe last.
   std::set_new_handler(OnAllocationFailure);
   ReportVideoHardware();
   BuildDisplayCatalogue();
-  InitializeImageEncoders();
   InitializePixelDispatch();
-  LoadCursors();
   ProbeVideoEncoders();
-  BuildCameraCatalogue();
-  BuildAudioCatalogue();
   ProbeGraphics();
-  ProbeHardwareScreenCapture();
   SuspendScreenSaver(true);
   return S_OK;
 }

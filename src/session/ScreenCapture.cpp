@@ -7,6 +7,9 @@
 #include "audio/AudioStream.h"
 #include "capture/DisplayCatalogue.h"
 #include "capture/MouseOverlay.h"
+#include "core/Globals.h"
+#include "core/Log.h"
+#include "core/Rect.h"
 #include "encode/VendorTable.h"
 #include "encode/VideoCodec.h"
 #include "platform/Clock.h"
@@ -15,8 +18,9 @@
 #include "platform/VideoHardware.h"
 #include "platform/XServer.h"
 #include "session/CapturedFiles.h"
-#include "core/Globals.h"
-#include "core/Log.h"
+
+using ov::Height;
+using ov::Width;
 
 namespace {
 
@@ -33,17 +37,13 @@ void OnXServerLost() {
   if (g_pSession) g_pSession->EndOnFailure(OV_E_DEVICE_LOST);
 }
 
-int32_t Width(const RECT& r) { return r.right - r.left; }
-int32_t Height(const RECT& r) { return r.bottom - r.top; }
-
 }  // namespace
 
 CScreenCapture::CodecFactory CScreenCapture::s_codecFactoryForTesting = nullptr;
 
 CScreenCapture::CScreenCapture()
     : CScreenRecoderObject("CScreenRecoderObject"),
-      m_dwFrameInterval(1000u / static_cast<uint32_t>(g_videoOpt.FrameRate)),
-      m_dwBaseInterval(1000u / static_cast<uint32_t>(g_videoOpt.FrameRate)) {
+      CFrameTiming(1000u / static_cast<uint32_t>(g_videoOpt.FrameRate)) {
   std::lock_guard<std::mutex> lock(g_sessionMutex);
   g_pSession = this;
   ov::SetXServerLostHandler(OnXServerLost);

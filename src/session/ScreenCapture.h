@@ -7,6 +7,7 @@
 #include <thread>
 
 #include "core/FrameRateControl.h"
+#include "core/FrameTiming.h"
 #include "core/WriterStatistics.h"
 #include "orvanta/recorder.h"
 #include "platform/Event.h"
@@ -18,7 +19,8 @@ class CGdiCaptureVideoStream;
 
 class CScreenCapture : public CScreenRecoderObject,
                        public CWriterStatistics,
-                       public CFrameRateControl {
+                       public CFrameRateControl,
+                       public CFrameTiming {
  public:
   CScreenCapture();
   ~CScreenCapture() override;
@@ -59,13 +61,6 @@ class CScreenCapture : public CScreenRecoderObject,
   CAudioStream* m_pAudioStream = nullptr;
   CRecoderProvidedClock* m_pClock = nullptr;
   CGdiCaptureVideoStream* m_pGdiStream = nullptr;
-  int64_t m_nFrameCount = 0;
-  std::atomic<uint32_t> m_dwFrameInterval;
-  const uint32_t m_dwBaseInterval;
-  uint32_t m_dwElapsed = 0;
-  std::atomic<uint32_t> m_dwStartTick{0};
-  uint32_t m_dwFrameTick = 0;
-  ov::Event m_hRunEvent{ov::Event::Reset::Manual};
   std::atomic<int64_t> m_nBytesWritten{0};
   std::atomic<uint32_t> m_nFrameCounter{0};
   uint32_t m_dwUIThreadId = 0;

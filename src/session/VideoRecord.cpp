@@ -2,17 +2,19 @@
 #include <cstring>
 #include <string>
 
+#include "core/Globals.h"
+#include "core/Log.h"
+#include "core/Rect.h"
 #include "platform/XServer.h"
 #include "session/CapturedFileRecovery.h"
 #include "session/CapturedFiles.h"
-#include "core/Globals.h"
-#include "core/Log.h"
 #include "session/ScreenCapture.h"
+
+using ov::Height;
+using ov::Width;
 
 namespace {
 
-int32_t Width(const RECT& r) { return r.right - r.left; }
-int32_t Height(const RECT& r) { return r.bottom - r.top; }
 bool SameRect(const RECT& a, const RECT& b) { return std::memcmp(&a, &b, sizeof a) == 0; }
 
 void SetUnborder(BOOL bShowRecordingBox) {

@@ -11,11 +11,11 @@
 #include <string>
 #include <vector>
 
-#include "FrameIndexFile.h"
+#include "JobIndex.h"
 #include "MuxJob.h"
 #include "MuxLog.h"
-#include "output/MuxAudioReader.h"
 #include "output/FFMux.h"
+#include "output/MuxAudioReader.h"
 #include "platform/Files.h"
 
 namespace {
@@ -63,8 +63,8 @@ void FuzzFrameIndex(const uint8_t* data, size_t size) {
   job.indexPath = job.videoPath = file.Path();
   job.firstFrame = static_cast<int32_t>(range & 0xFF);
   job.endFrame = job.firstFrame + 1 + static_cast<int32_t>(range >> 8 & 0xFFF);
-  mux::FrameIndexFile index;
-  if (!mux::ReadFrameIndex(job, streamBytes, &index)) return;
+  ov::FrameIndexFile index;
+  if (!mux::ReadJobIndex(job, streamBytes, &index)) return;
   REFERENCE_TIME start = static_cast<REFERENCE_TIME>(range >> 20) * 1000000;
   REFERENCE_TIME limit = static_cast<REFERENCE_TIME>(range & 0x3F) * REF_TIME_UNITS;
   const ov::FrameRange kept = ov::ComputeFrameRange(index.entries, &start, 0, &limit);

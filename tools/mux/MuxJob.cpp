@@ -7,43 +7,14 @@
 
 #include "Containers.h"
 #include "MuxLog.h"
+#include "platform/Text.h"
 
 namespace mux {
 
 namespace {
 
-// A zero-terminated UTF-16 field to UTF-8; false for a field without its
-// terminator or with a broken surrogate pair.
 bool Utf8Of(const char16_t* field, std::string* out) {
-  out->clear();
-  for (int i = 0; i < ov::kMuxPathChars; ++i) {
-    uint32_t c = field[i];
-    if (c == 0) return true;
-    if (c >= 0xD800 && c < 0xDC00) {
-      const uint32_t low = i + 1 < ov::kMuxPathChars ? field[i + 1] : 0;
-      if (low < 0xDC00 || low >= 0xE000) return false;
-      c = 0x10000 + ((c - 0xD800) << 10) + (low - 0xDC00);
-      ++i;
-    } else if (c >= 0xDC00 && c < 0xE000) {
-      return false;
-    }
-    if (c < 0x80) {
-      *out += static_cast<char>(c);
-    } else if (c < 0x800) {
-      *out += static_cast<char>(0xC0 | (c >> 6));
-      *out += static_cast<char>(0x80 | (c & 0x3F));
-    } else if (c < 0x10000) {
-      *out += static_cast<char>(0xE0 | (c >> 12));
-      *out += static_cast<char>(0x80 | ((c >> 6) & 0x3F));
-      *out += static_cast<char>(0x80 | (c & 0x3F));
-    } else {
-      *out += static_cast<char>(0xF0 | (c >> 18));
-      *out += static_cast<char>(0x80 | ((c >> 12) & 0x3F));
-      *out += static_cast<char>(0x80 | ((c >> 6) & 0x3F));
-      *out += static_cast<char>(0x80 | (c & 0x3F));
-    }
-  }
-  return false;
+  return ov::Utf16ToUtf8(field, ov::kMuxPathChars, out);
 }
 
 bool Flag(int32_t value) { return value == 0 || value == 1; }

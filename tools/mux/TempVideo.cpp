@@ -71,7 +71,7 @@ bool TempVideo::Open(const MuxJob& job) {
     Log(kErr, "mux: the temp video %s is not a file\n", m_path.c_str());
     return false;
   }
-  if (!ReadFrameIndex(job, st.st_size, &m_index)) return false;
+  if (!ReadJobIndex(job, st.st_size, &m_index)) return false;
   m_first = job.firstFrame;
   m_end = static_cast<int32_t>(m_index.entries.size());
   m_codec = CodecOf(m_index.header.codecType);

@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <vector>
 
-#include "FrameIndexFile.h"
+#include "JobIndex.h"
 #include "Libav.h"
 #include "MuxJob.h"
 
@@ -43,7 +43,7 @@ class TempVideo {
  private:
   int m_fd = -1;
   std::string m_path;
-  FrameIndexFile m_index;
+  ov::FrameIndexFile m_index;
   int32_t m_first = 0;
   int32_t m_end = 0;
   AVCodecID m_codec = AV_CODEC_ID_NONE;

@@ -10,6 +10,7 @@
 #include "Console.h"
 #include "Engine.h"
 #include "Interrupts.h"
+#include "platform/Text.h"
 
 // The engine's interface for mux progress. Named here so that, once the
 // engine's header declares it, the command derives from the real one.
@@ -60,9 +61,6 @@ using GIFMuxFn = HRESULT (*)(const wchar_t*, int, MuxCallbackBase*);
 using WMMuxFn = HRESULT (*)(const wchar_t*, int, const void*, const void*, int, MuxCallbackBase*);
 using GetAudioCodecInfoFn = const void* (*)(int, int);
 
-// FFMux's first argument: the container. Only MP4 is served for now.
-constexpr int kMuxerMp4 = 0;
-
 bool EngineFileExists(const char* name, bool executable) {
   std::string path = EngineHelperFolder() + "/" + name;
   return access(path.c_str(), executable ? X_OK : R_OK) == 0;
@@ -87,7 +85,7 @@ HRESULT StartMux(int32_t codec, const std::wstring& out, MuxProgress* progress) 
     return reinterpret_cast<WMMuxFn>(EngineSymbol("WMMux"))(out.c_str(), 0, render, capture, 1,
                                                             progress);
   }
-  return reinterpret_cast<FFMuxFn>(EngineSymbol("FFMux"))(kMuxerMp4, 0, out.c_str(), 0, progress);
+  return reinterpret_cast<FFMuxFn>(EngineSymbol("FFMux"))(FFMUX_MP4, 0, out.c_str(), 0, progress);
 }
 
 }  // namespace
@@ -113,7 +111,7 @@ const char* OutputExtension(int32_t codec) {
 
 Assembled Assemble(int32_t codec, const std::string& out, int32_t* result) {
   MuxProgress& progress = Progress();
-  HRESULT started = StartMux(codec, Widen(out), &progress);
+  HRESULT started = StartMux(codec, ov::FromUtf8(out), &progress);
   if (started != S_OK) {
     *result = started;
     return Assembled::Failed;

@@ -24,7 +24,4 @@ std::string EngineLogPath();
 // A C symbol of the loaded engine, or null while the engine lacks it.
 void* EngineSymbol(const char* name);
 
-std::wstring Widen(const std::string& utf8);
-std::string Narrow(const wchar_t* text);
-
 }  // namespace cli

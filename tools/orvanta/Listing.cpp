@@ -11,6 +11,7 @@
 #include "Engine.h"
 #include "RecordOptions.h"
 #include "XDisplay.h"
+#include "platform/Text.h"
 
 namespace cli {
 
@@ -48,7 +49,8 @@ void PrintAudioEndpoints() {
                          "microphone (default input)"};
   for (int i = 0; i < 2; ++i) {
     const AudioDeviceHead* device = getDevice(i);
-    std::printf("  %-48s %s\n", roles[i], device ? Narrow(device->szName).c_str() : "none found");
+    std::printf("  %-48s %s\n", roles[i],
+                device ? ov::ToUtf8(device->szName).c_str() : "none found");
   }
 }
 
@@ -87,8 +89,8 @@ int RunDisplays() {
     const DisplayInfo* d = GetDisplayInfo(i);
     const RECT& r = d->rcMonitor;
     std::string size = std::to_string(r.right - r.left) + "x" + std::to_string(r.bottom - r.top);
-    std::printf("%-3d %-12s %-11s %d,%d\n", i, Narrow(d->szDevice).c_str(), size.c_str(), r.left,
-                r.top);
+    std::printf("%-3d %-12s %-11s %d,%d\n", i, ov::ToUtf8(d->szDevice).c_str(), size.c_str(),
+                r.left, r.top);
   }
   return kExitOk;
 }

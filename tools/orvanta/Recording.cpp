@@ -17,15 +17,17 @@
 #include "Engine.h"
 #include "Interrupts.h"
 #include "XDisplay.h"
+#include "core/Rect.h"
+#include "platform/Text.h"
 
 namespace cli {
+
+using ov::Height;
+using ov::Width;
 
 namespace {
 
 namespace fs = std::filesystem;
-
-int32_t Width(const RECT& r) { return r.right - r.left; }
-int32_t Height(const RECT& r) { return r.bottom - r.top; }
 
 std::string Describe(const RECT& r) {
   return std::to_string(Width(r)) + "x" + std::to_string(Height(r)) + " at " +
@@ -216,7 +218,7 @@ void RecordUntilStopped(CScreenRecoderObject* recorder, double seconds) {
 // A sound track that was asked for but left no temp file behind.
 bool TrackMissing(BOOL stream, const wchar_t* path) {
   std::error_code ec;
-  return stream && !fs::exists(Narrow(path), ec);
+  return stream && !fs::exists(ov::ToUtf8(path), ec);
 }
 
 double RecordedSeconds(const CapturedFile& f) {
@@ -228,7 +230,7 @@ void ListTempFiles(const CapturedFile& f, const std::string& folder) {
   Note("The recording stays as temp files in %s:", folder.c_str());
   std::error_code ec;
   for (const wchar_t* path : {f.szScreenCaptureFile, f.szWaveOutFile, f.szWaveInFile}) {
-    std::string name = Narrow(path);
+    std::string name = ov::ToUtf8(path);
     if (name.empty()) continue;
     if (fs::exists(name, ec))
       Note("  %-24s %s", fs::path(name).filename().c_str(),
@@ -248,8 +250,8 @@ void PrintSummary(const CapturedFile& f, const RecordOptions& o, const std::stri
               FormatBytes(static_cast<int64_t>(fs::file_size(out, ec))).c_str());
   std::printf("  video     %s %dx%d, %d fps\n", CodecTitle(o.codec), f.nWidth, f.nHeight, o.fps);
   std::string sound;
-  if (f.bWaveOutStream && fs::exists(Narrow(f.szWaveOutFile), ec)) sound = "system sound";
-  if (f.bWaveInStream && fs::exists(Narrow(f.szWaveInFile), ec))
+  if (f.bWaveOutStream && fs::exists(ov::ToUtf8(f.szWaveOutFile), ec)) sound = "system sound";
+  if (f.bWaveInStream && fs::exists(ov::ToUtf8(f.szWaveInFile), ec))
     sound += sound.empty() ? "microphone" : " + microphone";
   std::printf("  audio     %s\n", sound.empty() ? "none" : sound.c_str());
 }
@@ -376,7 +378,7 @@ int RunRecording(const RecordOptions& o) {
   AudioOpt audio{o.systemAudio ? 1 : 0, o.mic ? 1 : 0};
   HRESULT hr = S_OK;
   CScreenRecoderObject* recorder =
-      ovVideoRecord(0, Widen(temp.path).c_str(), &video, audio, &mouse, 0, &hr);
+      ovVideoRecord(0, ov::FromUtf8(temp.path).c_str(), &video, audio, &mouse, 0, &hr);
   if (!recorder) {
     if (GetCapturedFile()) FreeCapturedFile(1);
     temp.RemoveIfOurs();

@@ -8,6 +8,7 @@
 #include "Assembly.h"
 #include "Console.h"
 #include "Engine.h"
+#include "platform/Text.h"
 
 namespace cli {
 
@@ -39,7 +40,7 @@ int RunRecover(const std::vector<std::string>& args) {
     return kExitUsage;
   }
   Engine engine;
-  HRESULT hr = RecoverCapturedFile(Widen(folder).c_str());
+  HRESULT hr = RecoverCapturedFile(ov::FromUtf8(folder).c_str());
   CapturedFile* file = GetCapturedFile();
   if (FAILED(hr) || !file) {
     Error("no recording to recover in %s (0x%08x); see %s", folder.c_str(),

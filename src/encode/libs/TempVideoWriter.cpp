@@ -5,22 +5,11 @@
 
 #include <cerrno>
 
+#include "platform/Files.h"
+
 namespace ov::enc {
 
 namespace {
-
-int WriteAll(int fd, const void* data, size_t size) {
-  const uint8_t* p = static_cast<const uint8_t*>(data);
-  while (size > 0) {
-    ssize_t n = write(fd, p, size);
-    if (n < 0 && errno == EINTR) continue;
-    if (n < 0) return errno;
-    if (n == 0) return EIO;
-    p += n;
-    size -= static_cast<size_t>(n);
-  }
-  return 0;
-}
 
 int OpenForWriting(const std::string& path) {
   return open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);

@@ -7,6 +7,8 @@
 #include <cerrno>
 #include <cstdint>
 
+#include "platform/Files.h"
+
 namespace ov {
 
 int AnonymousFile::Create(const std::wstring& folder) {
@@ -23,18 +25,7 @@ int AnonymousFile::Create(const std::wstring& folder) {
   return 0;
 }
 
-int AnonymousFile::Write(const void* data, size_t size) {
-  const auto* p = static_cast<const uint8_t*>(data);
-  while (size > 0) {
-    const ssize_t n = write(m_fd.Get(), p, size);
-    if (n < 0 && errno == EINTR) continue;
-    if (n < 0) return errno;
-    if (n == 0) return EIO;
-    p += n;
-    size -= static_cast<size_t>(n);
-  }
-  return 0;
-}
+int AnonymousFile::Write(const void* data, size_t size) { return WriteAll(m_fd.Get(), data, size); }
 
 int AnonymousFile::Rewind() { return lseek(m_fd.Get(), 0, SEEK_SET) == 0 ? 0 : errno; }
 

@@ -16,64 +16,17 @@
 
 namespace ov {
 
-std::string ToUtf8(const wchar_t* text) {
-  std::string out;
-  if (!text) return out;
-  for (; *text; ++text) {
-    uint32_t c = static_cast<uint32_t>(*text);
-    if (c > 0x10FFFF || (c >= 0xD800 && c <= 0xDFFF)) c = 0xFFFD;
-    if (c < 0x80) {
-      out += static_cast<char>(c);
-    } else if (c < 0x800) {
-      out += static_cast<char>(0xC0 | (c >> 6));
-      out += static_cast<char>(0x80 | (c & 0x3F));
-    } else if (c < 0x10000) {
-      out += static_cast<char>(0xE0 | (c >> 12));
-      out += static_cast<char>(0x80 | ((c >> 6) & 0x3F));
-      out += static_cast<char>(0x80 | (c & 0x3F));
-    } else {
-      out += static_cast<char>(0xF0 | (c >> 18));
-      out += static_cast<char>(0x80 | ((c >> 12) & 0x3F));
-      out += static_cast<char>(0x80 | ((c >> 6) & 0x3F));
-      out += static_cast<char>(0x80 | (c & 0x3F));
-    }
+int WriteAll(int fd, const void* data, size_t size) {
+  const auto* p = static_cast<const uint8_t*>(data);
+  while (size > 0) {
+    const ssize_t n = write(fd, p, size);
+    if (n < 0 && errno == EINTR) continue;
+    if (n < 0) return errno;
+    if (n == 0) return ENOSPC;
+    p += n;
+    size -= static_cast<size_t>(n);
   }
-  return out;
-}
-
-std::string ToUtf8(const std::wstring& text) { return ToUtf8(text.c_str()); }
-
-std::wstring FromUtf8(const std::string& text) {
-  std::wstring out;
-  const auto* p = reinterpret_cast<const unsigned char*>(text.data());
-  const auto* end = p + text.size();
-  while (p < end) {
-    uint32_t c = *p++;
-    int extra = 0;
-    if (c >= 0xF0 && c < 0xF8) {
-      c &= 0x07;
-      extra = 3;
-    } else if (c >= 0xE0) {
-      c &= 0x0F;
-      extra = 2;
-    } else if (c >= 0xC0) {
-      c &= 0x1F;
-      extra = 1;
-    } else if (c >= 0x80) {
-      out += L'\xFFFD';
-      continue;
-    }
-    bool bad = false;
-    for (int i = 0; i < extra; ++i) {
-      if (p >= end || (*p & 0xC0) != 0x80) {
-        bad = true;
-        break;
-      }
-      c = (c << 6) | (*p++ & 0x3F);
-    }
-    out += bad ? L'\xFFFD' : static_cast<wchar_t>(c);
-  }
-  return out;
+  return 0;
 }
 
 bool PathFits(const wchar_t* path) { return path && wcsnlen(path, kPathRoom) < kPathRoom; }

@@ -12,6 +12,8 @@
 #include <chrono>
 #include <cstring>
 
+#include "platform/Files.h"
+
 namespace ov {
 
 namespace {
@@ -36,22 +38,10 @@ void PrepareCopyForFaults() {
   prctl(PR_SET_PDEATHSIG, SIGKILL);
 }
 
-bool WriteAll(int fd, const void* data, size_t size) {
-  const char* p = static_cast<const char*>(data);
-  while (size > 0) {
-    ssize_t n = write(fd, p, size);
-    if (n < 0 && errno == EINTR) continue;
-    if (n <= 0) return false;
-    p += n;
-    size -= static_cast<size_t>(n);
-  }
-  return true;
-}
-
 [[noreturn]] void RunInCopy(int pipeOut, void* data, size_t size, IsolatedFn call, void* context) {
   PrepareCopyForFaults();
   call(data, context);
-  _exit(WriteAll(pipeOut, data, size) ? 0 : 1);
+  _exit(WriteAll(pipeOut, data, size) == 0 ? 0 : 1);
 }
 
 // Reads size bytes into out; stops early when the writer closes, the time is

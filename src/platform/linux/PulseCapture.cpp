@@ -242,18 +242,15 @@ class PulseAudioClient final : public AudioClient {
   HRESULT Cork(bool cork) {
     CaptureState& s = *m_state;
     if (!s.stream) return AUDCLNT_E_NOT_INITIALIZED;
-    PulseLock lock(s.context->Loop());
-    HRESULT hr = PulseContext::StreamHealth(s.stream);
-    if (FAILED(hr)) return hr;
-    pa_operation* op =
-        pa_stream_cork(s.stream, cork ? 1 : 0, PulseContext::SignalSuccess, s.context->Loop());
-    if (!s.context->Wait(op)) return AUDCLNT_E_DEVICE_INVALIDATED;
+    HRESULT hr = CorkStream(*s.context, s.stream, cork);
     // Fresh timing for the running stream: packet times do not wait for the
     // next automatic report.
-    if (!cork)
+    if (SUCCEEDED(hr) && !cork) {
+      PulseLock lock(s.context->Loop());
       s.context->Wait(
           pa_stream_update_timing_info(s.stream, PulseContext::SignalSuccess, s.context->Loop()));
-    return S_OK;
+    }
+    return hr;
   }
 
   std::shared_ptr<CaptureState> m_state;

@@ -99,6 +99,15 @@ void PulseContext::SignalSuccess(pa_stream*, int, void* loop) {
 
 namespace ov {
 
+HRESULT CorkStream(PulseContext& context, pa_stream* stream, bool cork) {
+  PulseLock lock(context.Loop());
+  HRESULT hr = PulseContext::StreamHealth(stream);
+  if (FAILED(hr)) return hr;
+  pa_operation* op =
+      pa_stream_cork(stream, cork ? 1 : 0, PulseContext::SignalSuccess, context.Loop());
+  return context.Wait(op) ? S_OK : AUDCLNT_E_DEVICE_INVALIDATED;
+}
+
 void ReleaseStream(PulseContext& context, pa_stream* stream) {
   PulseLock lock(context.Loop());
   pa_stream_set_state_callback(stream, nullptr, nullptr);

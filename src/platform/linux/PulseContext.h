@@ -71,6 +71,10 @@ struct PulseDevice {
   pa_channel_map map{};
 };
 
+// Pauses (cork) or runs a stream and waits for the server to do it; takes
+// the loop's lock itself.
+HRESULT CorkStream(PulseContext& context, pa_stream* stream, bool cork);
+
 // Detaches a stream from its callbacks and the server, and drops it; takes
 // the loop's lock itself.
 void ReleaseStream(PulseContext& context, pa_stream* stream);

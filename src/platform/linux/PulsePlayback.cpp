@@ -44,16 +44,7 @@ HRESULT SilentPlayer::Open(const AudioEndpoint& endpoint, std::unique_ptr<Silent
   return S_OK;
 }
 
-static HRESULT Cork(SilentPlayer::State& s, bool cork) {
-  PulseLock lock(s.context->Loop());
-  HRESULT hr = PulseContext::StreamHealth(s.stream);
-  if (FAILED(hr)) return hr;
-  pa_operation* op =
-      pa_stream_cork(s.stream, cork ? 1 : 0, PulseContext::SignalSuccess, s.context->Loop());
-  return s.context->Wait(op) ? S_OK : AUDCLNT_E_DEVICE_INVALIDATED;
-}
-
-HRESULT SilentPlayer::Start() { return Cork(*m_state, false); }
-HRESULT SilentPlayer::Stop() { return Cork(*m_state, true); }
+HRESULT SilentPlayer::Start() { return CorkStream(*m_state->context, m_state->stream, false); }
+HRESULT SilentPlayer::Stop() { return CorkStream(*m_state->context, m_state->stream, true); }
 
 }  // namespace ov

@@ -6,6 +6,8 @@
 
 #include <cerrno>
 
+#include "platform/Files.h"
+
 namespace ov {
 
 bool SequentialFile::Create(const wchar_t* path) {
@@ -37,18 +39,9 @@ bool SequentialFile::OpenForUpdate(const wchar_t* path) {
 }
 
 bool SequentialFile::Write(const void* data, uint32_t count) {
-  const char* p = static_cast<const char*>(data);
-  while (count > 0) {
-    ssize_t n = write(m_fd.Get(), p, count);
-    if (n < 0 && errno == EINTR) continue;
-    if (n <= 0) {
-      if (n == 0) errno = ENOSPC;
-      return false;
-    }
-    p += n;
-    count -= static_cast<uint32_t>(n);
-  }
-  return true;
+  const int error = WriteAll(m_fd.Get(), data, count);
+  if (error != 0) errno = error;
+  return error == 0;
 }
 
 bool SequentialFile::WriteAt(const void* data, uint32_t count, int64_t offset) {

@@ -3,22 +3,16 @@
 #pragma once
 
 #include <cstdint>
-#include <vector>
 
 #include "MuxJob.h"
-#include "formats/FrameIndex.h"
+#include "formats/FrameIndexFile.h"
 
 namespace mux {
-
-struct FrameIndexFile {
-  ov::FrameIndexHeader header{};
-  std::vector<ov::FrameIndexEntry> entries;  // 0 .. endFrame - 1
-};
 
 // False, with a log line, for an index that can't be read, isn't one, or
 // whose entries in the range don't lie inside a stream of streamBytes or
 // don't keep time. A last frame cut short by the stream's end is left out:
 // entries then ends one short of the job's end.
-bool ReadFrameIndex(const MuxJob& job, int64_t streamBytes, FrameIndexFile* index);
+bool ReadJobIndex(const MuxJob& job, int64_t streamBytes, ov::FrameIndexFile* index);
 
 }  // namespace mux
