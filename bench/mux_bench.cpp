@@ -18,12 +18,12 @@
 #include <vector>
 
 #include "audio/WaveEncoder.h"
+#include "core/Globals.h"
+#include "core/Log.h"
 #include "encode/VendorTable.h"
 #include "orvanta/orvanta.h"
 #include "platform/Files.h"
 #include "platform/LogFile.h"
-#include "core/Globals.h"
-#include "core/Log.h"
 
 namespace {
 

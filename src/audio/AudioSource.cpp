@@ -7,10 +7,10 @@
 #include <system_error>
 
 #include "audio/WaveFormat.h"
-#include "platform/Clock.h"
-#include "platform/Thread.h"
 #include "core/Globals.h"
 #include "core/Log.h"
+#include "platform/Clock.h"
+#include "platform/Thread.h"
 
 using namespace ov;
 

@@ -5,8 +5,8 @@
 #include <cwchar>
 
 #include "audio/WaveFormat.h"
-#include "core/WriterStatistics.h"
 #include "core/Log.h"
+#include "core/WriterStatistics.h"
 
 static_assert(std::atomic<int64_t>::is_always_lock_free);
 

@@ -6,8 +6,8 @@
 #include <cstring>
 #include <mutex>
 
-#include "platform/Files.h"
 #include "core/Globals.h"
+#include "platform/Files.h"
 
 namespace ov {
 

@@ -1,6 +1,6 @@
-#include "orvanta/module.h"
 #include "core/Log.h"
 #include "core/ObjectRegistry.h"
+#include "orvanta/module.h"
 
 namespace {
 

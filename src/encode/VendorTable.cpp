@@ -3,10 +3,10 @@
 #include <memory>
 #include <vector>
 
+#include "core/Log.h"
 #include "orvanta/encoders.h"
 #include "platform/IsolatedCall.h"
 #include "platform/Library.h"
-#include "core/Log.h"
 
 namespace ov {
 

@@ -9,12 +9,12 @@
 #include <string>
 #include <vector>
 
-#include "output/MuxAudioReader.h"
 #include "audio/convert/AlignedBuffer.h"
 #include "formats/FrameIndex.h"
+#include "formats/MuxRecord.h"
 #include "orvanta/mux.h"
 #include "orvanta/types.h"
-#include "formats/MuxRecord.h"
+#include "output/MuxAudioReader.h"
 #include "platform/AnonymousFile.h"
 #include "platform/ChildProcess.h"
 #include "platform/Files.h"

@@ -1,7 +1,7 @@
 #include "output/MuxOutput.h"
 
-#include "platform/Files.h"
 #include "core/Log.h"
+#include "platform/Files.h"
 
 namespace ov {
 

@@ -9,9 +9,9 @@
 #include <string>
 #include <vector>
 
+#include "core/Log.h"
 #include "orvanta/mux.h"
 #include "platform/Files.h"
-#include "core/Log.h"
 
 extern "C" {
 #include <libavcodec/avcodec.h>

@@ -3,8 +3,8 @@
 #include <cstdint>
 #include <cstring>
 
-#include "pixels/PixelDispatch.h"
 #include "core/Log.h"
+#include "pixels/PixelDispatch.h"
 
 namespace {
 

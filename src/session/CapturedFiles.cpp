@@ -4,9 +4,9 @@
 #include <cwchar>
 #include <new>
 
-#include "platform/Files.h"
 #include "core/Globals.h"
 #include "core/Log.h"
+#include "platform/Files.h"
 
 namespace ov {
 

@@ -1,9 +1,9 @@
 // The capture stream of a session: chosen at creation, joined at the stop.
 #include "capture/FramePng.h"
 #include "capture/GdiCaptureVideoStream.h"
-#include "platform/Files.h"
 #include "core/Globals.h"
 #include "core/Log.h"
+#include "platform/Files.h"
 #include "session/ScreenCapture.h"
 
 // Window, hardware and damage-driven streams join this choice as they come;

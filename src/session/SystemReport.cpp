@@ -4,13 +4,13 @@
 #include <cstring>
 #include <string>
 
+#include "core/Globals.h"
+#include "core/Log.h"
 #include "platform/Clock.h"
 #include "platform/Files.h"
 #include "platform/Library.h"
 #include "platform/LogFile.h"
 #include "platform/SystemInfo.h"
-#include "core/Globals.h"
-#include "core/Log.h"
 
 namespace ov {
 

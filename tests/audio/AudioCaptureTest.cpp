@@ -15,9 +15,9 @@
 
 #include "AudioTools.h"
 #include "audio/AudioStream.h"
+#include "core/Globals.h"
 #include "orvanta/orvanta.h"
 #include "platform/Clock.h"
-#include "core/Globals.h"
 #include "session/ScreenCapture.h"
 #include "support/Engine.h"
 

@@ -7,9 +7,9 @@
 #include <random>
 
 #include "AudioTestUtil.h"
+#include "core/Globals.h"
 #include "output/MuxAudioReader.h"
 #include "platform/Files.h"
-#include "core/Globals.h"
 #include "support/TestEnv.h"
 
 namespace {

@@ -10,10 +10,10 @@
 #include <vector>
 
 #include "capture/RecordingCodec.h"
+#include "core/Globals.h"
 #include "encode/VideoCodec.h"
 #include "orvanta/orvanta.h"
 #include "platform/Files.h"
-#include "core/Globals.h"
 #include "session/ScreenCapture.h"
 #include "support/Engine.h"
 #include "support/Scene.h"

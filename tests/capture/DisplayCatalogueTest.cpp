@@ -6,8 +6,8 @@
 
 #include "capture/DisplayCatalogue.h"
 #include "capture/RecordingCodec.h"
-#include "orvanta/orvanta.h"
 #include "core/Globals.h"
+#include "orvanta/orvanta.h"
 #include "session/ScreenCapture.h"
 #include "support/Engine.h"
 

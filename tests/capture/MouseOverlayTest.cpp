@@ -8,8 +8,8 @@
 
 #include "capture/MouseOverlay.h"
 #include "capture/RecordingCodec.h"
-#include "orvanta/orvanta.h"
 #include "core/Globals.h"
+#include "orvanta/orvanta.h"
 #include "session/ScreenCapture.h"
 #include "support/Engine.h"
 #include "support/Scene.h"

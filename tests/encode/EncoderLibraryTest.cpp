@@ -14,8 +14,8 @@
 #include <string>
 #include <vector>
 
-#include "formats/FrameIndex.h"
 #include "encode/VideoCodec.h"
+#include "formats/FrameIndex.h"
 #include "platform/Library.h"
 #include "support/Engine.h"
 #include "support/TestEnv.h"

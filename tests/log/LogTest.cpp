@@ -6,9 +6,9 @@
 #include <regex>
 #include <string>
 
-#include "orvanta/orvanta.h"
 #include "core/Log.h"
 #include "core/ObjectRegistry.h"
+#include "orvanta/orvanta.h"
 #include "support/TestEnv.h"
 
 namespace fs = std::filesystem;

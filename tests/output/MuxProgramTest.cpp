@@ -14,13 +14,13 @@
 #include <vector>
 
 #include "TempSet.h"
+#include "core/Log.h"
 #include "formats/MuxRecord.h"
 #include "platform/AnonymousFile.h"
 #include "platform/ChildProcess.h"
 #include "platform/Library.h"
 #include "platform/LogFile.h"
 #include "platform/SharedMemory.h"
-#include "core/Log.h"
 #include "support/Engine.h"
 
 namespace {

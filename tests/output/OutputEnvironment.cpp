@@ -5,10 +5,10 @@
 #include <cstdlib>
 #include <memory>
 
+#include "core/Log.h"
 #include "encode/VendorTable.h"
 #include "platform/ChildProcess.h"
 #include "platform/LogFile.h"
-#include "core/Log.h"
 #include "support/TestEnv.h"
 
 namespace {

@@ -7,9 +7,9 @@
 #include <sstream>
 
 #include "audio/WaveEncoder.h"
+#include "core/Globals.h"
 #include "encode/VendorTable.h"
 #include "platform/Files.h"
-#include "core/Globals.h"
 
 namespace ovtest {
 

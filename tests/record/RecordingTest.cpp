@@ -8,8 +8,8 @@
 #include <cstring>
 #include <thread>
 
-#include "formats/FrameIndex.h"
 #include "encode/VendorTable.h"
+#include "formats/FrameIndex.h"
 #include "orvanta/orvanta.h"
 #include "platform/Files.h"
 #include "support/Engine.h"

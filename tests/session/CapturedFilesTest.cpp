@@ -4,9 +4,9 @@
 #include <filesystem>
 #include <set>
 
+#include "core/Globals.h"
 #include "orvanta/orvanta.h"
 #include "session/CapturedFiles.h"
-#include "core/Globals.h"
 #include "support/Engine.h"
 
 namespace fs = std::filesystem;

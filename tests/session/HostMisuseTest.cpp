@@ -8,10 +8,10 @@
 #include <thread>
 #include <vector>
 
+#include "core/Globals.h"
 #include "formats/FrameIndex.h"
 #include "orvanta/orvanta.h"
 #include "platform/Files.h"
-#include "core/Globals.h"
 #include "support/Engine.h"
 #include "support/Scene.h"
 

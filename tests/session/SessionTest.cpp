@@ -7,10 +7,10 @@
 #include <filesystem>
 #include <thread>
 
+#include "core/Globals.h"
 #include "core/WriterStatistics.h"
 #include "encode/VendorTable.h"
 #include "orvanta/orvanta.h"
-#include "core/Globals.h"
 #include "support/Engine.h"
 
 namespace {

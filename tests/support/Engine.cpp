@@ -2,9 +2,9 @@
 
 #include <cstdlib>
 
+#include "core/Log.h"
 #include "orvanta/orvanta.h"
 #include "platform/Files.h"
-#include "core/Log.h"
 
 namespace ovtest {
 

@@ -2,8 +2,8 @@
 
 #include <string>
 
-#include "formats/FrameIndex.h"
 #include "encode/libs/EncoderLog.h"
+#include "formats/FrameIndex.h"
 
 extern "C" {
 #include <libavutil/hwcontext.h>

@@ -7,8 +7,8 @@
 #include <cstring>
 #include <string>
 
-#include "formats/FrameIndex.h"
 #include "encode/libs/EncoderLog.h"
+#include "formats/FrameIndex.h"
 #include "platform/Files.h"
 
 extern "C" {
