@@ -1,6 +1,5 @@
-// The pointer in the picture: the hook that follows the mouse, the moving
-// region of the follow and centre modes, and the drawing of the cursor,
-// clicks and highlight into each frame.
+// The pointer in the picture: the cursor, clicks and highlight drawn into
+// each frame from what the pointer tracker last saw.
 #pragma once
 
 #include <cstdint>
@@ -13,35 +12,16 @@ typedef struct _cairo_surface cairo_surface_t;
 
 namespace ov {
 class CursorMonitor;
-class MessageQueue;
+
+// A cairo surface of the engine's, counted among its live bitmaps.
+struct SurfaceRelease {
+  void operator()(cairo_surface_t* surface) const;
+};
+using Surface = std::unique_ptr<cairo_surface_t, SurfaceRelease>;
 }  // namespace ov
 
-// Pointer state; g_csMouse guards it.
-extern POINT g_ptMouse;
-extern POINT g_ptClick;
-extern uint32_t g_dwClickTick;
-extern BOOL g_bLeftDown;
-extern BOOL g_bRightDown;
-
-namespace ov {
-
-// The message the hook posts to the session's UI thread when the pointer moved.
-inline constexpr uint32_t kPointerMovedMessage = 0x0400 + 1;
-
-// On the session's UI thread, before the session is ready.
-void StartMouseHook(uint32_t uiThreadId);
-// At the UI thread's tear-down.
-void StopMouseHook();
-// The UI thread's handling of kPointerMovedMessage.
-void OnPointerMoved(MessageQueue& queue);
-
-bool MoveFollowRegion(int32_t x, int32_t y);
-void MoveCenterRegion(int32_t x, int32_t y);
-
-}  // namespace ov
-
-// Draws the pointer into a capture stream's frames; one per stream, used on
-// the stream's thread only.
+// Draws the pointer into a capture stream's frames; one per stream, made and
+// used on the stream's thread only.
 class CMouseOverlay {
  public:
   CMouseOverlay();
@@ -56,6 +36,10 @@ class CMouseOverlay {
   void DrawCursor(cairo_t* graphics, const RECT& rc, POINT pointer);
 
   std::unique_ptr<ov::CursorMonitor> m_cursor;
-  cairo_surface_t* m_cursorSurface = nullptr;
+  ov::Surface m_cursorSurface;
   uint64_t m_cursorSerial = ~0ull;
+  ov::Surface m_clickDisc;
+  ov::Surface m_highlightDisc;
+  ov::Surface m_leftClickImage;
+  ov::Surface m_rightClickImage;
 };

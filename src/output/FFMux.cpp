@@ -12,6 +12,7 @@
 #include "core/Log.h"
 #include "formats/FrameIndexFile.h"
 #include "output/MuxOutput.h"
+#include "output/MuxWorkers.h"
 #include "output/Watermark.h"
 #include "platform/Clock.h"
 #include "platform/Library.h"
@@ -200,10 +201,9 @@ void CFFMux::ChooseAudioFormat(const WAVEFORMATEXTENSIBLE* pSourceFormat,
 HRESULT CFFMux::Start(std::unique_ptr<CFFMux> pMux) {
   if (FAILED(pMux->Prepare()) || FAILED(pMux->CreatePartFile())) return E_FAIL;
   const std::wstring part = pMux->m_sPartFile;
-  try {
-    std::thread(Worker, std::move(pMux)).detach();
-  } catch (const std::system_error&) {
-    WriteLog(kErr, "Failed to start the mux thread\n");
+  // The worker owns the mux; std::function wants a copyable callable.
+  auto owned = std::make_shared<std::unique_ptr<CFFMux>>(std::move(pMux));
+  if (!StartMuxWorker([owned] { Worker(std::move(*owned)); })) {
     RemoveFile(part);
     return E_FAIL;
   }

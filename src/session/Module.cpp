@@ -8,6 +8,7 @@
 #include "core/Log.h"
 #include "core/ObjectRegistry.h"
 #include "encode/VendorTable.h"
+#include "output/MuxWorkers.h"
 #include "pixels/PixelDispatch.h"
 #include "platform/ChildProcess.h"
 #include "platform/GraphicsProbe.h"
@@ -124,6 +125,7 @@ extern "C" HRESULT ovInitialize() {
 extern "C" void ovUninitialize() {
   using namespace ov;
   EndChildProcesses();
+  JoinMuxWorkers();
   ReportLiveObjects();
   WriteLog(kMsg, "Gdiplus::Bitmap=%d\n", g_nGdiplusBitmaps.load());
   WriteLog(kMsg, "Gdiplus::Graphics=%d\n", g_nGdiplusGraphics.load());

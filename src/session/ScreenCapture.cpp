@@ -6,7 +6,8 @@
 
 #include "audio/AudioStream.h"
 #include "capture/DisplayCatalogue.h"
-#include "capture/MouseOverlay.h"
+#include "capture/GdiCaptureVideoStream.h"
+#include "capture/PointerTracker.h"
 #include "core/Globals.h"
 #include "core/Log.h"
 #include "core/Rect.h"
@@ -94,11 +95,10 @@ CScreenCapture::~CScreenCapture() {
     g_Recording->nFileBytes = m_nBytesWritten.load();
   }
 
-  delete m_VideoCodec;
-  m_VideoCodec = nullptr;
+  m_VideoCodec.reset();
   DestroyCaptureStreams();
-  delete m_pAudioStream;
-  m_pAudioStream = nullptr;
+  m_pClock = nullptr;
+  m_pAudioStream.reset();
 
   if (m_nFrameCount != 0) {
     double elapsed = m_dwElapsed ? static_cast<double>(m_dwElapsed) : 1.0;
@@ -205,9 +205,9 @@ HRESULT CScreenCapture::Create() {
   const int32_t width = Width(region), height = Height(region);
 
   if (s_codecFactoryForTesting)
-    m_VideoCodec = s_codecFactoryForTesting(codecType, this, this);
+    m_VideoCodec.reset(s_codecFactoryForTesting(codecType, this, this));
   else if (codecType >= 1 && codecType <= 4)
-    m_VideoCodec = CreateLibraryVideoCodec(codecType, this, this);
+    m_VideoCodec.reset(CreateLibraryVideoCodec(codecType, this, this));
   if (!m_VideoCodec) {
     WriteLog(kErr, "Unsupport codec type=(%d)%s\n", codecType, CodecTypeName(codecType));
     return E_FAIL;
@@ -221,7 +221,7 @@ HRESULT CScreenCapture::Create() {
 }
 
 HRESULT CScreenCapture::CreateAudio() {
-  m_pAudioStream = new CAudioStream();
+  m_pAudioStream = std::make_unique<CAudioStream>();
   HRESULT hr = m_pAudioStream->Initialize(this, nullptr);
   if (FAILED(hr)) {
     WriteLog(ov::kErr,

@@ -4,6 +4,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <memory>
 #include <thread>
 
 #include "core/FrameRateControl.h"
@@ -57,10 +58,10 @@ class CScreenCapture : public CScreenRecoderObject,
   void StartUIThread();
 
   // Read and written by the capture stream thread.
-  CVideoCodec* m_VideoCodec = nullptr;
-  CAudioStream* m_pAudioStream = nullptr;
-  CRecoderProvidedClock* m_pClock = nullptr;
-  CGdiCaptureVideoStream* m_pGdiStream = nullptr;
+  std::unique_ptr<CVideoCodec> m_VideoCodec;
+  std::unique_ptr<CAudioStream> m_pAudioStream;
+  CRecoderProvidedClock* m_pClock = nullptr;  // the audio stream's, while it lives
+  std::unique_ptr<CGdiCaptureVideoStream> m_pGdiStream;
   std::atomic<int64_t> m_nBytesWritten{0};
   std::atomic<uint32_t> m_nFrameCounter{0};
   uint32_t m_dwUIThreadId = 0;

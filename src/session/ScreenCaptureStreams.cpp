@@ -10,7 +10,7 @@
 // until then every region is copied from the screen each frame.
 HRESULT CScreenCapture::CreateCaptureStream(int32_t width, int32_t height) {
   WriteLog(ov::kMsg, "Use Gdi capture\n");
-  m_pGdiStream = new CGdiCaptureVideoStream(this, m_VideoCodec, width, height);
+  m_pGdiStream = std::make_unique<CGdiCaptureVideoStream>(this, m_VideoCodec.get(), width, height);
   if (!m_pGdiStream->StartThread()) return E_FAIL;
   return S_OK;
 }
@@ -19,17 +19,14 @@ void CScreenCapture::JoinCaptureStreams() {
   if (m_pGdiStream) m_pGdiStream->Join();
 }
 
-void CScreenCapture::DestroyCaptureStreams() {
-  delete m_pGdiStream;
-  m_pGdiStream = nullptr;
-}
+void CScreenCapture::DestroyCaptureStreams() { m_pGdiStream.reset(); }
 
 void CScreenCapture::SaveFrameToFile(const wchar_t* pszPath) {
   if (!ov::PathFits(pszPath)) {
     OV_BAD_ARG(pszPath);
     return;
   }
-  CCaptureVideoStream* stream = m_pGdiStream;
+  CCaptureVideoStream* stream = m_pGdiStream.get();
   if (stream && stream->m_pLastFrame) {
     ov::SaveFramePng(stream->m_pLastFrame, stream->CFrameDetect::m_nWidth * 4,
                      g_videoOpt.rcScreen.right - g_videoOpt.rcScreen.left,

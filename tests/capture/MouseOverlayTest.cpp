@@ -6,7 +6,7 @@
 #include <functional>
 #include <thread>
 
-#include "capture/MouseOverlay.h"
+#include "capture/PointerTracker.h"
 #include "capture/RecordingCodec.h"
 #include "core/Globals.h"
 #include "orvanta/orvanta.h"
