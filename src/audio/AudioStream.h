@@ -10,15 +10,14 @@
 #include "audio/RecoderProvidedClock.h"
 #include "core/WriterStatistics.h"
 #include "orvanta/types.h"
+#include "platform/NonCopyable.h"
 #include "platform/SilentPlayer.h"
 
-class CAudioStream {
+class CAudioStream : private ov::NonCopyable {
  public:
   CAudioStream() = default;
   // Finishes the wave files; only then may readers open them.
   virtual ~CAudioStream();
-  CAudioStream(const CAudioStream&) = delete;
-  CAudioStream& operator=(const CAudioStream&) = delete;
 
   // Creates and starts the sources that g_bAudioEnabled asks for, then the
   // silent player. pCallback may be null. On failure the owner deletes the

@@ -11,9 +11,10 @@
 #include <memory>
 
 #include "orvanta/types.h"
+#include "platform/NonCopyable.h"
 #include "platform/SequentialFile.h"
 
-class CWaveEncoder {
+class CWaveEncoder : private ov::NonCopyable {
  public:
   static constexpr uint32_t kBufferSize = 0x80000;
   static constexpr uint32_t kBufferAlignment = 4096;
@@ -23,8 +24,6 @@ class CWaveEncoder {
   CWaveEncoder();
   // Finishes the file: the last samples, then the true header.
   virtual ~CWaveEncoder();
-  CWaveEncoder(const CWaveEncoder&) = delete;
-  CWaveEncoder& operator=(const CWaveEncoder&) = delete;
 
   // Replaces any file of that name. S_OK, or E_FAIL when it cannot be made.
   HRESULT Initialize(const wchar_t* szOutFile, const WAVEFORMATEXTENSIBLE* pFormat);

@@ -6,14 +6,13 @@
 #include <cstdint>
 
 #include "orvanta/types.h"
+#include "platform/NonCopyable.h"
 #include "platform/SequentialFile.h"
 
-class CWaveReader {
+class CWaveReader : private ov::NonCopyable {
  public:
   CWaveReader() = default;
   virtual ~CWaveReader() = default;
-  CWaveReader(const CWaveReader&) = delete;
-  CWaveReader& operator=(const CWaveReader&) = delete;
 
   // S_OK, or E_FAIL for a file that is missing, short or of another layout.
   HRESULT Open(const wchar_t* szWaveFile);

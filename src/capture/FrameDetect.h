@@ -4,13 +4,13 @@
 #include <cstddef>
 #include <cstdint>
 
-class CFrameDetect {
+#include "platform/NonCopyable.h"
+
+class CFrameDetect : private ov::NonCopyable {
  public:
   // width and height are the rounded frame size.
   CFrameDetect(int32_t width, int32_t height);
   ~CFrameDetect();
-  CFrameDetect(const CFrameDetect&) = delete;
-  CFrameDetect& operator=(const CFrameDetect&) = delete;
 
   // False when the frame equals the reference; otherwise it becomes the
   // reference and the result is true.

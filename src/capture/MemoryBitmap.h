@@ -5,10 +5,12 @@
 
 #include <cstdint>
 
+#include "platform/NonCopyable.h"
+
 typedef struct _cairo_surface cairo_surface_t;
 typedef struct _cairo cairo_t;
 
-class CMemoryBitmap {
+class CMemoryBitmap : private ov::NonCopyable {
  public:
   // Drawing surface formats: opaque (the alpha byte is ignored), straight
   // alpha, premultiplied alpha. Cairo has only the premultiplied one, so
@@ -17,8 +19,6 @@ class CMemoryBitmap {
 
   CMemoryBitmap() = default;
   ~CMemoryBitmap();
-  CMemoryBitmap(const CMemoryBitmap&) = delete;
-  CMemoryBitmap& operator=(const CMemoryBitmap&) = delete;
 
   bool Create(int32_t width, int32_t height);
   bool CreateGraphics(int formatIndex);

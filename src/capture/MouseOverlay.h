@@ -6,6 +6,7 @@
 #include <memory>
 
 #include "orvanta/types.h"
+#include "platform/NonCopyable.h"
 
 typedef struct _cairo cairo_t;
 typedef struct _cairo_surface cairo_surface_t;
@@ -22,12 +23,10 @@ using Surface = std::unique_ptr<cairo_surface_t, SurfaceRelease>;
 
 // Draws the pointer into a capture stream's frames; one per stream, made and
 // used on the stream's thread only.
-class CMouseOverlay {
+class CMouseOverlay : private ov::NonCopyable {
  public:
   CMouseOverlay();
   ~CMouseOverlay();
-  CMouseOverlay(const CMouseOverlay&) = delete;
-  CMouseOverlay& operator=(const CMouseOverlay&) = delete;
 
   // rc is this frame's region in virtual-screen pixels.
   void DrawMouse(cairo_t* graphics, const RECT& rc);

@@ -8,14 +8,13 @@
 #include "core/FrameRateControl.h"
 #include "core/WriterStatistics.h"
 #include "orvanta/types.h"
+#include "platform/NonCopyable.h"
 
-class CVideoCodec {
+class CVideoCodec : private ov::NonCopyable {
  public:
   CVideoCodec(CWriterStatistics* pStatistics, CFrameRateControl* pRateControl)
       : m_pStatistics(pStatistics), m_pRateControl(pRateControl) {}
   virtual ~CVideoCodec() = default;
-  CVideoCodec(const CVideoCodec&) = delete;
-  CVideoCodec& operator=(const CVideoCodec&) = delete;
 
   // width and height are the region's true size; file is the temp video
   // path, valid for the whole recording. The encoder creates the file.

@@ -16,6 +16,15 @@ namespace {
 struct Worker {
   std::thread thread;
   std::atomic<bool> done{false};
+  // Only a process that exits without shutting the engine down leaves one
+  // here: a mux still running then goes on until the exit ends it.
+  ~Worker() {
+    if (!thread.joinable()) return;
+    if (done.load() && thread.get_id() != std::this_thread::get_id())
+      thread.join();
+    else
+      thread.detach();
+  }
 };
 
 std::mutex g_workersMutex;

@@ -3,6 +3,8 @@
 
 #include <string>
 
+#include "platform/NonCopyable.h"
+
 namespace ov {
 
 // Full path of the file that holds the engine's code (the shared library,
@@ -16,12 +18,10 @@ std::string ModuleFolder();
 // folder that every other library of the system shares.
 std::string HelperFolder();
 
-class SharedLibrary {
+class SharedLibrary : private NonCopyable {
  public:
   SharedLibrary() = default;
   ~SharedLibrary();
-  SharedLibrary(const SharedLibrary&) = delete;
-  SharedLibrary& operator=(const SharedLibrary&) = delete;
 
   // Loads the library; the error text is kept for the log.
   bool Load(const std::string& path);

@@ -9,6 +9,8 @@
 #include <mutex>
 #include <vector>
 
+#include "platform/NonCopyable.h"
+
 namespace ov {
 
 inline constexpr uint32_t WM_QUIT = 0x0012;
@@ -21,14 +23,12 @@ struct Message {
   int64_t lParam = 0;
 };
 
-class MessageQueue {
+class MessageQueue : private NonCopyable {
  public:
   // Makes the calling thread's queue; it is found by the thread's id until
   // it is destroyed, on the same thread.
   MessageQueue();
   ~MessageQueue();
-  MessageQueue(const MessageQueue&) = delete;
-  MessageQueue& operator=(const MessageQueue&) = delete;
 
   uint32_t ThreadId() const { return m_threadId; }
 

@@ -4,14 +4,14 @@
 
 #include <cstddef>
 
+#include "platform/NonCopyable.h"
+
 namespace ov {
 
-class SharedMemory {
+class SharedMemory : private NonCopyable {
  public:
   SharedMemory() = default;
   ~SharedMemory();
-  SharedMemory(const SharedMemory&) = delete;
-  SharedMemory& operator=(const SharedMemory&) = delete;
 
   // Zero-filled, readable and writable. 0, or the system's error number.
   int Create(size_t size);

@@ -8,16 +8,15 @@
 
 #include "orvanta/types.h"
 #include "platform/AudioEndpoint.h"
+#include "platform/NonCopyable.h"
 
 namespace ov {
 
-class SilentPlayer {
+class SilentPlayer : private NonCopyable {
  public:
   // Opens the stream in the endpoint's own format, not yet running.
   static HRESULT Open(const AudioEndpoint& endpoint, std::unique_ptr<SilentPlayer>* player);
   ~SilentPlayer();
-  SilentPlayer(const SilentPlayer&) = delete;
-  SilentPlayer& operator=(const SilentPlayer&) = delete;
 
   HRESULT Start();
   HRESULT Stop();

@@ -4,6 +4,8 @@
 #include <string>
 #include <vector>
 
+#include "platform/NonCopyable.h"
+
 namespace ov {
 
 // Each entry is a list of "Name=Value" lines describing one object.
@@ -16,12 +18,10 @@ int OutputRefreshRate(const char* outputName);
 int ScreenDepth();
 
 // Watches RandR for changes of the screen's layout on a connection of its own.
-class DisplayChangeWatcher {
+class DisplayChangeWatcher : private NonCopyable {
  public:
   DisplayChangeWatcher();
   ~DisplayChangeWatcher();
-  DisplayChangeWatcher(const DisplayChangeWatcher&) = delete;
-  DisplayChangeWatcher& operator=(const DisplayChangeWatcher&) = delete;
   // Descriptor to poll; -1 without a server.
   int Fd() const;
   // Reads what arrived; true when the layout changed.

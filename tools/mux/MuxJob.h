@@ -7,6 +7,7 @@
 #include <string>
 
 #include "formats/MuxRecord.h"
+#include "platform/NonCopyable.h"
 
 namespace mux {
 
@@ -35,12 +36,10 @@ struct MuxJob {
 };
 
 // The mapped record; unmapped when it goes.
-class RecordMapping {
+class RecordMapping : private ov::NonCopyable {
  public:
   RecordMapping() = default;
   ~RecordMapping();
-  RecordMapping(const RecordMapping&) = delete;
-  RecordMapping& operator=(const RecordMapping&) = delete;
 
   // False, with a log line, for a descriptor that is no mapping of a record.
   bool Map(int fd);

@@ -8,15 +8,14 @@
 
 #include "Containers.h"
 #include "Libav.h"
+#include "platform/NonCopyable.h"
 
 namespace mux {
 
-class OutputFile {
+class OutputFile : private ov::NonCopyable {
  public:
   OutputFile() = default;
   ~OutputFile();
-  OutputFile(const OutputFile&) = delete;
-  OutputFile& operator=(const OutputFile&) = delete;
 
   bool Open(const Container& container, const std::string& path);
   // Whether encoders must put their parameter sets in the stream header.

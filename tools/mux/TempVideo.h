@@ -8,18 +8,17 @@
 #include "JobIndex.h"
 #include "Libav.h"
 #include "MuxJob.h"
+#include "platform/NonCopyable.h"
 
 namespace mux {
 
 // Time base of the index, and so of every video packet read here.
 inline constexpr AVRational kIndexTimeBase{1, static_cast<int>(ov::kIndexClock)};
 
-class TempVideo {
+class TempVideo : private ov::NonCopyable {
  public:
   TempVideo() = default;
   ~TempVideo();
-  TempVideo(const TempVideo&) = delete;
-  TempVideo& operator=(const TempVideo&) = delete;
 
   // Opens the stream and its index and checks the frames of the range;
   // false with a log line.

@@ -5,6 +5,8 @@
 #include <cstdint>
 #include <string>
 
+#include "platform/NonCopyable.h"
+
 namespace cli {
 
 // Exit codes of the command.
@@ -28,12 +30,10 @@ std::string FormatSeconds(double seconds);  // "10.0 s"
 
 // A line that rewrites itself on a terminal; elsewhere it prints nothing, so
 // that logs of scripted runs stay short.
-class StatusLine {
+class StatusLine : private ov::NonCopyable {
  public:
   StatusLine();
   ~StatusLine();
-  StatusLine(const StatusLine&) = delete;
-  StatusLine& operator=(const StatusLine&) = delete;
   void Show(const std::string& text);
   // Leaves the last text on screen and moves to a new line.
   void Finish();

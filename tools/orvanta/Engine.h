@@ -4,15 +4,15 @@
 
 #include <string>
 
+#include "platform/NonCopyable.h"
+
 namespace cli {
 
 // ovInitialize in the constructor, ovUninitialize in the destructor.
-class Engine {
+class Engine : private ov::NonCopyable {
  public:
   Engine();
   ~Engine();
-  Engine(const Engine&) = delete;
-  Engine& operator=(const Engine&) = delete;
 };
 
 // The private folder of the liborvanta.so in use ("orvanta/" beside it),

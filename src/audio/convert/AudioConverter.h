@@ -12,13 +12,12 @@
 #include "audio/convert/ConvertFunctions.h"
 #include "audio/convert/Resampler.h"
 #include "orvanta/types.h"
+#include "platform/NonCopyable.h"
 
-class AudioConverter {
+class AudioConverter : private ov::NonCopyable {
  public:
   AudioConverter();
   ~AudioConverter();
-  AudioConverter(const AudioConverter&) = delete;
-  AudioConverter& operator=(const AudioConverter&) = delete;
 
   // S_OK, or E_FAIL for a pair of formats that is not supported. Formats
   // are read past their 18 bytes only when tagged extensible.

@@ -6,6 +6,7 @@
 #include <cstdint>
 
 #include "encode/libs/EncoderSettings.h"
+#include "platform/NonCopyable.h"
 
 extern "C" {
 #include <libavcodec/avcodec.h>
@@ -13,12 +14,10 @@ extern "C" {
 
 namespace ov::enc {
 
-class LibavEncoder {
+class LibavEncoder : private ov::NonCopyable {
  public:
   LibavEncoder() = default;
   ~LibavEncoder();
-  LibavEncoder(const LibavEncoder&) = delete;
-  LibavEncoder& operator=(const LibavEncoder&) = delete;
 
   // Opens the encoder of this backend; on failure returns the libavcodec
   // error and leaves the object closed. Logs nothing: it also runs inside

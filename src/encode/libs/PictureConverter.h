@@ -10,18 +10,18 @@
 extern "C" {
 #include <libavutil/frame.h>
 #include <libavutil/pixfmt.h>
+
+#include "platform/NonCopyable.h"
 }
 
 struct SwsContext;
 
 namespace ov::enc {
 
-class PictureConverter {
+class PictureConverter : private ov::NonCopyable {
  public:
   PictureConverter() = default;
   ~PictureConverter();
-  PictureConverter(const PictureConverter&) = delete;
-  PictureConverter& operator=(const PictureConverter&) = delete;
 
   // width, height: the captured region. The target picture may be larger
   // (coded sizes are even, and have a minimum); the margin repeats the

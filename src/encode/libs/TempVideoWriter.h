@@ -9,15 +9,14 @@
 #include <string>
 
 #include "formats/FrameIndex.h"
+#include "platform/NonCopyable.h"
 
 namespace ov::enc {
 
-class TempVideoWriter {
+class TempVideoWriter : private ov::NonCopyable {
  public:
   TempVideoWriter() = default;
   ~TempVideoWriter();
-  TempVideoWriter(const TempVideoWriter&) = delete;
-  TempVideoWriter& operator=(const TempVideoWriter&) = delete;
 
   // Creates (or empties) the stream file and "<path>.idx", and writes the
   // index header. On failure returns the system's error number, else 0.

@@ -12,16 +12,15 @@
 
 #include "orvanta/types.h"
 #include "platform/AudioEndpoint.h"
+#include "platform/NonCopyable.h"
 
 namespace ov {
 
-class PulseContext {
+class PulseContext : private NonCopyable {
  public:
   // Connects; AUDCLNT_E_SERVICE_NOT_RUNNING when no server answers.
   static HRESULT Connect(std::unique_ptr<PulseContext>* context);
   ~PulseContext();
-  PulseContext(const PulseContext&) = delete;
-  PulseContext& operator=(const PulseContext&) = delete;
 
   pa_threaded_mainloop* Loop() const { return m_loop; }
   pa_context* Context() const { return m_context; }
@@ -48,12 +47,10 @@ class PulseContext {
 };
 
 // Holds the event thread's lock for one scope.
-class PulseLock {
+class PulseLock : private NonCopyable {
  public:
   explicit PulseLock(pa_threaded_mainloop* loop) : m_loop(loop) { pa_threaded_mainloop_lock(loop); }
   ~PulseLock() { pa_threaded_mainloop_unlock(m_loop); }
-  PulseLock(const PulseLock&) = delete;
-  PulseLock& operator=(const PulseLock&) = delete;
 
  private:
   pa_threaded_mainloop* m_loop;

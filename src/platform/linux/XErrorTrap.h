@@ -3,17 +3,17 @@
 
 #include <X11/Xlib.h>
 
+#include "platform/NonCopyable.h"
+
 namespace ov {
 
 // The engine's shared connection; null without a server.
 Display* SharedXDisplay();
 
-class XErrorTrap {
+class XErrorTrap : private NonCopyable {
  public:
   explicit XErrorTrap(Display* display);
   ~XErrorTrap();
-  XErrorTrap(const XErrorTrap&) = delete;
-  XErrorTrap& operator=(const XErrorTrap&) = delete;
 
   // Syncs with the server and tells whether an error arrived in the scope.
   bool Failed();
