@@ -11,8 +11,9 @@ extern "C" {
 #include <libavutil/frame.h>
 #include <libavutil/pixfmt.h>
 
-#include "platform/NonCopyable.h"
 }
+
+#include "platform/NonCopyable.h"
 
 struct SwsContext;
 
