@@ -234,7 +234,7 @@ TEST_F(MuxAudioReaderTest, UnfinishedFilesAndUnsupportedFormatsAreRefusedWithThe
   const std::string crashed = m_folder.Path() + "/AudioCapture.wav";
   ovtest::WriteFile(crashed, std::string(68 + 3200, '\0'));
   {
-    audiotest::LogMark mark;
+    ovtest::LogMark mark;
     CMuxAudioReader2 reader;
     EXPECT_EQ(reader.Open(good.c_str(), ov::FromUtf8(crashed).c_str()), E_FAIL);
     const std::string log = mark.Text();
@@ -245,7 +245,7 @@ TEST_F(MuxAudioReaderTest, UnfinishedFilesAndUnsupportedFormatsAreRefusedWithThe
         << log;
   }
   {
-    audiotest::LogMark mark;
+    ovtest::LogMark mark;
     CMuxAudioReader2 reader;
     ASSERT_EQ(reader.Open(good.c_str(), good.c_str()), S_OK);
     EXPECT_EQ(reader.Initialize(Wanted(SampleKind::kU8, 2, 8000), 100, 100), E_FAIL);
@@ -326,7 +326,7 @@ TEST_F(CreateMuxAudioReaderTest, NoUsableTrackGivesNullAndTheSixValues) {
   m_record.lWaveOutVolume = 0;
   m_record.lWaveInVolume = 0;
   {
-    audiotest::LogMark mark;
+    ovtest::LogMark mark;
     EXPECT_EQ(m_muxer.CreateMuxAudioReader(), nullptr);
     EXPECT_NE(mark.Text().find("[ERR]  CreateMuxAudioReader: WaveOut(Stream1, Use1, Volume0), "
                                "WaveIn(Stream1, Use1, Volume0)\n"),
@@ -335,7 +335,7 @@ TEST_F(CreateMuxAudioReaderTest, NoUsableTrackGivesNullAndTheSixValues) {
   }
   m_record = CapturedFile{};
   {
-    audiotest::LogMark mark;
+    ovtest::LogMark mark;
     EXPECT_EQ(m_muxer.CreateMuxAudioReader(), nullptr);
     EXPECT_NE(mark.Text().find("WaveOut(Stream0, Use0, Volume0), WaveIn(Stream0, Use0, Volume0)\n"),
               std::string::npos);
@@ -346,7 +346,7 @@ TEST_F(CreateMuxAudioReaderTest, NoUsableTrackGivesNullAndTheSixValues) {
 TEST_F(CreateMuxAudioReaderTest, MissingFileGivesNull) {
   std::wcsncpy(m_record.szWaveInFile, (m_folder.WidePath() + L"/gone.wav").c_str(),
                OV_MAX_PATH - 1);
-  audiotest::LogMark mark;
+  ovtest::LogMark mark;
   EXPECT_EQ(m_muxer.CreateMuxAudioReader(), nullptr);
   EXPECT_NE(mark.Text().find("[ERR]  Failed(2) to create file:" + m_folder.Path() + "/gone.wav\n"),
             std::string::npos)
