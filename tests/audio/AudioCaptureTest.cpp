@@ -167,13 +167,7 @@ TEST_F(AudioCaptureTest, LoopbackRecordsThePlayedToneUnchanged) {
             1000 * ovtest::Power(wave, 1, first, last, 1000));
 
   const std::string log = mark.Text();
-  EXPECT_NE(log.find("eRender\n"), std::string::npos);
   EXPECT_NE(log.find("Render Device:Null Output\n"), std::string::npos) << log;
-  EXPECT_NE(log.find("Render Device Format:FormatTag=Ext(FORMAT_PCM), 48000 Hz, 2 Channels, 16 "
-                     "Bits; AvgBytesPerSec=192000, BlockAlign=4, Extra size=22, SubFormat=1, "
-                     "wValidBitsPerSample=16,dwChannelMask=0x3\n"),
-            std::string::npos)
-      << log;
   EXPECT_EQ(log.find("Retry:"), std::string::npos);
   EXPECT_NE(log.find("Call:CAudioSource::~CAudioSource\n"), std::string::npos);
 }
@@ -207,10 +201,7 @@ TEST_F(AudioCaptureTest, MicrophoneAndLoopbackRecordTheirOwnDevices) {
   ExpectHoldsExactly(microphone, voice);
   EXPECT_GT(file->nWaveInDuration, 0);
   const std::string log = mark.Text();
-  EXPECT_NE(log.find("Capture\n"), std::string::npos);
   EXPECT_NE(log.find("Capture Device:Monitor of Null Output\n"), std::string::npos) << log;
-  EXPECT_NE(log.find("Capture Device Format:FormatTag=Ext(FORMAT_PCM), 48000 Hz"),
-            std::string::npos);
 }
 
 TEST_F(AudioCaptureTest, MicrophoneAloneIsTheClockAndStartsNoSilentPlayer) {
@@ -522,15 +513,8 @@ TEST_F(AudioCaptureTest, MicrophoneFailureFailsTheWholeStart) {
   EXPECT_EQ(hr, E_FAIL);
   EXPECT_FALSE(g_bRunning.load());
   const std::string log = mark.Text();
-  const char* expected[] = {
-      "Failed(21) to create file:",
-      "Failed(0x80004005) in CWaveEncoder::Initialize(szOutFile, (WAVEFORMATEXTENSIBLE "
-      "*)pDeviceFormat), FILE:",
-      "Failed(0x80004005) in m_pSources[i]->Initialize((AudioDeviceType)i, i == 1 ? "
-      "g_Recording->szWaveInFile : g_Recording->szWaveOutFile), FILE:",
-      "Failed(0x80004005) in m_pAudioStream->Initialize(this, __nullptr), FILE:",
-      "Failed(0x80004005) to Initialize recorder, delete...\n",
-  };
+  const char* expected[] = {"Failed(21) to create file:",
+                            "Failed(0x80004005) to Initialize recorder, delete...\n"};
   size_t at = 0;
   for (const char* line : expected) {
     size_t found = log.find(line, at);
