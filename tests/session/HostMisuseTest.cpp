@@ -7,6 +7,7 @@
 #include <thread>
 #include <vector>
 
+#include "RecordOptions.h"
 #include "encode/FrameIndex.h"
 #include "orvanta/orvanta.h"
 #include "platform/Files.h"
@@ -19,23 +20,10 @@ namespace fs = std::filesystem;
 
 namespace {
 
-struct Options {
-  VideoOpt video{};
-  AudioOpt audio{};
-  MouseOpt mouse{};
-  Options() {
-    video.bStream = 1;
-    video.rcScreen = {0, 0, 320, 240};
-    video.CodecType = CodecType_H264;
-    video.FrameRate = 30;
-    video.videoQuality = 5;
-  }
-};
-
 class HostMisuseTest : public ::testing::Test {
  protected:
   CScreenRecoderObject* Record(const std::wstring& folder, HRESULT* hr) {
-    Options o;
+    Options o({0, 0, 320, 240});
     return ovVideoRecord(0, folder.c_str(), &o.video, o.audio, &o.mouse, 0, hr);
   }
   void TearDown() override { FreeCapturedFile(1); }

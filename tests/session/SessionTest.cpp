@@ -7,6 +7,7 @@
 #include <filesystem>
 #include <thread>
 
+#include "RecordOptions.h"
 #include "capture/WriterStatistics.h"
 #include "encode/VendorTable.h"
 #include "orvanta/orvanta.h"
@@ -19,25 +20,6 @@ auto* const g_env = ::testing::AddGlobalTestEnvironment(
     new ovtest::EngineEnvironment(ovtest::EngineEnvironment::Options{1280, 720, true}));
 
 void SleepMs(int ms) { std::this_thread::sleep_for(std::chrono::milliseconds(ms)); }
-
-struct Options {
-  VideoOpt video{};
-  AudioOpt audio{};
-  MouseOpt mouse{};
-  Options() {
-    video.bStream = 1;
-    video.rcScreen = {0, 0, 1280, 720};
-    video.CodecType = CodecType_H264;
-    video.FrameRate = 30;
-    video.videoQuality = 5;
-  }
-  static Options AudioOnly() {
-    Options o;
-    o.video.bStream = 0;
-    o.audio.bRender = 1;
-    return o;
-  }
-};
 
 class SessionTest : public ::testing::Test {
  protected:
