@@ -7,13 +7,11 @@
 #include <algorithm>
 #include <chrono>
 #include <cmath>
-#include <condition_variable>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <vector>
 
@@ -28,17 +26,6 @@
 namespace {
 
 constexpr int kWidth = 1920, kHeight = 1080, kFps = 30, kSeconds = 60, kRate = 48000;
-
-class NullStatistics : public CWriterStatistics {
- public:
-  void AddBytes(int64_t) override {}
-  void AddFrame() override {}
-};
-
-class NullRateControl : public CFrameRateControl {
- public:
-  void ReportFrameTime(uint32_t) override {}
-};
 
 bool g_busy = false;
 
@@ -66,9 +53,8 @@ void DrawFrame(int frame, std::vector<uint32_t>* pixels) {
 }
 
 bool MakeVideo(const std::wstring& path) {
-  NullStatistics statistics;
-  NullRateControl rateControl;
-  std::unique_ptr<CVideoCodec> encoder(ov::CreateLibraryVideoCodec(1, &statistics, &rateControl));
+  ovtest::NullStatistics reports;
+  std::unique_ptr<CVideoCodec> encoder(ov::CreateLibraryVideoCodec(1, &reports, &reports));
   if (!encoder || encoder->Initialize(1, kWidth, kHeight, kFps, 3, path.c_str()) != S_OK)
     return false;
   std::vector<uint32_t> pixels(static_cast<size_t>(kWidth) * kHeight);
@@ -107,28 +93,6 @@ bool MakeWave(const std::wstring& path) {
   return true;
 }
 
-class Waiter : public CMuxCallback {
- public:
-  int OnProgress(int) override { return 1; }
-  void OnComplete(HRESULT result) override {
-    std::lock_guard<std::mutex> lock(m_mutex);
-    m_result = result;
-    m_done = true;
-    m_changed.notify_all();
-  }
-  HRESULT Wait() {
-    std::unique_lock<std::mutex> lock(m_mutex);
-    m_changed.wait(lock, [this] { return m_done; });
-    return m_result;
-  }
-
- private:
-  std::mutex m_mutex;
-  std::condition_variable m_changed;
-  bool m_done = false;
-  HRESULT m_result = S_OK;
-};
-
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -161,10 +125,11 @@ int main(int argc, char** argv) {
   std::vector<double> seconds;
   for (int run = 0; run < runs; ++run) {
     g_Recording = &record;
-    Waiter waiter;
+    ovtest::MuxWaiter waiter;
     const std::string out = (work / ("out" + std::to_string(run) + ".mp4")).string();
     const auto start = std::chrono::steady_clock::now();
-    if (FFMux(0, 0, ov::FromUtf8(out).c_str(), 0, &waiter) != S_OK || waiter.Wait() != S_OK) {
+    if (FFMux(0, 0, ov::FromUtf8(out).c_str(), 0, &waiter) != S_OK || !waiter.Wait(600) ||
+        waiter.Result() != S_OK) {
       std::fprintf(stderr, "mux failed; see %s/Log Files/Orvanta0.log\n", (work / "docs").c_str());
       return 1;
     }

@@ -12,9 +12,10 @@
 #include "platform/Thread.h"
 
 namespace {
-constexpr int64_t kKeyFrameSpacing = 50000000;  // 5 s in 100-ns units
 constexpr int32_t kScheduleSlackMs = 4;
 }  // namespace
+
+std::atomic<int64_t> CCaptureVideoStream::s_nKeyFrameSpacing{50000000};
 
 CCaptureVideoStream::CCaptureVideoStream(CFrameTiming* pOwner, CVideoCodec* pCodec, int32_t width,
                                          int32_t height)
@@ -127,7 +128,7 @@ void CCaptureVideoStream::MakeFrame() {
     changed = IsChanged(m_pBits);
   }
   BOOL keyFrame = 0;
-  if (time - m_nLastKeyTime >= kKeyFrameSpacing) {
+  if (time - m_nLastKeyTime >= s_nKeyFrameSpacing.load()) {
     keyFrame = 1;
     m_nLastKeyTime = time;
   }

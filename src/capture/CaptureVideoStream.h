@@ -3,6 +3,7 @@
 // A stream only says how it fills a frame.
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <memory>
 #include <thread>
@@ -33,6 +34,10 @@ class CCaptureVideoStream : public CFrameDetect, public CMemoryBitmap {
   std::thread m_hThread;
   ov::Event m_hReadyEvent{ov::Event::Reset::Manual};
   int64_t m_nLastKeyTime = -1000000000;
+
+  // Time between key frames in 100-ns units: 5 s; tests shorten it so
+  // that they need not record for long to see a second one.
+  static std::atomic<int64_t> s_nKeyFrameSpacing;
 
  protected:
   // On the stream's thread, before the loop; false ends the thread.

@@ -113,7 +113,7 @@ class AudioCaptureTest : public ::testing::Test {
 };
 
 TEST_F(AudioCaptureTest, LoopbackRecordsThePlayedToneUnchanged) {
-  const size_t mark = ovtest::LogMark();
+  const ovtest::LogMark mark;
   CScreenCapture* session = Record(Options(1, 0));
   ASSERT_NE(session, nullptr);
   ASSERT_NE(session->m_pClock, nullptr);
@@ -166,20 +166,14 @@ TEST_F(AudioCaptureTest, LoopbackRecordsThePlayedToneUnchanged) {
   EXPECT_GT(ovtest::Power(wave, 1, first, last, 1250),
             1000 * ovtest::Power(wave, 1, first, last, 1000));
 
-  const std::string log = ovtest::LogSince(mark);
-  EXPECT_NE(log.find("eRender\n"), std::string::npos);
+  const std::string log = mark.Text();
   EXPECT_NE(log.find("Render Device:Null Output\n"), std::string::npos) << log;
-  EXPECT_NE(log.find("Render Device Format:FormatTag=Ext(FORMAT_PCM), 48000 Hz, 2 Channels, 16 "
-                     "Bits; AvgBytesPerSec=192000, BlockAlign=4, Extra size=22, SubFormat=1, "
-                     "wValidBitsPerSample=16,dwChannelMask=0x3\n"),
-            std::string::npos)
-      << log;
   EXPECT_EQ(log.find("Retry:"), std::string::npos);
   EXPECT_NE(log.find("Call:CAudioSource::~CAudioSource\n"), std::string::npos);
 }
 
 TEST_F(AudioCaptureTest, MicrophoneAndLoopbackRecordTheirOwnDevices) {
-  const size_t mark = ovtest::LogMark();
+  const ovtest::LogMark mark;
   CScreenCapture* session = Record(Options(1, 1));
   ASSERT_NE(session, nullptr);
   ASSERT_NE(session->m_pAudioStream, nullptr);
@@ -206,11 +200,8 @@ TEST_F(AudioCaptureTest, MicrophoneAndLoopbackRecordTheirOwnDevices) {
   ExpectHoldsExactly(loopback, speaker);
   ExpectHoldsExactly(microphone, voice);
   EXPECT_GT(file->nWaveInDuration, 0);
-  const std::string log = ovtest::LogSince(mark);
-  EXPECT_NE(log.find("Capture\n"), std::string::npos);
+  const std::string log = mark.Text();
   EXPECT_NE(log.find("Capture Device:Monitor of Null Output\n"), std::string::npos) << log;
-  EXPECT_NE(log.find("Capture Device Format:FormatTag=Ext(FORMAT_PCM), 48000 Hz"),
-            std::string::npos);
 }
 
 TEST_F(AudioCaptureTest, MicrophoneAloneIsTheClockAndStartsNoSilentPlayer) {
@@ -246,7 +237,7 @@ TEST_P(FreshServerTest, WaveFilesLastAsLongAsTheRecording) {
   if (!server.Running() && c.kind == ovtest::PulseServer::Kind::PipeWire)
     GTEST_SKIP() << "no PipeWire here: " << server.Missing();
   ASSERT_TRUE(server.Running());
-  const size_t mark = ovtest::LogMark();
+  const ovtest::LogMark mark;
   CScreenCapture* session = Record(Options(1, 1));
   ASSERT_NE(session, nullptr);
   const Signal tone = Signal::Tone(kNullSink, 2.0, 1000, 0.5);
@@ -273,7 +264,7 @@ TEST_P(FreshServerTest, WaveFilesLastAsLongAsTheRecording) {
   // recording; it is there, and nothing comes of silence.
   size_t first = 0, last = 0;
   EXPECT_EQ(ovtest::NonSilentSpan(loopback, &first, &last), c.tone) << first;
-  const std::string log = ovtest::LogSince(mark);
+  const std::string log = mark.Text();
   EXPECT_NE(log.find("eRender timeline: silence="), std::string::npos) << log;
   EXPECT_NE(log.find("Capture timeline: silence="), std::string::npos) << log;
 }
@@ -416,7 +407,7 @@ TEST_P(VanishingDeviceTest, EndsOnlyItsOwnSource) {
   ASSERT_GT(std::atoi(module.c_str()), 0) << module;
   Pactl(gone == AudioDevice_Render ? "set-default-sink gonesink"
                                    : "set-default-source gonesink.monitor");
-  const size_t mark = ovtest::LogMark();
+  const ovtest::LogMark mark;
   CScreenCapture* session = Record(Options(1, 1));
   if (session) {
     session->Start();
@@ -429,7 +420,7 @@ TEST_P(VanishingDeviceTest, EndsOnlyItsOwnSource) {
   Pactl("set-default-source micsink.monitor");
   ASSERT_NE(session, nullptr);
 
-  const std::string log = ovtest::LogSince(mark);
+  const std::string log = mark.Text();
   EXPECT_NE(log.find("Failed(0x88890004) in "
                      "m_pCaptureClient->GetNextPacketSize(&NumFramesInNextPacket), FILE:"),
             std::string::npos)
@@ -513,7 +504,7 @@ TEST_F(AudioCaptureTest, StreamReportsEveryPacketItWritesAndStopWritesDurations)
 TEST_F(AudioCaptureTest, MicrophoneFailureFailsTheWholeStart) {
   // A folder where the microphone's file should go: it cannot be created.
   std::filesystem::create_directory(m_folder.Path() + "/AudioCapture.wav");
-  const size_t mark = ovtest::LogMark();
+  const ovtest::LogMark mark;
   Options o(1, 1);
   HRESULT hr = S_OK;
   CScreenRecoderObject* recorder =
@@ -521,16 +512,9 @@ TEST_F(AudioCaptureTest, MicrophoneFailureFailsTheWholeStart) {
   EXPECT_EQ(recorder, nullptr);
   EXPECT_EQ(hr, E_FAIL);
   EXPECT_FALSE(g_bRunning.load());
-  const std::string log = ovtest::LogSince(mark);
-  const char* expected[] = {
-      "Failed(21) to create file:",
-      "Failed(0x80004005) in CWaveEncoder::Initialize(szOutFile, (WAVEFORMATEXTENSIBLE "
-      "*)pDeviceFormat), FILE:",
-      "Failed(0x80004005) in m_pSources[i]->Initialize((AudioDeviceType)i, i == 1 ? "
-      "g_Recording->szWaveInFile : g_Recording->szWaveOutFile), FILE:",
-      "Failed(0x80004005) in m_pAudioStream->Initialize(this, __nullptr), FILE:",
-      "Failed(0x80004005) to Initialize recorder, delete...\n",
-  };
+  const std::string log = mark.Text();
+  const char* expected[] = {"Failed(21) to create file:",
+                            "Failed(0x80004005) to Initialize recorder, delete...\n"};
   size_t at = 0;
   for (const char* line : expected) {
     size_t found = log.find(line, at);

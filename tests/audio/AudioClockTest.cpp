@@ -12,7 +12,6 @@
 
 #include "AudioTools.h"
 #include "audio/AudioSource.h"
-#include "core/Globals.h"
 #include "support/Engine.h"
 
 namespace {
@@ -136,11 +135,6 @@ class SimulatedDevice final : public ov::AudioClient, public ov::AudioClock {
   BYTE m_packet[kPacket * 4 * 16];
 };
 
-struct NoStatistics : CWriterStatistics {
-  void AddBytes(int64_t) override {}
-  void AddFrame() override {}
-};
-
 class DeviceClockTest : public ::testing::TestWithParam<double> {};
 
 TEST_P(DeviceClockTest, WaveFileKeepsTheRecordingsTimeForTenMinutes) {
@@ -153,10 +147,10 @@ TEST_P(DeviceClockTest, WaveFileKeepsTheRecordingsTimeForTenMinutes) {
   constexpr int64_t kFirstHeard = 250 * kMs;
   auto owned = std::make_unique<SimulatedDevice>(speed, kFirstHeard, 20 * kMs, kEnd);
   SimulatedDevice* device = owned.get();
-  const size_t mark = ovtest::LogMark();
+  const ovtest::LogMark mark;
   g_bRunning.exchange(1);
   g_bRecording.exchange(1);
-  NoStatistics statistics;
+  ovtest::NullStatistics statistics;
   {
     CAudioSource source(&statistics, nullptr);
     ov::AudioEndpoint endpoint;
@@ -192,7 +186,7 @@ TEST_P(DeviceClockTest, WaveFileKeepsTheRecordingsTimeForTenMinutes) {
   EXPECT_LE(worst, 0.020) << "largest distance from the recording's time";
   EXPECT_NEAR(static_cast<double>(silent), 0.25 * kRate, 0.02 * kRate)
       << "the late start is silence, and nothing else is";
-  const std::string log = ovtest::LogSince(mark);
+  const std::string log = mark.Text();
   EXPECT_NE(log.find("eRender timeline: silence="), std::string::npos) << log;
 }
 

@@ -211,14 +211,14 @@ TEST_F(WaveFileTest, LengthsPast4GiBComeFromTheFileSize) {
 
 TEST_F(WaveFileTest, FilesThatCannotBeMadeOrReadAreRefusedWithTheirLogLine) {
   const WAVEFORMATEXTENSIBLE format = StereoS16();
-  size_t mark = ovtest::LogMark();
+  ovtest::LogMark mark;
   const std::wstring missingFolder = WideOf("no/such/folder.wav");
   {
     CWaveEncoder encoder;
     EXPECT_EQ(encoder.Initialize(missingFolder.c_str(), &format), E_FAIL);
     encoder.Write(Pattern(16).data(), 16);
   }
-  std::string log = ovtest::LogSince(mark);
+  std::string log = mark.Text();
   EXPECT_NE(log.find("Failed(2) to create file:" + PathOf("no/such/folder.wav") + "\n"),
             std::string::npos)
       << log;
@@ -238,7 +238,7 @@ TEST_F(WaveFileTest, FilesThatCannotBeMadeOrReadAreRefusedWithTheirLogLine) {
   EXPECT_EQ(reader.Open(WideOf("other.wav").c_str()), E_FAIL);
   uint8_t byte;
   EXPECT_EQ(reader.Read(&byte, 1), 0u);
-  log = ovtest::LogSince(mark);
+  log = mark.Text();
   EXPECT_NE(log.find("Failed(2) to create file:" + PathOf("absent.wav") + "\n"), std::string::npos);
   EXPECT_NE(log.find("to read file:" + PathOf("short.wav") + "\n"), std::string::npos);
   EXPECT_NE(log.find("Error format:" + PathOf("other.wav") + "\n"), std::string::npos) << log;

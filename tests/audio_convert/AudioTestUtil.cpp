@@ -46,14 +46,11 @@ std::vector<uint8_t> RunMember(SampleKind from, int fromChannels, SampleKind to,
 
 namespace {
 
-std::string g_logPath;
-
 class LogEnvironment : public ::testing::Environment {
  public:
   void SetUp() override {
     setenv("XDG_DOCUMENTS_DIR", m_folder.Path().c_str(), 1);
     ASSERT_GE(ov::OpenLogFile(), 0);
-    g_logPath = m_folder.Path() + "/Log Files/Orvanta0.log";
   }
 
  private:
@@ -64,10 +61,6 @@ class LogEnvironment : public ::testing::Environment {
     ::testing::AddGlobalTestEnvironment(new LogEnvironment);
 
 }  // namespace
-
-LogMark::LogMark() : m_offset(ovtest::ReadFile(g_logPath).size()) {}
-
-std::string LogMark::Text() const { return ovtest::ReadFile(g_logPath).substr(m_offset); }
 
 void WriteWaveTempFile(const std::string& path, const WAVEFORMATEXTENSIBLE& format,
                        const std::vector<uint8_t>& samples) {

@@ -9,6 +9,7 @@
 
 #include "audio/convert/SampleFormat.h"
 #include "orvanta/types.h"
+#include "support/LogMark.h"
 
 namespace audiotest {
 
@@ -42,16 +43,8 @@ std::vector<T> As(const std::vector<uint8_t>& b) {
 std::vector<uint8_t> RunMember(SampleKind from, int fromChannels, SampleKind to, int toChannels,
                                const std::vector<uint8_t>& input);
 
-// The log of the test program, opened once in a scratch documents folder.
-// A mark remembers where the log stood; Text() is what came after.
-class LogMark {
- public:
-  LogMark();
-  std::string Text() const;
-
- private:
-  size_t m_offset;
-};
+// The test program's log is opened once in a scratch documents folder;
+// ovtest::LogMark reads it.
 
 // A wave temp file as the recorder leaves it: the 68-byte header, then the
 // samples.

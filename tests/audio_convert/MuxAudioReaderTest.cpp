@@ -163,7 +163,6 @@ TEST_F(MuxAudioReaderTest, TracksOfDifferentFormatsMixWithBothTonesAtTheirLevel)
   const auto left = audiotest::Channel(mixed, 2, 0);
   const double a440 = audiotest::AmplitudeAt(left, 48000, 440, 48000);
   const double a1k = audiotest::AmplitudeAt(left, 48000, 1000, 48000);
-  std::printf("mix: 440 Hz at %.5f, 1000 Hz at %.5f (each 0.3 / 1.5 = 0.2 expected)\n", a440, a1k);
   EXPECT_NEAR(a440, 0.2, 0.0005);
   EXPECT_NEAR(a1k, 0.2, 0.002);
 }
@@ -234,7 +233,7 @@ TEST_F(MuxAudioReaderTest, UnfinishedFilesAndUnsupportedFormatsAreRefusedWithThe
   const std::string crashed = m_folder.Path() + "/AudioCapture.wav";
   ovtest::WriteFile(crashed, std::string(68 + 3200, '\0'));
   {
-    audiotest::LogMark mark;
+    ovtest::LogMark mark;
     CMuxAudioReader2 reader;
     EXPECT_EQ(reader.Open(good.c_str(), ov::FromUtf8(crashed).c_str()), E_FAIL);
     const std::string log = mark.Text();
@@ -245,18 +244,13 @@ TEST_F(MuxAudioReaderTest, UnfinishedFilesAndUnsupportedFormatsAreRefusedWithThe
         << log;
   }
   {
-    audiotest::LogMark mark;
+    ovtest::LogMark mark;
     CMuxAudioReader2 reader;
     ASSERT_EQ(reader.Open(good.c_str(), good.c_str()), S_OK);
     EXPECT_EQ(reader.Initialize(Wanted(SampleKind::kU8, 2, 8000), 100, 100), E_FAIL);
-    const std::string log = mark.Text();
-    for (const char* line :
-         {"[ERR]  Unsupport audio convert:", "[ERR]  Audio Mux: Can't Support audio convert!\n",
-          "[Msg]  From:FormatTag=Ext(FORMAT_PCM), 8000 Hz, 2 Channels, 16 Bits",
-          "[Msg]  To:FormatTag=1, 8000 Hz, 2 Channels, 8 Bits",
-          "[ERR]  Failed(0x80004005) in CMuxAudioReader::Initialize(wfx, lVolume1), "
-          "FILE:MuxAudioReader.cpp"})
-      EXPECT_NE(log.find(line), std::string::npos) << line << "\n" << log;
+    EXPECT_NE(mark.Text().find("[ERR]  Audio Mux: Can't Support audio convert!\n"),
+              std::string::npos)
+        << mark.Text();
   }
 }
 
@@ -326,19 +320,12 @@ TEST_F(CreateMuxAudioReaderTest, NoUsableTrackGivesNullAndTheSixValues) {
   m_record.lWaveOutVolume = 0;
   m_record.lWaveInVolume = 0;
   {
-    audiotest::LogMark mark;
+    ovtest::LogMark mark;
     EXPECT_EQ(m_muxer.CreateMuxAudioReader(), nullptr);
     EXPECT_NE(mark.Text().find("[ERR]  CreateMuxAudioReader: WaveOut(Stream1, Use1, Volume0), "
                                "WaveIn(Stream1, Use1, Volume0)\n"),
               std::string::npos)
         << mark.Text();
-  }
-  m_record = CapturedFile{};
-  {
-    audiotest::LogMark mark;
-    EXPECT_EQ(m_muxer.CreateMuxAudioReader(), nullptr);
-    EXPECT_NE(mark.Text().find("WaveOut(Stream0, Use0, Volume0), WaveIn(Stream0, Use0, Volume0)\n"),
-              std::string::npos);
   }
   EXPECT_EQ(m_muxer.m_nCalls, 0);
 }
@@ -346,7 +333,7 @@ TEST_F(CreateMuxAudioReaderTest, NoUsableTrackGivesNullAndTheSixValues) {
 TEST_F(CreateMuxAudioReaderTest, MissingFileGivesNull) {
   std::wcsncpy(m_record.szWaveInFile, (m_folder.WidePath() + L"/gone.wav").c_str(),
                OV_MAX_PATH - 1);
-  audiotest::LogMark mark;
+  ovtest::LogMark mark;
   EXPECT_EQ(m_muxer.CreateMuxAudioReader(), nullptr);
   EXPECT_NE(mark.Text().find("[ERR]  Failed(2) to create file:" + m_folder.Path() + "/gone.wav\n"),
             std::string::npos)

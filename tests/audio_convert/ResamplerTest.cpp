@@ -1,4 +1,4 @@
-// The box-filter resampler: its ratio, hand-computed outputs, the seamless
+// The box-filter resampler: hand-computed outputs, the seamless
 // joining of blocks, and what a tone keeps through a change of rate.
 #include <gtest/gtest.h>
 
@@ -18,23 +18,6 @@ using audiotest::Bytes;
 using audiotest::MakeFormat;
 using ov::audio::Resampler;
 using ov::audio::SampleKind;
-
-TEST(ResampleRatio, StepsToTheFirstCommonMultiple) {
-  int32_t weight = 0, width = 0;
-  ASSERT_TRUE(ov::audio::ResampleRatio(44100, 48000, &weight, &width));
-  EXPECT_EQ(weight, 160);
-  EXPECT_EQ(width, 147);
-  ASSERT_TRUE(ov::audio::ResampleRatio(48000, 44100, &weight, &width));
-  EXPECT_EQ(weight, 147);
-  EXPECT_EQ(width, 160);
-  ASSERT_TRUE(ov::audio::ResampleRatio(8000, 48000, &weight, &width));
-  EXPECT_EQ(weight, 6);
-  EXPECT_EQ(width, 1);
-  ASSERT_TRUE(ov::audio::ResampleRatio(32000, 44100, &weight, &width));
-  EXPECT_EQ(weight, 441);
-  EXPECT_EQ(width, 320);
-  EXPECT_FALSE(ov::audio::ResampleRatio(0, 48000, &weight, &width));
-}
 
 template <typename T>
 std::vector<T> Resample(Resampler<T>& r, const std::vector<T>& in) {
@@ -122,43 +105,42 @@ std::vector<uint8_t> ConvertStream(const WAVEFORMATEXTENSIBLE& from, const WAVEF
   return out;
 }
 
-void ReportTone(const char* what, const audiotest::ToneMeasure& m, double level) {
-  std::printf("%s: %.4f Hz, level %+.4f dB, residual %.1f dB\n", what, m.frequency,
-              20 * std::log10(m.amplitude / level), m.residualDb);
-}
-
-TEST(ResampleTone, FloatSineUpKeepsFrequencyAndLevel) {
-  const auto from = MakeFormat(SampleKind::kF32, 1, 44100);
-  const auto to = MakeFormat(SampleKind::kF32, 1, 48000);
-  const auto out =
-      As<float>(ConvertStream(from, to, Bytes(audiotest::Sine(1000, 0.5, 44100, 44100 * 2))));
-  EXPECT_NEAR(static_cast<double>(out.size()), 96000, 1);
-  const auto m = audiotest::MeasureTone(out, 48000);
-  ReportTone("f32 44100->48000", m, 0.5);
-  EXPECT_NEAR(m.frequency, 1000.0, 0.01);
-  EXPECT_NEAR(20 * std::log10(m.amplitude / 0.5), 0.0, 0.05);
-  EXPECT_LT(m.residualDb, -40);
-}
-
-TEST(ResampleTone, SixteenBitStereoDownKeepsFrequencyAndLevel) {
-  const auto from = MakeFormat(SampleKind::kI16, 2, 48000);
-  const auto to = MakeFormat(SampleKind::kI16, 2, 44100);
-  const auto sine = audiotest::Sine(1000, 0.5, 48000, 48000 * 2);
-  std::vector<int16_t> in;
-  for (float x : sine) {
-    const auto s = static_cast<int16_t>(std::lrint(x * 32767));
-    in.push_back(s);
-    in.push_back(static_cast<int16_t>(-s));
-  }
-  const auto pcm = As<int16_t>(ConvertStream(from, to, Bytes(in)));
-  std::vector<float> out;
-  for (int16_t s : pcm) out.push_back(static_cast<float>(s) / 32767.0f);
-  for (int c = 0; c < 2; ++c) {
-    const auto m = audiotest::MeasureTone(audiotest::Channel(out, 2, c), 44100);
-    ReportTone(c == 0 ? "i16 48000->44100 left" : "i16 48000->44100 right", m, 0.5);
-    EXPECT_NEAR(m.frequency, 1000.0, 0.01);
-    EXPECT_NEAR(20 * std::log10(m.amplitude / 0.5), 0.0, 0.05);
-    EXPECT_LT(m.residualDb, -40);
+// A 1 kHz sine at half scale up and down in rate, in float and in 16 bits
+// (stereo, the right channel inverted): every channel keeps its frequency
+// and level, and little else.
+TEST(ResampleTone, SineKeepsFrequencyAndLevel) {
+  const struct {
+    SampleKind kind;
+    int channels;
+    uint32_t from, to;
+  } cases[] = {{SampleKind::kF32, 1, 44100, 48000}, {SampleKind::kI16, 2, 48000, 44100}};
+  for (const auto& c : cases) {
+    const bool pcm = c.kind == SampleKind::kI16;
+    std::vector<uint8_t> in;
+    for (float x : audiotest::Sine(1000, 0.5, c.from, c.from * 2)) {
+      for (int ch = 0; ch < c.channels; ++ch) {
+        const float v = ch == 0 ? x : -x;
+        const auto s16 = static_cast<int16_t>(std::lrint(v * 32767));
+        const auto* bytes =
+            pcm ? reinterpret_cast<const uint8_t*>(&s16) : reinterpret_cast<const uint8_t*>(&v);
+        in.insert(in.end(), bytes, bytes + (pcm ? 2 : 4));
+      }
+    }
+    const auto bytes = ConvertStream(MakeFormat(c.kind, c.channels, c.from),
+                                     MakeFormat(c.kind, c.channels, c.to), in);
+    std::vector<float> out;
+    if (pcm) {
+      for (int16_t s16 : As<int16_t>(bytes)) out.push_back(static_cast<float>(s16) / 32767.0f);
+    } else {
+      out = As<float>(bytes);
+    }
+    EXPECT_NEAR(static_cast<double>(out.size()), 2.0 * c.to * c.channels, c.channels);
+    for (int ch = 0; ch < c.channels; ++ch) {
+      const auto m = audiotest::MeasureTone(audiotest::Channel(out, c.channels, ch), c.to);
+      EXPECT_NEAR(m.frequency, 1000.0, 0.01) << c.from << "->" << c.to << " channel " << ch;
+      EXPECT_NEAR(20 * std::log10(m.amplitude / 0.5), 0.0, 0.05);
+      EXPECT_LT(m.residualDb, -40);
+    }
   }
 }
 
@@ -167,11 +149,6 @@ TEST(ResampleTone, MonoUpMixesAfterTheResampler) {
   const auto to = MakeFormat(SampleKind::kF32, 8, 48000);
   AudioConverter converter;
   ASSERT_EQ(converter.Initialize(&from.Format, &to.Format), S_OK);
-  ASSERT_NE(converter.FloatResampler(), nullptr);
-  EXPECT_EQ(converter.FloatResampler()->Channels(), 1);
-  EXPECT_EQ(converter.IntResampler(), nullptr);
-  EXPECT_NE(converter.PreStage(), nullptr);
-  EXPECT_NE(converter.PostStage(), nullptr);
 
   std::vector<int16_t> in(4410, 16384);
   const uint8_t* result = nullptr;
@@ -222,8 +199,6 @@ TEST(ResampleTone, SoxAgreesOnFrequencyAndLevel) {
     std::sscanf(line.c_str(), "Rough   frequency: %lf", &frequency);
     std::sscanf(line.c_str(), "RMS     amplitude: %lf", &rms);
   }
-  std::printf("sox on 44100->48000: rough frequency %.0f Hz, RMS %.5f (sine 0.5 has %.5f)\n",
-              frequency, rms, 0.5 / std::sqrt(2.0));
   EXPECT_NEAR(frequency, 1000, 5);
   // Decoding by 32767 and the sox tone's own rounding both stay far inside 0.1 dB.
   EXPECT_NEAR(20 * std::log10(rms / (0.5 / std::sqrt(2.0))), 0.0, 0.1);

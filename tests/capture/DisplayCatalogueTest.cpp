@@ -35,12 +35,12 @@ TEST_F(DisplayCatalogueTest, OneScreenIsOneDisplayAndBadIndexesAreIgnored) {
   EXPECT_EQ(info->rcMonitor.bottom, 480);
   EXPECT_EQ(GetDisplayInfo(-1), nullptr);
   EXPECT_EQ(GetDisplayInfo(1), nullptr);
-  size_t mark = ovtest::LogMark();
+  ovtest::LogMark mark;
   UseDisplay(1);
   UseDisplay(-1);
-  EXPECT_EQ(ovtest::LogSince(mark), "");
+  EXPECT_EQ(mark.Text(), "");
   UseDisplay(0);
-  EXPECT_NE(ovtest::LogSince(mark).find("Use Display 0, Rect={0x0-640x480}\n"), std::string::npos);
+  EXPECT_NE(mark.Text().find("Use Display 0, Rect={0x0-640x480}\n"), std::string::npos);
 }
 
 TEST_F(DisplayCatalogueTest, MonitorsBecomeDisplaysAndAChangeFallsBackToTheFirst) {
@@ -63,11 +63,11 @@ TEST_F(DisplayCatalogueTest, MonitorsBecomeDisplaysAndAChangeFallsBackToTheFirst
   video.rcScreen = {330, 10, 630, 300};
   MouseOpt mouse{};
   HRESULT hr = S_OK;
-  size_t mark = ovtest::LogMark();
+  ovtest::LogMark mark;
   EXPECT_EQ(ovVideoRecord(0, folder.WidePath().c_str(), &video, AudioOpt{}, &mouse, 0, &hr),
             nullptr);
-  EXPECT_NE(ovtest::LogSince(mark).find("Rect:{330x10-630x300}(300x290)\n"), std::string::npos);
-  EXPECT_NE(ovtest::LogSince(mark).find("Unsupport codec type=(99)Unknown\n"), std::string::npos);
+  EXPECT_NE(mark.Text().find("Rect:{330x10-630x300}(300x290)\n"), std::string::npos);
+  EXPECT_NE(mark.Text().find("Unsupport codec type=(99)Unknown\n"), std::string::npos);
   FreeCapturedFile(1);
 
   // A session's UI thread hears of layout changes.

@@ -136,18 +136,13 @@ pid_t Survival::s_tone = -1;
 
 TEST_F(Survival, XServerGoingAwayEndsTheRecordingAndTheHostAssemblesIt) {
   // A server of this test's own, since it dies.
-  int number = 150 + getpid() % 100;
-  while (fs::exists("/tmp/.X11-unix/X" + std::to_string(number))) ++number;
-  const std::string display = ":" + std::to_string(number);
-  pid_t xvfb = ovtest::Spawn(
-      {"Xvfb", display, "-screen", "0", "640x480x24", "-nolisten", "tcp", "-noreset"});
-  for (int i = 0; i < 100 && !fs::exists("/tmp/.X11-unix/X" + std::to_string(number)); ++i)
-    SleepMs(50);
+  ovtest::XvfbServer own(640, 480);
+  ASSERT_TRUE(own.Running());
   CliProcess record({"record", "--system-audio", "--temp", m_temp, m_out},
-                    Environment{{"DISPLAY=" + display}, {}});
+                    Environment{{"DISPLAY=" + own.Display()}, {}});
   ASSERT_TRUE(record.WaitForErr("Recording", 60000));
   SleepMs(2500);
-  ovtest::Stop(xvfb);
+  own.End();
   CliResult r = record.Finish(120000);
   ASSERT_EQ(r.exitCode, 0) << r.err;
   EXPECT_NE(r.err.find("the X server went away"), std::string::npos) << r.err;

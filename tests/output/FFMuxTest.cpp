@@ -142,9 +142,9 @@ class FFMuxContainerTest : public FFMuxTest, public ::testing::WithParamInterfac
 
 TEST_P(FFMuxContainerTest, MakesAFileThatPlays) {
   const ContainerCase c = GetParam();
-  const size_t mark = ovtest::LogMark();
+  const ovtest::LogMark mark;
   const std::string out = Output(c.file);
-  ASSERT_EQ(RunMux(c.muxer, out), S_OK) << ovtest::LogSince(mark);
+  ASSERT_EQ(RunMux(c.muxer, out), S_OK) << mark.Text();
   EXPECT_EQ(Codecs(ProbeStreams(out)), c.codecs);
   EXPECT_EQ(ovtest::DecodeErrors(out), "");
   if (std::string(c.codecs).find("h264") != std::string::npos) {
@@ -152,7 +152,7 @@ TEST_P(FFMuxContainerTest, MakesAFileThatPlays) {
   }
   // A file without audio reads no wave file at all.
   if (c.muxer == 2) {
-    EXPECT_EQ(ovtest::LogSince(mark).find("Source Format"), std::string::npos);
+    EXPECT_EQ(mark.Text().find("Source Format"), std::string::npos);
   }
 }
 
@@ -181,10 +181,10 @@ TEST_F(FFMuxTest, AudioFilesNeedNoFrameIndex) {
     EXPECT_EQ(streams[0].type, "audio");
     EXPECT_EQ(ovtest::BeepTimes(out).size(), std::size(kBaseBeeps));
   }
-  const size_t mark = ovtest::LogMark();
+  const ovtest::LogMark mark;
   ovtest::MuxWaiter waiter;
   EXPECT_EQ(RunMux(0, Output("video.mp4"), 0, &waiter), E_FAIL);
-  EXPECT_NE(ovtest::LogSince(mark).find("to open file:"), std::string::npos);
+  EXPECT_NE(mark.Text().find("to open file:"), std::string::npos);
   EXPECT_EQ(waiter.Completions(), 0);
 }
 
@@ -229,8 +229,8 @@ TEST_P(OtherCodecTest, CopiedWhereTheContainerTakesItElseEncodedAsH264) {
   set.UseVideo(c.codecType);
   set.UseSpeaker();
   const std::string out = m_out.Path() + "/" + c.file;
-  const size_t mark = ovtest::LogMark();
-  ASSERT_EQ(RunMux(c.muxer, out), S_OK) << ovtest::LogSince(mark);
+  const ovtest::LogMark mark;
+  ASSERT_EQ(RunMux(c.muxer, out), S_OK) << mark.Text();
   const auto streams = ProbeStreams(out);
   EXPECT_EQ(Codecs(streams), c.codecs);
   EXPECT_EQ(ovtest::DecodeErrors(out), "");
@@ -264,12 +264,12 @@ TEST_F(FFMuxTest, WatermarkIsLaidOnEveryFrameUntilTurnedOff) {
   // Bottom right: the 64 x 48 picture covers x 240..303, y 176..223 of 320 x 240.
   ASSERT_EQ(UseWatermark(ov::FromUtf8(ovtest::MakeWatermarkPicture(m_out.Path())).c_str(), 2, 2),
             S_OK);
-  size_t mark = ovtest::LogMark();
+  ovtest::LogMark mark;
   const std::string marked = Output("marked.mp4");
   const HRESULT result = RunMux(0, marked);
   UseWatermark(nullptr, 0, 0);
-  ASSERT_EQ(result, S_OK) << ovtest::LogSince(mark);
-  EXPECT_NE(ovtest::LogSince(mark).find("watermark"), std::string::npos);
+  ASSERT_EQ(result, S_OK) << mark.Text();
+  EXPECT_NE(mark.Text().find("watermark"), std::string::npos);
   EXPECT_EQ(ovtest::DecodeErrors(marked), "");
   EXPECT_EQ(ovtest::FrameNumbers(marked).size(), s_entries->size());
   const std::string picture = ovtest::PictureAt(marked, 0);
@@ -281,18 +281,18 @@ TEST_F(FFMuxTest, WatermarkIsLaidOnEveryFrameUntilTurnedOff) {
   mark = ovtest::LogMark();
   const std::string plain = Output("plain.mp4");
   ASSERT_EQ(RunMux(0, plain), S_OK);
-  EXPECT_EQ(ovtest::LogSince(mark).find("watermark"), std::string::npos);
+  EXPECT_EQ(mark.Text().find("watermark"), std::string::npos);
   ExpectColour(ovtest::PictureAt(plain, 0), 272, 200, 96, 96, 96);
 }
 
 TEST_F(FFMuxTest, WatermarkThatCannotBeLoadedLeavesTheVideoAsItIs) {
   UseWatermark(L"/nonexistent/logo.png", 0, 0);
-  const size_t mark = ovtest::LogMark();
+  const ovtest::LogMark mark;
   const std::string out = Output("unmarked.mp4");
   const HRESULT result = RunMux(0, out);
   UseWatermark(nullptr, 0, 0);
   ASSERT_EQ(result, S_OK);
-  const std::string log = ovtest::LogSince(mark);
+  const std::string log = mark.Text();
   EXPECT_NE(log.find("mux: the watermark covers nothing"), std::string::npos) << log;
   EXPECT_EQ(log.find("encoded again"), std::string::npos) << log;
   ExpectColour(ovtest::PictureAt(out, 0), 40, 100, 96, 96, 96);

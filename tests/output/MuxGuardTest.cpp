@@ -61,10 +61,10 @@ TEST_F(MuxGuardTest, OutputsThatAreNoFileOfTheirOwnAreRefusedUntouched) {
   for (const std::string& out :
        {Path("Speaker.wav"), m_folder.Path() + "/./ScreenCapture.h264", m_set->VideoPath() + ".idx",
         Path("fifo"), Path("folder"), std::string("out.mp4"), Path("missing/out.mp4"), deep}) {
-    const size_t mark = ovtest::LogMark();
+    const ovtest::LogMark mark;
     ovtest::MuxWaiter waiter;
     EXPECT_EQ(FFMux(0, 0, ov::FromUtf8(out).c_str(), 0, &waiter), E_INVALIDARG) << out;
-    EXPECT_NE(ovtest::LogSince(mark).find("Error: output"), std::string::npos) << out;
+    EXPECT_NE(mark.Text().find("Error: output"), std::string::npos) << out;
     EXPECT_EQ(waiter.Completions(), 0);
   }
   EXPECT_EQ(ovtest::ReadFile(Path("Speaker.wav")), speaker);
@@ -117,9 +117,9 @@ TEST_F(MuxGuardTest, IndexTimesOutsideTheRecordingAreRefused) {
        {std::pair<size_t, int64_t>{0, INT64_MIN}, {0, -1}, {20, 0}, {10, INT64_MAX}}) {
     ovtest::WriteFile(index, good);
     SetIndexTime(index, entry, time);
-    const size_t mark = ovtest::LogMark();
+    const ovtest::LogMark mark;
     EXPECT_EQ(RunMux(0, Path("times.mp4")), E_FAIL) << entry << " " << time;
-    EXPECT_NE(ovtest::LogSince(mark).find("out of time order"), std::string::npos);
+    EXPECT_NE(mark.Text().find("out of time order"), std::string::npos);
     EXPECT_FALSE(fs::exists(Path("times.mp4")));
   }
 }
@@ -127,10 +127,10 @@ TEST_F(MuxGuardTest, IndexTimesOutsideTheRecordingAreRefused) {
 TEST_F(MuxGuardTest, FrameTornAtTheStreamsEndIsLeftOut) {
   const size_t frames = ovtest::BaseTempSet().entries.size();
   fs::resize_file(m_set->VideoPath(), fs::file_size(m_set->VideoPath()) - 10);
-  const size_t mark = ovtest::LogMark();
+  const ovtest::LogMark mark;
   const std::string out = Path("torn.mp4");
   ASSERT_EQ(RunMux(0, out), S_OK);
-  EXPECT_NE(ovtest::LogSince(mark).find("is cut short at the end of"), std::string::npos);
+  EXPECT_NE(mark.Text().find("is cut short at the end of"), std::string::npos);
   EXPECT_EQ(ovtest::VideoTimes(out).size(), frames - 1);
   EXPECT_EQ(ovtest::ProbeStreams(out).size(), 2u);
   EXPECT_EQ(ovtest::DecodeErrors(out), "");
@@ -145,9 +145,9 @@ TEST_F(MuxGuardTest, TrimsOutsideTheRecordingAreRefusedOrHeldToIt) {
                     Trim{-kSecond, 0}, Trim{0, -kSecond}}) {
     r.nTrimStart = trim.start;
     r.nTrimEnd = trim.end;
-    const size_t mark = ovtest::LogMark();
+    const ovtest::LogMark mark;
     EXPECT_EQ(RunMux(0, Path("trim.mp4")), E_INVALIDARG) << trim.start << "->" << trim.end;
-    EXPECT_NE(ovtest::LogSince(mark).find("Error: trim"), std::string::npos);
+    EXPECT_NE(mark.Text().find("Error: trim"), std::string::npos);
   }
   EXPECT_FALSE(fs::exists(Path("trim.mp4")));
 

@@ -95,10 +95,9 @@ class BadRecordTest : public MuxProgramTest, public ::testing::WithParamInterfac
 
 TEST_P(BadRecordTest, IsRefusedWithALogLine) {
   GetParam().spoil(&Record());
-  const size_t mark = ovtest::LogMark();
+  const ovtest::LogMark mark;
   EXPECT_EQ(Run(m_record), 1);
-  EXPECT_NE(ovtest::LogSince(mark).find("[ERR]  mux: bad record"), std::string::npos)
-      << ovtest::LogSince(mark);
+  EXPECT_NE(mark.Text().find("[ERR]  mux: bad record"), std::string::npos) << mark.Text();
   EXPECT_FALSE(std::filesystem::exists(Output()));
 }
 
@@ -131,15 +130,15 @@ INSTANTIATE_TEST_SUITE_P(
 TEST_F(MuxProgramTest, ShortMappingIsRefused) {
   ov::SharedMemory tiny;
   ASSERT_EQ(tiny.Create(100), 0);
-  const size_t mark = ovtest::LogMark();
+  const ovtest::LogMark mark;
   EXPECT_EQ(Run(tiny), 1);
-  EXPECT_NE(ovtest::LogSince(mark).find("mux: bad record: mapping too small"), std::string::npos);
+  EXPECT_NE(mark.Text().find("mux: bad record: mapping too small"), std::string::npos);
 }
 
 TEST_F(MuxProgramTest, BadCommandLinesAreRefused) {
-  const size_t mark = ovtest::LogMark();
+  const ovtest::LogMark mark;
   EXPECT_EQ(Run(m_record, {"m", std::to_string(ov::LogFd()), "x"}), 2);
-  EXPECT_NE(ovtest::LogSince(mark).find("mux: usage"), std::string::npos);
+  EXPECT_NE(mark.Text().find("mux: usage"), std::string::npos);
   EXPECT_EQ(Run(m_record, {"q"}), 2);
   EXPECT_FALSE(std::filesystem::exists(Output()));
 }

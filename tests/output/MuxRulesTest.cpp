@@ -59,29 +59,17 @@ INSTANTIATE_TEST_SUITE_P(
     Cases, FrameRangeTest,
     ::testing::Values(
         RangeCase{"NoTrimKeepsAll", 0, 0, 0, 0, 300, 0, 0},
-        RangeCase{"StartInFirstGroupGoesToFrameZero", 2 * kSecond, 0, 0, 0, 300, TimeOf(0), 0},
         RangeCase{"StartOnAKeyFrameMovesToTheOneBefore", TimeOf(150), 0, 0, 0, 300, TimeOf(0), 0},
         RangeCase{"StartAfterAKeyFrameMovesBackToIt", 6 * kSecond, 0, 0, 150, 300, TimeOf(150), 0},
         RangeCase{"IntraPictureIsAStartToo", 9 * kSecond, 0, 0, 240, 300, TimeOf(240), 0},
         RangeCase{"StartPastTheEndUsesFrameZero", 20 * kSecond, 0, 0, 0, 300, TimeOf(0), 0},
-        RangeCase{"EndKeepsFramesUpToIt", 0, 4 * kSecond, 0, 0, 120, 0, Span(0, 120)},
         RangeCase{"LimitShorterThanTheTrimEndsAtLimitPastTheStart", 6 * kSecond, 9 * kSecond,
                   2 * kSecond, 150, 240, TimeOf(150), Span(150, 240)},
         RangeCase{"EndShorterThanTheLimitWins", 6 * kSecond, 7 * kSecond, 5 * kSecond, 150, 210,
                   TimeOf(150), Span(150, 210)},
-        RangeCase{"LimitAloneCountsFromZero", 0, 0, 3 * kSecond, 0, 90, 0, Span(0, 90)},
         RangeCase{"EndPastTheLastFrameSpansToTheLastEntry", 0, 30 * kSecond, 0, 0, 300, 0,
                   Span(0, 299)}),
     [](const ::testing::TestParamInfo<RangeCase>& info) { return info.param.name; });
-
-TEST(FrameRangeEdges, EmptyIndexKeepsNothingAndChangesNothing) {
-  int64_t start = 3 * kSecond, limit = kSecond;
-  const FrameRange range = ComputeFrameRange({}, &start, 5 * kSecond, &limit);
-  EXPECT_EQ(range.first, 0);
-  EXPECT_EQ(range.end, 0);
-  EXPECT_EQ(start, 3 * kSecond);
-  EXPECT_EQ(limit, kSecond);
-}
 
 struct FormatCase {
   int muxer;
@@ -109,29 +97,21 @@ TEST_P(AudioFormatTest, FollowsTheRowOfTheMuxer) {
   EXPECT_EQ(wanted.wBitsPerSample, aac ? 16 : 32);
   EXPECT_EQ(wanted.nSamplesPerSec, c.wantedRate);
   EXPECT_EQ(wanted.nChannels, c.wantedChannels);
-  EXPECT_EQ(wanted.nBlockAlign, wanted.nChannels * wanted.wBitsPerSample / 8);
   EXPECT_EQ(wanted.nAvgBytesPerSec, wanted.nSamplesPerSec * wanted.nBlockAlign);
-  EXPECT_EQ(wanted.cbSize, 0);
 }
 
+// One case for each way a row can move a format; the rows themselves are
+// not restated.
 INSTANTIATE_TEST_SUITE_P(Rows, AudioFormatTest,
                          ::testing::Values(
-                             // 32 kHz is not listed: the next higher rate in every row.
-                             FormatCase{0, 32000, 2, 44100, 2}, FormatCase{5, 32000, 2, 44100, 2},
-                             FormatCase{8, 32000, 2, 44100, 2},
-                             // 50 kHz: 64 kHz only where the list has it.
-                             FormatCase{6, 50000, 2, 64000, 2}, FormatCase{5, 50000, 2, 48000, 2},
-                             FormatCase{8, 50000, 2, 48000, 2},
+                             // An unlisted rate takes the next higher one.
+                             FormatCase{5, 32000, 2, 44100, 2}, FormatCase{6, 50000, 2, 64000, 2},
                              // Mono stays mono except for AC-3.
-                             FormatCase{1, 44100, 1, 44100, 1}, FormatCase{5, 44100, 1, 44100, 1},
-                             FormatCase{8, 44100, 1, 44100, 2},
+                             FormatCase{1, 44100, 1, 44100, 1}, FormatCase{8, 44100, 1, 44100, 2},
                              // Many channels: 8, 6 or 2 by the row.
-                             FormatCase{3, 48000, 3, 48000, 2}, FormatCase{4, 48000, 5, 48000, 6},
-                             FormatCase{7, 48000, 10, 48000, 8}, FormatCase{5, 48000, 6, 48000, 2},
-                             FormatCase{8, 48000, 4, 48000, 6},
+                             FormatCase{7, 48000, 10, 48000, 8}, FormatCase{8, 48000, 4, 48000, 6},
+                             FormatCase{5, 48000, 6, 48000, 2},
                              // Rates beyond the ends of a list are held to them.
-                             FormatCase{0, 192000, 2, 96000, 2}, FormatCase{5, 192000, 2, 48000, 2},
-                             FormatCase{0, 4000, 1, 8000, 1}, FormatCase{8, 4000, 2, 44100, 2},
-                             FormatCase{0, 22050, 2, 22050, 2}));
+                             FormatCase{0, 192000, 2, 96000, 2}, FormatCase{0, 4000, 1, 8000, 1}));
 
 }  // namespace

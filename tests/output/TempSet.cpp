@@ -1,7 +1,6 @@
 #include "TempSet.h"
 
 #include <algorithm>
-#include <chrono>
 #include <cmath>
 #include <cstring>
 #include <sstream>
@@ -17,17 +16,6 @@ namespace {
 
 constexpr int kCodeBits = 12;
 constexpr int kCodeSquare = 16;
-
-class NullStatistics : public CWriterStatistics {
- public:
-  void AddBytes(int64_t) override {}
-  void AddFrame() override {}
-};
-
-class NullRateControl : public CFrameRateControl {
- public:
-  void ReportFrameTime(uint32_t) override {}
-};
 
 void Fill(std::vector<uint32_t>* pixels, int stride, int x, int y, int w, int h, uint32_t bgr) {
   for (int row = y; row < y + h; ++row)
@@ -53,10 +41,9 @@ int64_t FrameTime(const VideoSpec& video, int i) {
 }
 
 bool WriteTempVideo(const std::wstring& path, const VideoSpec& video) {
-  NullStatistics statistics;
-  NullRateControl rateControl;
+  NullStatistics reports;
   std::unique_ptr<CVideoCodec> encoder(
-      ov::CreateLibraryVideoCodec(video.codecType, &statistics, &rateControl));
+      ov::CreateLibraryVideoCodec(video.codecType, &reports, &reports));
   if (!encoder || encoder->Initialize(video.codecType, video.width, video.height, video.fps, 3,
                                       path.c_str()) != S_OK)
     return false;
@@ -123,20 +110,6 @@ bool WriteWave(const std::wstring& path, const WaveSpec& wave) {
   return true;
 }
 
-namespace {
-
-std::vector<ov::FrameIndexEntry> ReadEntries(const std::string& indexPath) {
-  const std::string bytes = ReadFile(indexPath);
-  std::vector<ov::FrameIndexEntry> entries;
-  if (bytes.size() < sizeof(ov::FrameIndexHeader)) return entries;
-  entries.resize((bytes.size() - sizeof(ov::FrameIndexHeader)) / sizeof(ov::FrameIndexEntry));
-  std::memcpy(entries.data(), bytes.data() + sizeof(ov::FrameIndexHeader),
-              entries.size() * sizeof(ov::FrameIndexEntry));
-  return entries;
-}
-
-}  // namespace
-
 const BaseSet& BaseTempSet() {
   static ScratchFolder folder("ovmuxbase");
   static const BaseSet set = [] {
@@ -149,7 +122,7 @@ const BaseSet& BaseTempSet() {
     speaker.beeps.assign(std::begin(kBaseBeeps), std::end(kBaseBeeps));
     WriteWave(ov::FromUtf8(made.folder + "/Speaker.wav"), speaker);
     WriteWave(ov::FromUtf8(made.folder + "/AudioCapture.wav"), WaveSpec{false, 44100, 1, 10.0, {}});
-    made.entries = ReadEntries(record.VideoPath() + ".idx");
+    made.entries = ReadFrameIndex(record.VideoPath() + ".idx").entries;
     return made;
   }();
   return set;
@@ -204,48 +177,6 @@ void RecordingSet::UseMicrophone() {
   m_record->lWaveInVolume = 100;
   std::wcsncpy(m_record->szWaveInFile, ov::FromUtf8(m_folder + "/AudioCapture.wav").c_str(),
                OV_MAX_PATH - 1);
-}
-
-int MuxWaiter::OnProgress(int percent) {
-  std::lock_guard<std::mutex> lock(m_mutex);
-  m_progress.push_back(percent);
-  m_changed.notify_all();
-  return m_cancelAt >= 0 && percent >= m_cancelAt ? 0 : 1;
-}
-
-void MuxWaiter::OnComplete(HRESULT result) {
-  std::lock_guard<std::mutex> lock(m_mutex);
-  m_result = result;
-  ++m_completions;
-  m_changed.notify_all();
-}
-
-bool MuxWaiter::Wait(int limitSeconds) {
-  std::unique_lock<std::mutex> lock(m_mutex);
-  return m_changed.wait_for(lock, std::chrono::seconds(limitSeconds),
-                            [this] { return m_completions > 0; });
-}
-
-bool MuxWaiter::WaitForProgress(int percent, int limitSeconds) {
-  std::unique_lock<std::mutex> lock(m_mutex);
-  return m_changed.wait_for(lock, std::chrono::seconds(limitSeconds), [&] {
-    return m_completions > 0 || (!m_progress.empty() && m_progress.back() >= percent);
-  });
-}
-
-HRESULT MuxWaiter::Result() const {
-  std::lock_guard<std::mutex> lock(m_mutex);
-  return m_result;
-}
-
-std::vector<int> MuxWaiter::Progress() const {
-  std::lock_guard<std::mutex> lock(m_mutex);
-  return m_progress;
-}
-
-int MuxWaiter::Completions() const {
-  std::lock_guard<std::mutex> lock(m_mutex);
-  return m_completions;
 }
 
 HRESULT RunMux(int muxer, const std::string& output, int duration, MuxWaiter* waiter) {

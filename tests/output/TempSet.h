@@ -1,17 +1,16 @@
 // What the output tests work on: a temp set made by the real encoder library
 // and the real wave writer, the recording record set by hand, a host
-// callback that records what it is told, and probes of the files made.
+// callback (support/Doubles.h), and probes of the files made.
 #pragma once
 
-#include <condition_variable>
 #include <cstdint>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <vector>
 
 #include "formats/FrameIndex.h"
 #include "orvanta/orvanta.h"
+#include "support/Doubles.h"
 #include "support/TestEnv.h"
 
 namespace ovtest {
@@ -78,30 +77,6 @@ void CopyBaseSet(const std::string& folder);
 
 // A 64 x 48 red picture at half opacity, as a PNG in folder; its path.
 std::string MakeWatermarkPicture(const std::string& folder);
-
-// A host callback: progress and the end, with a cancel on demand.
-class MuxWaiter : public CMuxCallback {
- public:
-  // Cancels at the first report of at least this percent; -1 never.
-  explicit MuxWaiter(int cancelAt = -1) : m_cancelAt(cancelAt) {}
-  int OnProgress(int percent) override;
-  void OnComplete(HRESULT result) override;
-  // Waits up to limitSeconds for OnComplete; false when it did not come.
-  bool Wait(int limitSeconds);
-  // Waits until a report of at least percent, or the end.
-  bool WaitForProgress(int percent, int limitSeconds);
-  HRESULT Result() const;
-  std::vector<int> Progress() const;
-  int Completions() const;
-
- private:
-  mutable std::mutex m_mutex;
-  std::condition_variable m_changed;
-  const int m_cancelAt;
-  std::vector<int> m_progress;
-  int m_completions = 0;
-  HRESULT m_result = S_OK;
-};
 
 // What RunMux gives when OnComplete never came.
 inline constexpr HRESULT kMuxNeverEnded = 0x7FFF0001;

@@ -4,6 +4,7 @@
 
 #include <array>
 #include <cstring>
+#include <tuple>
 
 #include "PixelTestSupport.h"
 #include "pixels/Pixels.h"
@@ -70,14 +71,9 @@ TEST_P(PixelArithmetic, FullRangeLumaAndChromaOfPrimaries) {
 TEST_P(PixelArithmetic, ChromaAveragesTheBlock) {
   const uint8_t src[16] = {10, 200, 30, 0, 250, 0,   90,  0,   // top row
                            0,  0,   0,  0, 255, 255, 255, 0};  // bottom row
-  uint8_t dst[6];
-  ASSERT_EQ(ImageConvert_BGR32_to_I420(dst, 2, src, 8, 2, 2), S_OK);
-  EXPECT_EQ(dst[0], 127);
-  EXPECT_EQ(dst[1], 55);
-  EXPECT_EQ(dst[2], 0);
-  EXPECT_EQ(dst[3], 255);
-  EXPECT_EQ(dst[4], 137);
-  EXPECT_EQ(dst[5], 114);
+  std::vector<uint8_t> dst(6);
+  ASSERT_EQ(ImageConvert_BGR32_to_I420(dst.data(), 2, src, 8, 2, 2), S_OK);
+  EXPECT_EQ(dst, (std::vector<uint8_t>{127, 55, 0, 255, 137, 114}));
 }
 
 // Pitch 7 and height 5: U at 35, V at 35 * 5 / 4 = 43, chroma pitch 3; the odd
@@ -102,13 +98,11 @@ TEST_P(PixelArithmetic, I420PlanesFollowPitchAndHeightAndSkipOddEdges) {
   EXPECT_EQ(dst[v + 3], 128);
   EXPECT_EQ(dst[v + 4], 128);
   EXPECT_EQ(dst[v + 2], kUntouched);
-}
 
-TEST_P(PixelArithmetic, I420OfOneRowConvertsNothing) {
-  auto src = Flat32(8, 1, {1, 2, 3});
-  std::vector<uint8_t> dst(16, kUntouched);
-  EXPECT_EQ(ImageConvert_BGR32_to_I420(dst.data(), 8, src.data(), 32, 8, 1), S_FALSE);
-  EXPECT_EQ(dst, std::vector<uint8_t>(16, kUntouched));
+  // One row has no 2 x 2 block to convert.
+  std::vector<uint8_t> row(16, kUntouched);
+  EXPECT_EQ(ImageConvert_BGR32_to_I420(row.data(), 8, src.data(), 32, 8, 1), S_FALSE);
+  EXPECT_EQ(row, std::vector<uint8_t>(16, kUntouched));
 }
 
 // NV12 is the I420 result with its chroma woven into pairs; the chroma plane
@@ -141,38 +135,6 @@ TEST_P(PixelArithmetic, Nv12IsI420WithWovenChroma) {
   }
 }
 
-TEST_P(PixelArithmetic, Nv12NeedsTwoByTwoAndAllPointers) {
-  auto src = Flat32(4, 4, {9, 9, 9});
-  std::vector<uint8_t> dst(24, kUntouched), scratch(24);
-  EXPECT_LT(ImageConvert_BGR32_to_NV12(dst.data(), 4, src.data(), 16, 1, 4, scratch.data()), 0);
-  EXPECT_LT(ImageConvert_BGR32_to_NV12(dst.data(), 4, src.data(), 16, 4, 1, scratch.data()), 0);
-  EXPECT_LT(ImageConvert_BGR32_to_NV12(dst.data(), 4, src.data(), 16, 4, 4, nullptr), 0);
-  EXPECT_LT(ImageConvert_BGR32_to_NV12(nullptr, 4, src.data(), 16, 4, 4, scratch.data()), 0);
-  EXPECT_LT(ImageConvert_BGR32_to_NV12(dst.data(), 4, src.data(), 16, 0, 4, scratch.data()), 0);
-  EXPECT_EQ(dst, std::vector<uint8_t>(24, kUntouched));
-  EXPECT_EQ(ImageConvert_BGR32_to_NV12(dst.data(), 4, src.data(), 16, 4, 4, scratch.data()), S_OK);
-}
-
-// Full-range I420 to RGB32: V builds byte 0, U byte 2, the fourth byte is 0.
-TEST_P(PixelArithmetic, I420ToRgb32Arithmetic) {
-  // 2 x 2, pitch 2: Y 100 everywhere, U 200, V 50.
-  const uint8_t i420[6] = {100, 100, 100, 100, 200, 50};
-  uint8_t dst[16];
-  std::memset(dst, kUntouched, sizeof dst);
-  ASSERT_EQ(ImageConvert_I420_to_RGB32(dst, 8, i420, 2, 2, 2), S_OK);
-  for (int i = 0; i < 4; ++i) {
-    EXPECT_EQ(dst[4 * i], 11);
-    EXPECT_EQ(dst[4 * i + 1], 117);
-    EXPECT_EQ(dst[4 * i + 2], 246);
-    EXPECT_EQ(dst[4 * i + 3], 0);
-  }
-  // YV12 reads the same block with the planes swapped.
-  const uint8_t yv12[6] = {100, 100, 100, 100, 50, 200};
-  uint8_t same[16];
-  ASSERT_EQ(ImageConvert_YV12_to_RGB32(same, 8, yv12, 2, 2, 2), S_OK);
-  EXPECT_EQ(0, std::memcmp(dst, same, 16));
-}
-
 // Back from I420, byte 0 carries red and byte 2 blue, within rounding.
 TEST_P(PixelArithmetic, I420RoundTripGivesRgbOrder) {
   const Bgr colours[] = {{40, 90, 200}, {200, 30, 60}, {128, 128, 128}, {10, 240, 10}};
@@ -184,63 +146,41 @@ TEST_P(PixelArithmetic, I420RoundTripGivesRgbOrder) {
     EXPECT_NEAR(back[0], c[2], 3) << int(c[0]) << "," << int(c[1]) << "," << int(c[2]);
     EXPECT_NEAR(back[1], c[1], 3);
     EXPECT_NEAR(back[2], c[0], 3);
+    // YV12 reads the same block with the chroma planes swapped.
+    std::swap(i420[4], i420[5]);
+    uint8_t same[16];
+    ASSERT_EQ(ImageConvert_YV12_to_RGB32(same, 8, i420, 2, 2, 2), S_OK);
+    EXPECT_EQ(0, std::memcmp(back, same, 16));
   }
 }
 
-TEST_P(PixelArithmetic, YuvToRgbOddEdgesStayUntouched) {
-  // 3 x 3 at pitch 3: U at 9, V at 11, chroma pitch 1.
-  uint8_t i420[12];
-  std::memset(i420, 128, sizeof i420);
-  std::vector<uint8_t> dst(3 * 12, kUntouched);
-  EXPECT_EQ(ImageConvert_I420_to_RGB32(dst.data(), 12, i420, 3, 3, 3), S_FALSE);
-  uint8_t nv12[12];
-  std::memset(nv12, 128, sizeof nv12);
-  std::vector<uint8_t> dst2(3 * 12, kUntouched);
-  EXPECT_EQ(ImageConvert_NV12_to_BGR32(dst2.data(), 12, nv12, 3, 3, 3), S_FALSE);
-  for (int y = 0; y < 3; ++y) {
-    for (int x = 0; x < 3; ++x) {
-      const bool converted = x < 2 && y < 2;
-      EXPECT_EQ(dst[y * 12 + 4 * x + 1], converted ? 128 : kUntouched) << x << "," << y;
-      EXPECT_EQ(dst2[y * 12 + 4 * x + 3], converted ? 255 : kUntouched) << x << "," << y;
-    }
+// Video range through the packed layouts, on one pair of pixels: Y 16 is
+// black and Y 235 white; UYVY has constants of its own (green 54, not 55).
+TEST_P(PixelArithmetic, PackedVideoRange) {
+  using Routine = HRESULT (*)(BYTE*, int, const BYTE*, int, int, int);
+  const struct {
+    Routine routine;
+    uint8_t pair[4];
+    uint8_t first[4];
+  } cases[] = {
+      {ImageConvert_YUY2_to_BGR32, {16, 128, 235, 128}, {0, 0, 0, 255}},
+      {ImageConvert_UYVY_to_BGR32, {128, 16, 128, 235}, {0, 0, 0, 255}},
+      {ImageConvert_YVYU_to_BGR32, {16, 128, 235, 128}, {0, 0, 0, 255}},
+      {ImageConvert_YUY2_to_BGR32, {16, 130, 16, 60}, {4, 55, 0, 255}},
+      {ImageConvert_UYVY_to_BGR32, {130, 16, 60, 16}, {4, 54, 0, 255}},
+      {ImageConvert_YVYU_to_BGR32, {16, 60, 16, 130}, {4, 55, 0, 255}},
+  };
+  for (const auto& c : cases) {
+    uint8_t out[8];
+    ASSERT_EQ(c.routine(out, 8, c.pair, 4, 2, 1), S_OK);
+    EXPECT_EQ(0, std::memcmp(out, c.first, 4)) << int(c.pair[0]) << "," << int(c.pair[1]);
   }
-}
-
-// Video range: Y 16 is black, Y 235 white, the fourth byte 255.
-TEST_P(PixelArithmetic, VideoRangeBlackAndWhite) {
-  // 2 x 2 NV12 at pitch 2: Y 16, 235, 16, 235; one neutral pair.
+  // The NV12 path: black, white.
   const uint8_t nv12[6] = {16, 235, 16, 235, 128, 128};
   uint8_t dst[16];
   ASSERT_EQ(ImageConvert_NV12_to_BGR32(dst, 8, nv12, 2, 2, 2), S_OK);
-  const uint8_t expected[16] = {0, 0, 0, 255, 255, 255, 255, 255, 0, 0, 0, 255, 255, 255, 255, 255};
-  EXPECT_EQ(0, std::memcmp(dst, expected, 16));
-
-  const uint8_t yuy2[4] = {16, 128, 235, 128};
-  const uint8_t uyvy[4] = {128, 16, 128, 235};
-  const uint8_t yvyu[4] = {16, 128, 235, 128};
-  uint8_t a[8], b[8], c[8];
-  ASSERT_EQ(ImageConvert_YUY2_to_BGR32(a, 8, yuy2, 4, 2, 1), S_OK);
-  ASSERT_EQ(ImageConvert_UYVY_to_BGR32(b, 8, uyvy, 4, 2, 1), S_OK);
-  ASSERT_EQ(ImageConvert_YVYU_to_BGR32(c, 8, yvyu, 4, 2, 1), S_OK);
-  EXPECT_EQ(0, std::memcmp(a, expected, 8));
-  EXPECT_EQ(0, std::memcmp(b, expected, 8));
-  EXPECT_EQ(0, std::memcmp(c, expected, 8));
-}
-
-// Y 16, U 130, V 60: green is 55 with the common constants and 54 with the
-// UYVY ones; the other channels agree (blue 4, red 0).
-TEST_P(PixelArithmetic, UyvyUsesItsOwnConstants) {
-  const uint8_t yuy2[4] = {16, 130, 16, 60};
-  const uint8_t uyvy[4] = {130, 16, 60, 16};
-  const uint8_t yvyu[4] = {16, 60, 16, 130};
-  uint8_t a[8], b[8], c[8];
-  ASSERT_EQ(ImageConvert_YUY2_to_BGR32(a, 8, yuy2, 4, 2, 1), S_OK);
-  ASSERT_EQ(ImageConvert_UYVY_to_BGR32(b, 8, uyvy, 4, 2, 1), S_OK);
-  ASSERT_EQ(ImageConvert_YVYU_to_BGR32(c, 8, yvyu, 4, 2, 1), S_OK);
-  const uint8_t common[4] = {4, 55, 0, 255}, own[4] = {4, 54, 0, 255};
-  EXPECT_EQ(0, std::memcmp(a, common, 4));
-  EXPECT_EQ(0, std::memcmp(c, common, 4));
-  EXPECT_EQ(0, std::memcmp(b, own, 4));
+  EXPECT_EQ(dst[0] + dst[1] + dst[2], 0);
+  EXPECT_EQ(dst[4] & dst[5] & dst[6] & dst[7], 255);
 }
 
 // The lone last pixel of an odd row borrows the missing chroma sample from the
@@ -303,37 +243,20 @@ TEST_P(PixelArithmetic, Bgr24KeepsTheFourthByte) {
   }
 }
 
-TEST_P(PixelArithmetic, FlipRows32MovesColourAndLeavesFourthByte) {
-  // Pixel (x, y) holds bytes x, y, 7, 100 + 10 * y + x; 5 x 3 rows.
-  const int width = 5, height = 3;
-  std::vector<uint8_t> image(width * height * 4);
-  for (int y = 0; y < height; ++y) {
-    for (int x = 0; x < width; ++x) {
-      uint8_t* p = &image[(y * width + x) * 4];
-      p[0] = uint8_t(x), p[1] = uint8_t(y), p[2] = 7, p[3] = uint8_t(100 + 10 * y + x);
-    }
-  }
-  ASSERT_EQ(FlipRows32(image.data(), width, height), S_OK);
-  for (int y = 0; y < height; ++y) {
-    for (int x = 0; x < width; ++x) {
-      const uint8_t* p = &image[(y * width + x) * 4];
-      EXPECT_EQ(p[0], x);
-      EXPECT_EQ(p[1], height - 1 - y) << "row " << y;
-      EXPECT_EQ(p[3], 100 + 10 * y + x) << "fourth byte moved";
-    }
-  }
-}
-
-TEST_P(PixelArithmetic, FlipRows24ReversesRows) {
+// FlipRows32 moves the colour bytes and leaves each pixel's fourth byte.
+TEST_P(PixelArithmetic, FlipsReverseRows) {
   const int width = 7, height = 4;
-  std::vector<uint8_t> image(width * height * 3);
-  for (size_t i = 0; i < image.size(); ++i) image[i] = uint8_t(i);
-  const auto before = image;
-  ASSERT_EQ(FlipRows24(image.data(), width, height), S_OK);
-  for (int y = 0; y < height; ++y) {
-    EXPECT_EQ(0,
-              std::memcmp(&image[y * width * 3], &before[(height - 1 - y) * width * 3], width * 3))
-        << "row " << y;
+  for (int bytes : {3, 4}) {
+    std::vector<uint8_t> image(width * height * bytes);
+    for (size_t i = 0; i < image.size(); ++i) image[i] = uint8_t(i);
+    const auto before = image;
+    ASSERT_EQ((bytes == 4 ? FlipRows32 : FlipRows24)(image.data(), width, height), S_OK);
+    const int row = width * bytes;
+    for (int at = 0; at < height * row; ++at) {
+      const bool stays = bytes == 4 && at % 4 == 3;
+      const int from = stays ? at : (height - 1 - at / row) * row + at % row;
+      ASSERT_EQ(image[at], before[from]) << bytes << " bytes, at " << at;
+    }
   }
 }
 
@@ -357,6 +280,13 @@ TEST_P(PixelArithmetic, BadArgumentsDoNothing) {
   std::vector<uint8_t> buf(64, kUntouched);
   const std::vector<uint8_t> before = buf;
   const uint8_t* src = buf.data();
+  // NV12 needs 2 x 2 and all its pointers.
+  const auto bgr = Flat32(4, 4, {9, 9, 9});
+  std::vector<uint8_t> scratch(24);
+  for (auto [w, h, sc] :
+       {std::tuple{1, 4, scratch.data()}, {4, 1, scratch.data()}, {4, 4, nullptr}})
+    EXPECT_LT(ImageConvert_BGR32_to_NV12(buf.data(), 4, bgr.data(), 16, w, h, sc), 0);
+  EXPECT_LT(ImageConvert_BGR32_to_NV12(nullptr, 4, bgr.data(), 16, 4, 4, scratch.data()), 0);
   EXPECT_LT(ImageConvert_BGR32_to_I420(nullptr, 4, src, 16, 4, 4), 0);
   EXPECT_LT(ImageConvert_BGR32_to_I420(buf.data(), 4, nullptr, 16, 4, 4), 0);
   EXPECT_LT(ImageConvert_I420_to_RGB32(buf.data(), 16, src, 4, 0, 4), 0);

@@ -186,19 +186,4 @@ TEST_F(PixelPaths, FlipsMatchPlain) {
   }
 }
 
-// A full frame of the size the encoders use, all levels on the same input.
-TEST_F(PixelPaths, FullHdNv12MatchesPlain) {
-  const Shape s{1920, 1080, 1920 * 4, 1920};
-  const auto src = RandomBytes(size_t(s.srcPitch) * s.height, 99);
-  const auto dst = RandomBytes(size_t(s.dstPitch) * s.height * 3 / 2, 100);
-  std::vector<uint8_t> scratch(size_t(s.width) * s.height * 3 / 2);
-  ExpectPathsAgree(
-      "BGR32_to_NV12 1920x1080",
-      [&](uint8_t* d, const uint8_t* p) {
-        return ImageConvert_BGR32_to_NV12(d, s.dstPitch, p, s.srcPitch, s.width, s.height,
-                                          scratch.data());
-      },
-      src, dst, s);
-}
-
 }  // namespace

@@ -57,10 +57,10 @@ TEST_F(CapturedFilesTest, FreeWithoutDeleteKeepsFilesAndForgetsTheRecord) {
   FreeCapturedFile(0);
   EXPECT_EQ(GetCapturedFile(), nullptr);
   EXPECT_TRUE(fs::exists(folder / "ScreenCapture.h264"));
-  size_t mark = ovtest::LogMark();
+  ovtest::LogMark mark;
   FreeCapturedFile(1);  // nothing left to work on
   EXPECT_TRUE(fs::exists(folder / "ScreenCapture.h264"));
-  EXPECT_NE(ovtest::LogSince(mark).find("Delete Captured, bDelete=1\n"), std::string::npos);
+  EXPECT_NE(mark.Text().find("Delete Captured, bDelete=1\n"), std::string::npos);
 }
 
 TEST_F(CapturedFilesTest, FreeWithDeleteRemovesTheSetAndReportsWhatIsMissing) {
@@ -69,13 +69,13 @@ TEST_F(CapturedFilesTest, FreeWithDeleteRemovesTheSetAndReportsWhatIsMissing) {
   Touch(fs::path(file->szScreenCaptureFile).string() + ".idx");
   Touch(file->szWaveOutFile);  // the microphone file was never written
   Touch(folder / "keep.txt");
-  size_t mark = ovtest::LogMark();
+  ovtest::LogMark mark;
   FreeCapturedFile(1);
   EXPECT_FALSE(fs::exists(folder / "ScreenCapture.h264"));
   EXPECT_FALSE(fs::exists(folder / "ScreenCapture.h264.idx"));
   EXPECT_FALSE(fs::exists(folder / "Speaker.wav"));
   EXPECT_TRUE(fs::exists(folder / "keep.txt"));
-  std::string log = ovtest::LogSince(mark);
+  std::string log = mark.Text();
   EXPECT_NE(log.find("Remove temporary file:" + (folder / "Speaker.wav").string()),
             std::string::npos);
   EXPECT_NE(log.find("Failed(2) to DeleteFile:" + (folder / "AudioCapture.wav").string()),
@@ -95,9 +95,9 @@ TEST_F(CapturedFilesTest, DeleteFolderRemovesOnlyTempExtensionsCaseSensitively) 
   EXPECT_EQ(left, (std::set<std::string>{"A.WMV", "movie.mp4", "noext", "sub.wav"}));
   EXPECT_TRUE(fs::exists(folder / "sub.wav" / "inner.wav"));
 
-  size_t mark = ovtest::LogMark();
+  ovtest::LogMark mark;
   EXPECT_EQ(DeleteFolder(L"/tm"), 0);
-  EXPECT_NE(ovtest::LogSince(mark).find("Error temporary folder:/tm\n"), std::string::npos);
+  EXPECT_NE(mark.Text().find("Error temporary folder:/tm\n"), std::string::npos);
   EXPECT_EQ(DeleteFolder((folder / "missing").wstring().c_str()), 0);
   EXPECT_EQ(DeleteFolder(nullptr), 0);
 }

@@ -3,39 +3,24 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <cstring>
 #include <filesystem>
 #include <thread>
 #include <vector>
 
-#include "core/Globals.h"
-#include "formats/FrameIndex.h"
 #include "orvanta/orvanta.h"
 #include "platform/Files.h"
 #include "support/Engine.h"
+#include "support/FrameIndexFile.h"
 #include "support/Scene.h"
 
 namespace fs = std::filesystem;
 
 namespace {
 
-struct Options {
-  VideoOpt video{};
-  AudioOpt audio{};
-  MouseOpt mouse{};
-  Options() {
-    video.bStream = 1;
-    video.rcScreen = {0, 0, 320, 240};
-    video.CodecType = CodecType_H264;
-    video.FrameRate = 30;
-    video.videoQuality = 5;
-  }
-};
-
 class HostMisuseTest : public ::testing::Test {
  protected:
   CScreenRecoderObject* Record(const std::wstring& folder, HRESULT* hr) {
-    Options o;
+    Options o({0, 0, 320, 240});
     return ovVideoRecord(0, folder.c_str(), &o.video, o.audio, &o.mouse, 0, hr);
   }
   void TearDown() override { FreeCapturedFile(1); }
@@ -66,11 +51,11 @@ TEST_F(HostMisuseTest, FoldersThatDoNotFitOrAreNotAbsoluteAreRefused) {
 
   for (const std::string& folder :
        {farTooLong, tooLong, std::string(), std::string("relative/set")}) {
-    const size_t mark = ovtest::LogMark();
+    const ovtest::LogMark mark;
     HRESULT hr = S_OK;
     EXPECT_EQ(Record(ov::FromUtf8(folder), &hr), nullptr) << folder;
     EXPECT_EQ(hr, E_INVALIDARG) << folder;
-    EXPECT_NE(ovtest::LogSince(mark).find("Error: temp folder refused"), std::string::npos);
+    EXPECT_NE(mark.Text().find("Error: temp folder refused"), std::string::npos);
     EXPECT_FALSE(g_bRunning.load());
   }
   EXPECT_EQ(ovtest::ReadFile(cut), "keep me");
@@ -144,26 +129,20 @@ TEST_F(HostMisuseTest, SecondStartKeepsTheClockAndFreeWaitsForTheStop) {
   ASSERT_NE(recorder, nullptr);
   recorder->Start();
   std::this_thread::sleep_for(std::chrono::milliseconds(400));
-  size_t mark = ovtest::LogMark();
+  ovtest::LogMark mark;
   recorder->Start();
-  EXPECT_NE(ovtest::LogSince(mark).find("Start: already started, ignored\n"), std::string::npos);
+  EXPECT_NE(mark.Text().find("Start: already started, ignored\n"), std::string::npos);
 
   const std::string video = ov::ToUtf8(GetCapturedFile()->szScreenCaptureFile);
   mark = ovtest::LogMark();
   FreeCapturedFile(1);
-  EXPECT_NE(ovtest::LogSince(mark).find("Error: FreeCapturedFile while a recording runs"),
-            std::string::npos);
+  EXPECT_NE(mark.Text().find("Error: FreeCapturedFile while a recording runs"), std::string::npos);
   ASSERT_NE(GetCapturedFile(), nullptr);
   EXPECT_TRUE(fs::exists(video));
   std::this_thread::sleep_for(std::chrono::milliseconds(400));
   recorder->Destroy();
 
-  const std::string index = ovtest::ReadFile(video + ".idx");
-  ASSERT_GT(index.size(), sizeof(ov::FrameIndexHeader));
-  std::vector<ov::FrameIndexEntry> entries((index.size() - sizeof(ov::FrameIndexHeader)) /
-                                           sizeof(ov::FrameIndexEntry));
-  std::memcpy(entries.data(), index.data() + sizeof(ov::FrameIndexHeader),
-              entries.size() * sizeof(ov::FrameIndexEntry));
+  const auto entries = ovtest::ReadFrameIndex(video + ".idx").entries;
   EXPECT_GT(entries.size(), 2u);
   for (size_t i = 1; i < entries.size(); ++i)
     EXPECT_GE(entries[i].time, entries[i - 1].time) << "time ran backwards at " << i;

@@ -7,8 +7,6 @@
 #include <filesystem>
 #include <thread>
 
-#include "core/Globals.h"
-#include "core/WriterStatistics.h"
 #include "encode/VendorTable.h"
 #include "orvanta/orvanta.h"
 #include "support/Engine.h"
@@ -19,25 +17,6 @@ auto* const g_env = ::testing::AddGlobalTestEnvironment(
     new ovtest::EngineEnvironment(ovtest::EngineEnvironment::Options{1280, 720, true}));
 
 void SleepMs(int ms) { std::this_thread::sleep_for(std::chrono::milliseconds(ms)); }
-
-struct Options {
-  VideoOpt video{};
-  AudioOpt audio{};
-  MouseOpt mouse{};
-  Options() {
-    video.bStream = 1;
-    video.rcScreen = {0, 0, 1280, 720};
-    video.CodecType = CodecType_H264;
-    video.FrameRate = 30;
-    video.videoQuality = 5;
-  }
-  static Options AudioOnly() {
-    Options o;
-    o.video.bStream = 0;
-    o.audio.bRender = 1;
-    return o;
-  }
-};
 
 class SessionTest : public ::testing::Test {
  protected:
@@ -93,10 +72,10 @@ TEST_F(SessionTest, RegionOutsideDisplayIsRefusedWithoutTouchingResult) {
   Options o;
   o.video.rcScreen = {1000, 500, 1400, 800};
   HRESULT hr = 0x1234;
-  size_t mark = ovtest::LogMark();
+  ovtest::LogMark mark;
   EXPECT_EQ(Record(o, &hr), nullptr);
   EXPECT_EQ(hr, 0x1234);
-  EXPECT_NE(ovtest::LogSince(mark).find(
+  EXPECT_NE(mark.Text().find(
                 "Error rect={1000x500-1400x800}(400x300), Display rect={0x0-1280x720}(1280x720)\n"),
             std::string::npos);
   EXPECT_FALSE(g_bRunning.load()) << "a refused session leaves nothing running";
@@ -126,11 +105,11 @@ TEST_F(SessionTest, MissingEncoderFailsCreationAndKeepsTheRecord) {
   Options o;
   o.video.CodecType = CodecType_H265;
   HRESULT hr = S_OK;
-  size_t mark = ovtest::LogMark();
+  ovtest::LogMark mark;
   EXPECT_EQ(Record(o, &hr), nullptr);
   h265 = probed;
   EXPECT_EQ(hr, E_FAIL);
-  std::string log = ovtest::LogSince(mark);
+  std::string log = mark.Text();
   size_t unsupported = log.find("Unsupport codec type=(2)H265\n");
   size_t failed = log.find("Failed(0x80004005) to Initialize recorder, delete...\n");
   EXPECT_NE(unsupported, std::string::npos);
@@ -146,23 +125,23 @@ TEST_F(SessionTest, GifRecordingDropsAudio) {
   Options o;
   o.video.CodecType = CodecType_GIF;
   o.audio = {1, 1};
-  size_t mark = ovtest::LogMark();
+  ovtest::LogMark mark;
   HRESULT hr;
   EXPECT_EQ(Record(o, &hr), nullptr);  // no GIF encoder library here
-  EXPECT_NE(ovtest::LogSince(mark).find("Audio: bRender=0, bCapture=0\n"), std::string::npos);
+  EXPECT_NE(mark.Text().find("Audio: bRender=0, bCapture=0\n"), std::string::npos);
 }
 
 TEST_F(SessionTest, LogShowsTheSessionLinesInOrder) {
   Options o = Options::AudioOnly();
   o.audio.bCapture = 1;
   o.mouse.Flag = MOUSE_DRAW_CURSOR | MOUSE_DRAW_CLICKS;
-  size_t mark = ovtest::LogMark();
+  ovtest::LogMark mark;
   HRESULT hr;
   CScreenRecoderObject* recorder = Record(o, &hr);
   ASSERT_NE(recorder, nullptr);
   recorder->Start();
   recorder->Destroy();
-  std::string log = ovtest::LogSince(mark);
+  std::string log = mark.Text();
   const char* expected[] = {
       "Video Redord ...\n",
       "Video:bStream=0, CodecType=1, FrameRate=30, Quality=5\n",
@@ -210,7 +189,7 @@ TEST_F(SessionTest, AFailedWriteEndsTheRecordingAndProgressSaysSo) {
   ASSERT_NE(recorder, nullptr);
   recorder->Start();
   SleepMs(1200);
-  const size_t mark = ovtest::LogMark();
+  const ovtest::LogMark mark;
   dynamic_cast<CWriterStatistics*>(recorder)->WriteFailed(OV_E_DISK_FULL);
   dynamic_cast<CWriterStatistics*>(recorder)->WriteFailed(OV_E_WRITE_FAULT);
   uint32_t atFailure = 0;
@@ -225,7 +204,7 @@ TEST_F(SessionTest, AFailedWriteEndsTheRecordingAndProgressSaysSo) {
   recorder->GetProgress(&later, nullptr);
   EXPECT_EQ(later, atFailure) << "nothing restarts a recording that a failure ended";
   EXPECT_FALSE(g_bRecording.load());
-  const std::string log = ovtest::LogSince(mark);
+  const std::string log = mark.Text();
   EXPECT_NE(log.find("Recording ended by failure(0x80070070)"), std::string::npos) << log;
   EXPECT_NE(log.find("Resume ignored"), std::string::npos) << log;
   recorder->Destroy();
@@ -234,15 +213,14 @@ TEST_F(SessionTest, AFailedWriteEndsTheRecordingAndProgressSaysSo) {
 TEST_F(SessionTest, FolderWithAnEarlierRecordingIsRefusedAndLeftAlone) {
   const std::string wave = m_folder.Path() + "/Speaker.wav";
   ovtest::WriteFile(wave, "RIFF and the sound of an earlier recording");
-  const size_t mark = ovtest::LogMark();
+  const ovtest::LogMark mark;
   Options o = Options::AudioOnly();
   HRESULT hr = 12345;
   EXPECT_EQ(Record(o, &hr), nullptr);
   EXPECT_EQ(hr, 12345);
   EXPECT_FALSE(g_bRunning.load());
   EXPECT_EQ(ovtest::ReadFile(wave), "RIFF and the sound of an earlier recording");
-  EXPECT_NE(ovtest::LogSince(mark).find("Error: an earlier recording left Speaker.wav in"),
-            std::string::npos);
+  EXPECT_NE(mark.Text().find("Error: an earlier recording left Speaker.wav in"), std::string::npos);
   // Once the host has its way with them, the folder takes a recording again.
   ASSERT_EQ(RecoverCapturedFile(m_folder.WidePath().c_str()), E_FAIL) << "no valid header";
   EXPECT_EQ(DeleteFolder(m_folder.WidePath().c_str()), 1);

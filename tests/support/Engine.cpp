@@ -4,7 +4,6 @@
 
 #include "core/Log.h"
 #include "orvanta/orvanta.h"
-#include "platform/Files.h"
 
 namespace ovtest {
 
@@ -24,14 +23,6 @@ void EngineEnvironment::TearDown() {
   ovUninitialize();
   m_pulse.reset();
   m_xvfb.reset();
-}
-
-std::string LogPath() { return ov::ToUtf8(ov::LogFolder()) + "/Orvanta0.log"; }
-std::string LogText() { return ReadFile(LogPath()); }
-size_t LogMark() { return LogText().size(); }
-std::string LogSince(size_t mark) {
-  std::string text = LogText();
-  return mark < text.size() ? text.substr(mark) : std::string();
 }
 
 }  // namespace ovtest

@@ -7,6 +7,7 @@
 #include <memory>
 #include <string>
 
+#include "support/LogMark.h"
 #include "support/Servers.h"
 #include "support/TestEnv.h"
 
@@ -29,12 +30,5 @@ class EngineEnvironment : public ::testing::Environment {
   std::unique_ptr<XvfbServer> m_xvfb;
   std::unique_ptr<PulseServer> m_pulse;
 };
-
-// The current run's log file and what it holds.
-std::string LogPath();
-std::string LogText();
-// Byte offset of the log's end, to read only what a test adds.
-size_t LogMark();
-std::string LogSince(size_t mark);
 
 }  // namespace ovtest

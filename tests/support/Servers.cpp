@@ -1,6 +1,7 @@
 #include "support/Servers.h"
 
 #include <fcntl.h>
+#include <poll.h>
 #include <signal.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -56,35 +57,38 @@ void Stop(pid_t pid) {
   waitpid(pid, nullptr, 0);
 }
 
+// Xvfb picks a free display itself and writes its number on a pipe once it
+// takes connections.
 XvfbServer::XvfbServer(int width, int height) {
   if (const char* d = getenv("DISPLAY")) m_previous = d;
-  for (int n = 90 + (getpid() % 50); n < 400; ++n) {
-    std::string lock = "/tmp/.X" + std::to_string(n) + "-lock";
-    std::string socket = "/tmp/.X11-unix/X" + std::to_string(n);
-    if (access(lock.c_str(), F_OK) == 0 || access(socket.c_str(), F_OK) == 0) continue;
-    std::string display = ":" + std::to_string(n);
-    std::string screen = std::to_string(width) + "x" + std::to_string(height) + "x24";
-    pid_t pid = Spawn({"Xvfb", display, "-screen", "0", screen, "-nolisten", "tcp", "-noreset"});
-    bool up = WaitUntil(
-        [&] {
-          if (!Alive(pid)) return true;
-          int code = -1;
-          RunCapture("xdpyinfo -display " + display + " >/dev/null 2>&1", &code);
-          return code == 0;
-        },
-        10000);
-    if (up && Alive(pid)) {
-      m_pid = pid;
-      m_display = display;
-      setenv("DISPLAY", display.c_str(), 1);
-      return;
-    }
+  int ready[2];
+  if (pipe2(ready, O_CLOEXEC) != 0) return;
+  fcntl(ready[1], F_SETFD, 0);  // the child keeps the writing end
+  const std::string screen = std::to_string(width) + "x" + std::to_string(height) + "x24";
+  const pid_t pid = Spawn({"Xvfb", "-displayfd", std::to_string(ready[1]), "-screen", "0", screen,
+                           "-nolisten", "tcp", "-noreset"});
+  close(ready[1]);
+  std::string number;
+  pollfd wait{ready[0], POLLIN, 0};
+  char c;
+  while (poll(&wait, 1, 15000) == 1 && read(ready[0], &c, 1) == 1 && c != '\n') number += c;
+  close(ready[0]);
+  if (number.empty()) {
     Stop(pid);
+    return;
   }
+  m_pid = pid;
+  m_display = ":" + number;
+  setenv("DISPLAY", m_display.c_str(), 1);
+}
+
+void XvfbServer::End() {
+  Stop(m_pid);
+  m_pid = -1;
 }
 
 XvfbServer::~XvfbServer() {
-  Stop(m_pid);
+  End();
   if (m_previous.empty())
     unsetenv("DISPLAY");
   else

@@ -14,7 +14,7 @@ pid_t Spawn(const std::vector<std::string>& args);
 // Sends SIGTERM, then SIGKILL after a grace time, and reaps the process.
 void Stop(pid_t pid);
 
-// Xvfb on a free display number; sets DISPLAY for this process while it lives.
+// Xvfb on a display number of its choosing; sets DISPLAY for this process while it lives.
 class XvfbServer {
  public:
   XvfbServer(int width = 1280, int height = 720);
@@ -24,6 +24,8 @@ class XvfbServer {
   bool Running() const { return m_pid > 0; }
   const std::string& Display() const { return m_display; }
   pid_t Pid() const { return m_pid; }
+  // Ends the server now, as a user's server may go away.
+  void End();
 
  private:
   pid_t m_pid = -1;

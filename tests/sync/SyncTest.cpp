@@ -11,16 +11,15 @@
 #include <algorithm>
 #include <chrono>
 #include <cmath>
-#include <condition_variable>
 #include <cstdio>
 #include <cstdlib>
-#include <mutex>
 #include <sstream>
 #include <thread>
 
 #include "orvanta/orvanta.h"
 #include "platform/Files.h"
 #include "platform/Library.h"
+#include "support/Doubles.h"
 #include "support/Engine.h"
 #include "support/Servers.h"
 
@@ -34,28 +33,6 @@ long long MonotonicNs() {
   clock_gettime(CLOCK_MONOTONIC, &ts);
   return ts.tv_sec * 1000000000LL + ts.tv_nsec;
 }
-
-class WaitingCallback : public CMuxCallback {
- public:
-  int OnProgress(int) override { return 1; }
-  void OnComplete(HRESULT result) override {
-    std::lock_guard<std::mutex> lock(m_mutex);
-    m_result = result;
-    m_done = true;
-    m_cond.notify_all();
-  }
-  HRESULT Wait() {
-    std::unique_lock<std::mutex> lock(m_mutex);
-    m_cond.wait_for(lock, std::chrono::minutes(2), [this] { return m_done; });
-    return m_done ? m_result : E_FAIL;
-  }
-
- private:
-  std::mutex m_mutex;
-  std::condition_variable m_cond;
-  bool m_done = false;
-  HRESULT m_result = E_FAIL;
-};
 
 // Times at which a series crosses its threshold upwards, after being below
 // it for at least `quiet` seconds.
@@ -174,9 +151,10 @@ void RecordAndAssemble(const std::string& out, int seconds, int countdownMs = 0)
   const double recorded = (MonotonicNs() - begin) / 1e9;
   recorder->Destroy();
 
-  WaitingCallback callback;
+  ovtest::MuxWaiter callback;
   ASSERT_EQ(FFMux(0, 0, ov::FromUtf8(out).c_str(), 0, &callback), S_OK);
-  ASSERT_EQ(callback.Wait(), S_OK);
+  ASSERT_TRUE(callback.Wait(120));
+  ASSERT_EQ(callback.Result(), S_OK);
   FreeCapturedFile(1);
   const double picture = StreamDuration(out, "v:0");
   const double sound = StreamDuration(out, "a:0");

@@ -10,7 +10,6 @@
 extern "C" {
 #include <libavutil/frame.h>
 #include <libavutil/pixfmt.h>
-
 }
 
 #include "platform/NonCopyable.h"
