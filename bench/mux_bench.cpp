@@ -22,6 +22,7 @@
 #include "orvanta/orvanta.h"
 #include "platform/Files.h"
 #include "platform/LogFile.h"
+#include "support/Doubles.h"
 
 namespace {
 

@@ -12,6 +12,8 @@
 
 #include "AudioTools.h"
 #include "audio/AudioSource.h"
+#include "core/Globals.h"
+#include "support/Doubles.h"
 #include "support/Engine.h"
 
 namespace {

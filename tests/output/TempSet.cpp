@@ -9,6 +9,7 @@
 #include "core/Globals.h"
 #include "encode/VendorTable.h"
 #include "platform/Files.h"
+#include "support/FrameIndexFile.h"
 
 namespace ovtest {
 

@@ -7,6 +7,7 @@
 #include <chrono>
 #include <thread>
 
+#include "capture/CaptureVideoStream.h"
 #include "encode/VendorTable.h"
 #include "formats/FrameIndex.h"
 #include "orvanta/orvanta.h"

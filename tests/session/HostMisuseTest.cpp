@@ -7,6 +7,9 @@
 #include <thread>
 #include <vector>
 
+#include "RecordOptions.h"
+#include "core/Globals.h"
+#include "formats/FrameIndex.h"
 #include "orvanta/orvanta.h"
 #include "platform/Files.h"
 #include "support/Engine.h"

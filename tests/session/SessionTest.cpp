@@ -7,6 +7,9 @@
 #include <filesystem>
 #include <thread>
 
+#include "RecordOptions.h"
+#include "core/Globals.h"
+#include "core/WriterStatistics.h"
 #include "encode/VendorTable.h"
 #include "orvanta/orvanta.h"
 #include "support/Engine.h"

@@ -4,6 +4,7 @@
 
 #include "core/Log.h"
 #include "orvanta/orvanta.h"
+#include "platform/Files.h"
 
 namespace ovtest {
 
