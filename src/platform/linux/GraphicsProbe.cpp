@@ -4,7 +4,9 @@
 #include <EGL/eglext.h>
 
 #include <cstdio>
+#include <string>
 
+#include "platform/IsolatedCall.h"
 #include "platform/Library.h"
 
 namespace ov {
@@ -13,6 +15,8 @@ namespace {
 
 constexpr unsigned kGlVersion = 0x1F02;
 constexpr unsigned kGlRenderer = 0x1F01;
+// Software drivers compile shaders at start-up; a hung one is given up.
+constexpr uint32_t kProbeTimeoutMs = 10000;
 
 struct Egl {
   PFNEGLGETPROCADDRESSPROC getProcAddress;
@@ -57,9 +61,7 @@ EGLDisplay OpenDisplay(const Egl& egl) {
   return EGL_NO_DISPLAY;
 }
 
-}  // namespace
-
-bool ProbeOpenGl(GlInfo* info, std::string* error) {
+bool ProbeInThisProcess(GlInfo* info, std::string* error) {
   SharedLibrary lib;
   if (!lib.Load("libEGL.so.1")) {
     *error = lib.Error();
@@ -117,6 +119,60 @@ bool ProbeOpenGl(GlInfo* info, std::string* error) {
   if (context != EGL_NO_CONTEXT) egl.destroyContext(display, context);
   egl.terminate(display);
   return ok;
+}
+
+// What the probe's copy hands back: fixed-size, as it crosses a pipe.
+struct ProbeReport {
+  int ok = 0;
+  int major = 0;
+  int minor = 0;
+  char version[160] = {};
+  char renderer[160] = {};
+  char error[96] = {};
+};
+
+void Copy(char* field, size_t room, const std::string& text) {
+  std::snprintf(field, room, "%s", text.c_str());
+}
+
+void ProbeInCopy(void* data, void*) {
+  auto* report = static_cast<ProbeReport*>(data);
+  GlInfo info;
+  std::string error;
+  report->ok = ProbeInThisProcess(&info, &error) ? 1 : 0;
+  report->major = info.major;
+  report->minor = info.minor;
+  Copy(report->version, sizeof report->version, info.version);
+  Copy(report->renderer, sizeof report->renderer, info.renderer);
+  Copy(report->error, sizeof report->error, error);
+}
+
+}  // namespace
+
+// The driver is loaded only in a throw-away copy of the process: a driver
+// that faults cannot take the host down, and what the driver keeps after
+// its display is gone (Mesa's loaded and unloaded DRI module) stays there.
+bool ProbeOpenGl(GlInfo* info, std::string* error) {
+  ProbeReport report;
+  const IsolatedResult result =
+      RunIsolated(&report, sizeof report, ProbeInCopy, nullptr, kProbeTimeoutMs);
+  if (result.outcome == IsolatedOutcome::Crashed) {
+    *error = "the OpenGL driver crashed (signal " + std::to_string(result.signal) + ")";
+    return false;
+  }
+  if (result.outcome != IsolatedOutcome::Completed) {
+    *error = "the OpenGL probe did not finish";
+    return false;
+  }
+  if (!report.ok) {
+    *error = report.error;
+    return false;
+  }
+  info->major = report.major;
+  info->minor = report.minor;
+  info->version = report.version;
+  info->renderer = report.renderer;
+  return true;
 }
 
 }  // namespace ov
