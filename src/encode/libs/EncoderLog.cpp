@@ -58,12 +58,7 @@ void ForwardLibavLine(void* context, int level, const char* format, va_list args
 }  // namespace
 
 void RouteLibavLog() {
-  // Once, by a static's guarded initialisation rather than std::call_once:
-  // call_once reaches libstdc++'s thread-local state, and a module loaded
-  // with dlopen reaches thread-locals through __tls_get_addr, which grows
-  // the calling thread's vector of TLS blocks with realloc. LeakSanitizer
-  // reports that growth as a 128-byte leak of this module once it is
-  // unloaded (glibc's block, not ours), so the module keeps off TLS.
+  // Once per process, however many encoders the module makes.
   static const bool routed = [] {
     av_log_set_callback(ForwardLibavLine);
     return true;
