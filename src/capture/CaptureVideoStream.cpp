@@ -2,6 +2,7 @@
 
 #include <cairo.h>
 
+#include <algorithm>
 #include <cstring>
 
 #include "core/FrameTiming.h"
@@ -66,9 +67,8 @@ void CCaptureVideoStream::Run() {
     // still screen at the end does not shorten the video.
     reinterpret_cast<uint32_t*>(m_pLastFrame)[0] ^= 0xFFFFFFFFu;
     reinterpret_cast<uint32_t*>(m_pLastFrame)[1] ^= 0xFFFFFFFFu;
-    // Paced like any other frame, so that it never lies closer to its
-    // predecessor than one frame interval.
-    if (owner.m_nFrameCount != 0) WaitForNextFrame();
+    // Made at the stop, not at the next frame's time: it shows the screen
+    // as it was when the recording ended, and the video ends there too.
     MakeFrame();
   }
   m_pCodec->Finish();
@@ -102,7 +102,8 @@ void CCaptureVideoStream::WaitForNextFrame() {
     m_nPaced = 0;
   }
   int32_t rest = static_cast<int32_t>(due - now);
-  if (rest > 0) ov::SleepMs(static_cast<uint32_t>(rest));
+  // The stop cuts the wait short: the last frame is made at once.
+  if (rest > 0) owner.m_hStopEvent.WaitFor(static_cast<uint32_t>(rest));
   ++m_nPaced;
 }
 
@@ -112,7 +113,8 @@ void CCaptureVideoStream::MakeFrame() {
   owner.m_dwFrameTick = now;
   int64_t time = 0;
   if (owner.m_nFrameCount != 0) {
-    owner.m_dwElapsed = now - owner.m_dwStartTick.load();
+    // Times only go forward, even for a last frame close behind the one before.
+    owner.m_dwElapsed = std::max(now - owner.m_dwStartTick.load(), owner.m_dwElapsed + 1);
     time = static_cast<int64_t>(owner.m_dwElapsed) * 10000;
   }
   const int32_t pitch = CFrameDetect::m_nWidth * 4;

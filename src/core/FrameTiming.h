@@ -18,6 +18,8 @@ class CFrameTiming {
   uint32_t m_dwFrameTick = 0;  // when the last frame was captured
   // Set while recording; the stream waits on it while paused.
   ov::Event m_hRunEvent{ov::Event::Reset::Manual};
+  // Set at the stop, so that the stream's wait for its next frame ends.
+  ov::Event m_hStopEvent{ov::Event::Reset::Manual};
 
  protected:
   explicit CFrameTiming(uint32_t baseInterval)

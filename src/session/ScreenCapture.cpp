@@ -61,6 +61,7 @@ CScreenCapture::~CScreenCapture() {
   g_bRunning.exchange(0);
 
   if (g_videoOpt.bStream) {
+    m_hStopEvent.Set();
     m_hRunEvent.Set();
     JoinCaptureStreams();
     if (g_Recording) g_Recording->nScreenDuration = static_cast<int64_t>(m_dwElapsed) * kTicksPerMs;

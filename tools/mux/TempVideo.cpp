@@ -108,9 +108,15 @@ bool TempVideo::Read(int32_t i, AVPacket* packet) {
   packet->data = m_buffer.data();
   packet->size = static_cast<int>(e.size);
   packet->pts = packet->dts = e.time - start;
-  // The last frame lasts one nominal frame; the others last until the next.
-  packet->duration = i + 1 < m_end ? m_index.entries[static_cast<size_t>(i) + 1].time - e.time
-                                   : ov::kIndexClock / m_index.header.frameRate;
+  // A frame lasts until the next. The recording's own last frame was made
+  // at its stop, so the video ends there; the last of a trimmed range (or
+  // of a recording cut short) lasts one nominal frame.
+  if (i + 1 < m_end)
+    packet->duration = m_index.entries[static_cast<size_t>(i) + 1].time - e.time;
+  else if (m_end == m_index.fileEntries)
+    packet->duration = 1;
+  else
+    packet->duration = ov::kIndexClock / m_index.header.frameRate;
   packet->flags = IsKey(i) ? AV_PKT_FLAG_KEY : 0;
   return true;
 }
