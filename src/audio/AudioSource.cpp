@@ -28,6 +28,8 @@ constexpr size_t kSampleAlignment = 64;
 constexpr int64_t kUnitsPerSecond = 10000000;
 // How long a packet may wait for the server to tell when it is heard.
 constexpr int64_t kTimingPatience = kUnitsPerSecond / 4;
+// How late a thread may notice a start or a stop and still place it.
+constexpr int64_t kMaxEdgeLateness = kUnitsPerSecond;
 
 const char* TypeName(AudioDeviceType type) {
   return type == AudioDevice_Capture ? "Capture" : "eRender";
@@ -193,16 +195,21 @@ void CAudioSource::CaptureThread() {
   for (;;) {
     const bool running =
         g_bRunning.load(std::memory_order_relaxed) && !m_bQuit.load(std::memory_order_relaxed);
-    const bool writing = running && g_bRecording.load(std::memory_order_relaxed);
+    const bool flag = g_bRecording.load(std::memory_order_relaxed);
+    const bool writing = running && flag;
     const int64_t now = clock.Now();
-    if (writing && !recording) m_pTimeline->Begin(now, BytesWritten() / m_nFrameBytes);
+    // A start or stop that this thread notices late still begins or ends the
+    // stretch where the session made it; an end of this source's own (a
+    // lost device, a quit) ends it here and now.
+    const int64_t edge = writing != recording && writing == flag ? EdgeOnClock(now) : now;
+    if (writing && !recording) m_pTimeline->Begin(edge, BytesWritten() / m_nFrameBytes);
     recording = recording || writing;
     bool bRead = false;
     // A failure ends the thread; the file keeps what it has.
-    if (FAILED(ReadUntil(now, recording, &bRead))) return;
+    if (FAILED(ReadUntil(writing ? now : edge, recording, &bRead))) return;
     if (recording && !writing) {
       // What the server still holds of the stretch is silence of its length.
-      WriteSilence(m_pTimeline->End(now, BytesWritten() / m_nFrameBytes));
+      WriteSilence(m_pTimeline->End(edge, BytesWritten() / m_nFrameBytes));
       recording = false;
     }
     if (!running) break;
@@ -210,6 +217,12 @@ void CAudioSource::CaptureThread() {
   }
   m_pAudioClient->Stop();
   LogCorrections();
+}
+
+int64_t CAudioSource::EdgeOnClock(int64_t now) const {
+  const int64_t late = MonotonicTime100ns() - g_nRecordingChanged.load();
+  // A change older than that was not the one this thread has just seen.
+  return late >= 0 && late < kMaxEdgeLateness ? now - late : now;
 }
 
 HRESULT CAudioSource::ReadUntil(int64_t now, bool recording, bool* bRead) {

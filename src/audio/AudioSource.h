@@ -48,6 +48,8 @@ class CAudioSource : public CWaveEncoder, public CRecoderProvidedClock {
   // Takes every frame heard by now: into the file while recording, dropped
   // otherwise. *bRead tells whether there was any.
   HRESULT ReadUntil(int64_t now, bool recording, bool* bRead);
+  // When the recording last started or stopped, on the source's clock.
+  int64_t EdgeOnClock(int64_t now) const;
   void WritePacket(const BYTE* pData, uint32_t nFrames, int32_t adjust);
   void WriteSilence(int64_t nFrames);
   // Into the file, the statistics and the callback.

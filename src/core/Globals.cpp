@@ -1,5 +1,7 @@
 #include "core/Globals.h"
 
+#include "platform/Clock.h"
+
 VideoOpt g_videoOpt;
 MouseOpt g_mouseOpt;
 BOOL g_bAudioEnabled[2];
@@ -7,6 +9,7 @@ CapturedFile* g_Recording;
 
 std::atomic<BOOL> g_bRunning{0};
 std::atomic<BOOL> g_bRecording{0};
+std::atomic<int64_t> g_nRecordingChanged{0};
 std::atomic<BOOL> g_bLastFrame{0};
 
 BOOL g_bUnborder;
@@ -25,3 +28,8 @@ std::recursive_mutex g_csCanvas;
 
 std::atomic<int32_t> g_nGdiplusBitmaps{0};
 std::atomic<int32_t> g_nGdiplusGraphics{0};
+
+void ov::SetRecording(BOOL recording) {
+  g_nRecordingChanged.store(ov::MonotonicTime100ns());
+  g_bRecording.exchange(recording);
+}

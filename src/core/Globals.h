@@ -20,6 +20,15 @@ extern CapturedFile* g_Recording;
 extern std::atomic<BOOL> g_bRunning;
 extern std::atomic<BOOL> g_bRecording;
 extern std::atomic<BOOL> g_bLastFrame;
+// When g_bRecording last changed (ov::MonotonicTime100ns): threads that poll
+// the flag place the start and the stop where they happened, not where they
+// noticed them.
+extern std::atomic<int64_t> g_nRecordingChanged;
+
+namespace ov {
+// Starts, pauses, resumes or stops the recording's threads, and notes when.
+void SetRecording(BOOL recording);
+}  // namespace ov
 
 extern BOOL g_bUnborder;
 extern BOOL g_bShowRecordingBox;

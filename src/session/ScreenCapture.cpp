@@ -57,7 +57,7 @@ CScreenCapture::~CScreenCapture() {
     if (g_pSession == this) g_pSession = nullptr;
   }
   g_bLastFrame.store(g_bRecording.load());
-  g_bRecording.exchange(0);
+  ov::SetRecording(0);
   g_bRunning.exchange(0);
 
   if (g_videoOpt.bStream) {
@@ -120,7 +120,7 @@ void CScreenCapture::Start() {
   }
   m_dwStartTick = ov::TickCount();
   m_hRunEvent.Set();
-  g_bRecording.exchange(1);
+  ov::SetRecording(1);
 }
 
 void CScreenCapture::Pause() {
@@ -129,7 +129,7 @@ void CScreenCapture::Pause() {
   // Without a video stream nothing else tracks the elapsed time that a
   // resume without an audio clock rebases on.
   if (!g_videoOpt.bStream) m_dwElapsed = m_dwPauseTick.load() - m_dwStartTick.load();
-  g_bRecording.exchange(0);
+  ov::SetRecording(0);
   m_hRunEvent.ResetEvent();
 }
 
@@ -143,7 +143,7 @@ void CScreenCapture::Resume() {
     m_dwStartTick = now - m_dwElapsed - m_dwBaseInterval;
   }
   m_hRunEvent.Set();
-  g_bRecording.exchange(1);
+  ov::SetRecording(1);
 }
 
 void CScreenCapture::GetProgress(uint32_t* pSeconds, int64_t* pBytes) {
@@ -177,7 +177,7 @@ void CScreenCapture::EndOnFailure(HRESULT hr) {
   // As a pause that never resumes: the streams stop taking, the clock and
   // progress stand at this moment, and the stop adds no final frame.
   m_dwPauseTick = ov::TickCount();
-  g_bRecording.exchange(0);
+  ov::SetRecording(0);
   m_hRunEvent.ResetEvent();
 }
 

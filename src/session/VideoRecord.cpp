@@ -120,7 +120,7 @@ CScreenRecoderObject* RecordInSlot(HWND hHostWindow, const wchar_t* pszTempFolde
     return refuse();
   }
   g_bRunning.exchange(1);
-  g_bRecording.exchange(0);
+  ov::SetRecording(0);
   g_bLastFrame.exchange(0);
 
   auto* capture = new CScreenCapture();

@@ -473,16 +473,16 @@ TEST_F(AudioCaptureTest, StreamReportsEveryPacketItWritesAndStopWritesDurations)
   std::swprintf(g_Recording->szWaveOutFile, OV_MAX_PATH, L"%ls/Speaker.wav", folder.c_str());
   std::swprintf(g_Recording->szWaveInFile, OV_MAX_PATH, L"%ls/AudioCapture.wav", folder.c_str());
   g_bAudioEnabled[0] = g_bAudioEnabled[1] = 1;
-  g_bRecording.exchange(0);
+  ov::SetRecording(0);
   g_bRunning.exchange(1);
 
   PacketCounter counter;
   auto stream = std::make_unique<CAudioStream>();
   ASSERT_EQ(stream->Initialize(&counter, &counter), S_OK);
   for (int i = 0; i < 2; ++i) counter.formats[i] = &stream->Source(i)->Format();
-  g_bRecording.exchange(1);
+  ov::SetRecording(1);
   SleepMs(800);
-  g_bRecording.exchange(0);
+  ov::SetRecording(0);
   g_bRunning.exchange(0);
   stream->Stop();
   const int64_t written[2] = {stream->Source(0)->BytesWritten(), stream->Source(1)->BytesWritten()};

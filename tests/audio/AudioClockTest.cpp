@@ -151,7 +151,7 @@ TEST_P(DeviceClockTest, WaveFileKeepsTheRecordingsTimeForTenMinutes) {
   SimulatedDevice* device = owned.get();
   const ovtest::LogMark mark;
   g_bRunning.exchange(1);
-  g_bRecording.exchange(1);
+  ov::SetRecording(1);
   ovtest::NullStatistics statistics;
   {
     CAudioSource source(&statistics, nullptr);
@@ -160,7 +160,7 @@ TEST_P(DeviceClockTest, WaveFileKeepsTheRecordingsTimeForTenMinutes) {
     ASSERT_EQ(source.Initialize(AudioDevice_Render, path.c_str(), std::move(owned), endpoint),
               S_OK);
     while (!device->Finished()) std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    g_bRecording.exchange(0);
+    ov::SetRecording(0);
     g_bRunning.exchange(0);
     source.Join();
   }
