@@ -139,6 +139,9 @@ FrameRange ComputeFrameRange(const std::vector<FrameIndexEntry>& entries,
       break;
     }
   }
+  // A start with no key frame before it, then no frame until past the end
+  // (a damaged index), still keeps the frame it starts on.
+  range.end = std::max(range.end, range.first + 1);
   const int32_t last = range.end < count ? range.end : count - 1;
   *pLimit = TicksToTime(entries[last].time - entries[range.first].time);
   return range;
