@@ -35,12 +35,9 @@ TEST_F(DisplayCatalogueTest, OneScreenIsOneDisplayAndBadIndexesAreIgnored) {
   EXPECT_EQ(info->rcMonitor.bottom, 480);
   EXPECT_EQ(GetDisplayInfo(-1), nullptr);
   EXPECT_EQ(GetDisplayInfo(1), nullptr);
-  ovtest::LogMark mark;
   UseDisplay(1);
   UseDisplay(-1);
-  EXPECT_EQ(mark.Text(), "");
-  UseDisplay(0);
-  EXPECT_NE(mark.Text().find("Use Display 0, Rect={0x0-640x480}\n"), std::string::npos);
+  EXPECT_EQ(g_nDisplayIndex, 0);
 }
 
 TEST_F(DisplayCatalogueTest, MonitorsBecomeDisplaysAndAChangeFallsBackToTheFirst) {
@@ -59,26 +56,19 @@ TEST_F(DisplayCatalogueTest, MonitorsBecomeDisplaysAndAChangeFallsBackToTheFirst
   VideoOpt video{};
   video.bStream = 1;
   video.FrameRate = 10;
-  video.CodecType = 99;  // no encoder: creation fails after the region check
+  video.CodecType = CodecType_H264;
   video.rcScreen = {330, 10, 630, 300};
   MouseOpt mouse{};
   HRESULT hr = S_OK;
-  ovtest::LogMark mark;
-  EXPECT_EQ(ovVideoRecord(0, folder.WidePath().c_str(), &video, AudioOpt{}, &mouse, 0, &hr),
-            nullptr);
-  EXPECT_NE(mark.Text().find("Rect:{330x10-630x300}(300x290)\n"), std::string::npos);
-  EXPECT_NE(mark.Text().find("Unsupport codec type=(99)Unknown\n"), std::string::npos);
-  FreeCapturedFile(1);
-
-  // A session's UI thread hears of layout changes.
   Recorded recorded;
   g_codec = &recorded;
   CScreenCapture::s_codecFactoryForTesting = MakeCodec;
-  video.CodecType = CodecType_H264;
   CScreenRecoderObject* recorder =
       ovVideoRecord(0, folder.WidePath().c_str(), &video, AudioOpt{}, &mouse, 0, &hr);
   CScreenCapture::s_codecFactoryForTesting = nullptr;
   ASSERT_NE(recorder, nullptr);
+  EXPECT_EQ(recorded.width, 300);
+  // A session's UI thread hears of layout changes.
   Xrandr("--delmonitor right");
   Xrandr("--fb 600x400");  // a layout change the server announces
   for (int i = 0; i < 100 && g_nDisplayIndex != 0; ++i)

@@ -35,24 +35,6 @@ int Marked(const Frame& f, int x, int y, int half) {
   return n;
 }
 
-TEST(MoveFollowRegion, RegionMovesOnlyWhenThePointerNearsItsEdge) {
-  g_rcDisplay = {0, 0, 640, 480};
-  g_videoOpt.rcScreen = {0, 0, 200, 100};
-  g_ptRegion = {100, 100};
-  EXPECT_FALSE(ov::MoveFollowRegion(132, 150)) << "32 pixels inside stays";
-  EXPECT_TRUE(ov::MoveFollowRegion(131, 150)) << "31 pixels inside pushes";
-  EXPECT_EQ(g_ptRegion.x, 131 - 48);
-  EXPECT_TRUE(ov::MoveFollowRegion(10, 10));
-  EXPECT_EQ(g_ptRegion.x, 0) << "stops at the display's left edge";
-  EXPECT_EQ(g_ptRegion.y, 0);
-  EXPECT_TRUE(ov::MoveFollowRegion(639, 479));
-  EXPECT_EQ(g_ptRegion.x, 440);
-  EXPECT_EQ(g_ptRegion.y, 380);
-  ov::MoveCenterRegion(5, 5);
-  EXPECT_EQ(g_ptRegion.x, -95) << "the centred region may hang over the edge";
-  EXPECT_EQ(g_ptRegion.y, -45);
-}
-
 class MouseOverlayTest : public ::testing::Test {
  protected:
   void SetUp() override {

@@ -1,6 +1,7 @@
 #include "CliProcess.h"
 
 #include <fcntl.h>
+#include <gtest/gtest.h>
 #include <poll.h>
 #include <signal.h>
 #include <sys/wait.h>
@@ -9,6 +10,7 @@
 #include <chrono>
 #include <cstdlib>
 #include <filesystem>
+#include <memory>
 #include <regex>
 
 extern char** environ;
@@ -41,7 +43,53 @@ std::vector<std::string> ChildEnvironment(const Environment& env) {
   return result;
 }
 
+bool EngineExports(const char* symbol) {
+  int code = -1;
+  std::string engine = BinFolder() + "/liborvanta.so";
+  ovtest::RunCapture("nm -D --defined-only '" + engine + "' | grep -qE ' T " + symbol + "$'",
+                     &code);
+  return code == 0;
+}
+
+std::unique_ptr<ovtest::ScratchFolder> g_temp;
+
+class CliEnvironment : public ::testing::Environment {
+ public:
+  void SetUp() override {
+    m_documents = std::make_unique<ovtest::ScratchFolder>("ovclidocs");
+    g_temp = std::make_unique<ovtest::ScratchFolder>("ovclitmp");
+    // Children inherit these: their logs and temp files stay in scratch folders.
+    setenv("XDG_DOCUMENTS_DIR", m_documents->Path().c_str(), 1);
+    setenv("TMPDIR", g_temp->Path().c_str(), 1);
+    unsetenv("PULSE_SERVER");
+    m_xvfb = std::make_unique<ovtest::XvfbServer>(1280, 720);
+    ASSERT_TRUE(m_xvfb->Running()) << "Xvfb did not start";
+    ASSERT_EQ(access(OrvantaPath().c_str(), X_OK), 0) << OrvantaPath() << " is not built";
+  }
+  void TearDown() override {
+    m_xvfb.reset();
+    g_temp.reset();
+    m_documents.reset();
+  }
+
+ private:
+  std::unique_ptr<ovtest::ScratchFolder> m_documents;
+  std::unique_ptr<ovtest::XvfbServer> m_xvfb;
+};
+
+auto* const g_environment = ::testing::AddGlobalTestEnvironment(new CliEnvironment);
+
 }  // namespace
+
+const std::string& ChildTemp() { return g_temp->Path(); }
+
+size_t TempEntries() {
+  size_t n = 0;
+  for (auto it = std::filesystem::directory_iterator(ChildTemp()); it != decltype(it)(); ++it) ++n;
+  return n;
+}
+
+Environment WithoutDisplay() { return {{}, {"DISPLAY", "PULSE_SERVER"}}; }
 
 std::string BinFolder() {
   return std::filesystem::read_symlink("/proc/self/exe").parent_path().string();
@@ -51,14 +99,6 @@ std::string OrvantaPath() { return BinFolder() + "/../bin/orvanta"; }
 
 bool EncoderLibraryPresent() {
   return access((BinFolder() + "/orvanta/libIntelCodec.so").c_str(), R_OK) == 0;
-}
-
-bool EngineExports(const char* symbol) {
-  int code = -1;
-  std::string engine = BinFolder() + "/liborvanta.so";
-  ovtest::RunCapture("nm -D --defined-only '" + engine + "' | grep -qE ' T " + symbol + "$'",
-                     &code);
-  return code == 0;
 }
 
 bool AssemblyPresent() {

@@ -1,5 +1,7 @@
 // Runs the built `orvanta` command as a child process, as a user would, and
 // collects what it prints. Each CliProcess ends only the process it started.
+// One X server serves the whole program; the children's logs and temp files
+// go to scratch folders.
 #pragma once
 
 #include <sys/types.h>
@@ -7,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "support/Servers.h"
 #include "support/TestEnv.h"
 
 namespace clitest {
@@ -19,8 +22,6 @@ std::string OrvantaPath();
 // Present beside the engine: an encoder library; the muxer (program and export).
 bool EncoderLibraryPresent();
 bool AssemblyPresent();
-// True when liborvanta.so exports this C symbol.
-bool EngineExports(const char* symbol);
 
 struct Environment {
   std::vector<std::string> set;    // NAME=value
@@ -41,7 +42,6 @@ class CliProcess {
   CliProcess(const CliProcess&) = delete;
   CliProcess& operator=(const CliProcess&) = delete;
 
-  pid_t Pid() const { return m_pid; }
   // Reads output until stderr holds text; false if the process ended or the
   // time ran out first.
   bool WaitForErr(const std::string& text, int timeoutMs);
@@ -70,5 +70,12 @@ std::vector<std::pair<std::string, pid_t>> StartedPids(const std::string& text);
 bool ProcessAlive(pid_t pid);
 // The first word of a process's command line, or "".
 std::string ProcessProgram(pid_t pid);
+
+// The temp folder every child gets as TMPDIR, and how many entries it holds:
+// a recording that leaves one behind shows.
+const std::string& ChildTemp();
+size_t TempEntries();
+// An environment for commands without the program's X server.
+Environment WithoutDisplay();
 
 }  // namespace clitest

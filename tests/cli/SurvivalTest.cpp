@@ -11,7 +11,8 @@
 #include <filesystem>
 #include <thread>
 
-#include "CliEnvironment.h"
+#include "CliProcess.h"
+#include "support/FrameIndexFile.h"
 
 namespace clitest {
 namespace {
@@ -19,31 +20,15 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr size_t kWaveHeader = 68;
-constexpr size_t kIndexHeader = 44;
-constexpr size_t kIndexEntry = 24;
 
 void SleepMs(int ms) { std::this_thread::sleep_for(std::chrono::milliseconds(ms)); }
 
-// "codec_type,duration" per stream, and the frame count of the video.
-std::string Streams(const std::string& file) {
-  return ovtest::RunCapture(
-      "ffprobe -v error -count_frames -show_entries stream=codec_type,duration,nb_read_frames "
-      "-of csv=p=0 '" +
-      file + "' 2>&1");
+std::string Probe(const std::string& file, const std::string& options) {
+  return ovtest::RunCapture("ffprobe -v error " + options + " -of csv=p=0 '" + file + "' 2>&1");
 }
 
-double StreamDuration(const std::string& file, const char* type) {
-  return std::atof(ovtest::RunCapture("ffprobe -v error -select_streams " + std::string(type) +
-                                      " -show_entries stream=duration -of csv=p=0 '" + file + "'")
-                       .c_str());
-}
-
-size_t VideoFrames(const std::string& file) {
-  return std::strtoul(ovtest::RunCapture("ffprobe -v error -select_streams v -count_frames "
-                                         "-show_entries stream=nb_read_frames -of csv=p=0 '" +
-                                         file + "'")
-                          .c_str(),
-                      nullptr, 10);
+double AudioSeconds(const std::string& file) {
+  return std::atof(Probe(file, "-select_streams a -show_entries stream=duration").c_str());
 }
 
 bool DecodesCleanly(const std::string& file) {
@@ -59,34 +44,25 @@ uint32_t U32At(const std::string& bytes, size_t offset) {
   return v;
 }
 
-// The wave header's data length is what the file holds, in whole frames.
-void ExpectTrueWave(const std::string& path) {
-  SCOPED_TRACE(path);
-  const std::string wave = ovtest::ReadFile(path);
+// The wave header's lengths are what the file holds, in whole frames; every
+// index entry's frame lies in the stream, and the stream ends with the last
+// one: nothing torn on either side.
+void ExpectTrueFiles(const std::string& folder) {
+  const std::string wave = ovtest::ReadFile(folder + "/Speaker.wav");
   ASSERT_GE(wave.size(), kWaveHeader);
   const uint32_t blockAlign = static_cast<uint16_t>(U32At(wave, 32));
   ASSERT_GT(blockAlign, 0u);
   EXPECT_EQ(U32At(wave, 64), wave.size() - kWaveHeader);
   EXPECT_EQ(U32At(wave, 4), wave.size() - 8);
   EXPECT_EQ((wave.size() - kWaveHeader) % blockAlign, 0u);
-}
 
-// Every index entry's frame lies in the stream, and the stream ends with
-// the last one: nothing torn on either side.
-void ExpectWholeFrames(const std::string& video) {
-  SCOPED_TRACE(video);
-  const std::string index = ovtest::ReadFile(video + ".idx");
+  const std::string video = folder + "/ScreenCapture.h264";
+  const ov::FrameIndexFile index = ovtest::ReadFrameIndex(video + ".idx");
+  ASSERT_FALSE(index.entries.empty());
+  EXPECT_EQ(index.fileBytes, int64_t(sizeof(ov::FrameIndexHeader) +
+                                     index.entries.size() * sizeof(ov::FrameIndexEntry)));
   std::error_code ec;
-  const uint64_t streamSize = fs::file_size(video, ec);
-  ASSERT_GE(index.size(), kIndexHeader);
-  ASSERT_EQ((index.size() - kIndexHeader) % kIndexEntry, 0u);
-  uint64_t end = 0;
-  for (size_t at = kIndexHeader; at < index.size(); at += kIndexEntry) {
-    uint64_t offset;
-    std::memcpy(&offset, index.data() + at + 8, 8);
-    end = offset + U32At(index, at + 16);
-  }
-  EXPECT_EQ(end, streamSize);
+  EXPECT_EQ(index.entries.back().offset + index.entries.back().size, fs::file_size(video, ec));
 }
 
 class Survival : public ::testing::Test {
@@ -146,9 +122,8 @@ TEST_F(Survival, XServerGoingAwayEndsTheRecordingAndTheHostAssemblesIt) {
   CliResult r = record.Finish(120000);
   ASSERT_EQ(r.exitCode, 0) << r.err;
   EXPECT_NE(r.err.find("the X server went away"), std::string::npos) << r.err;
-  const std::string streams = Streams(m_out);
-  EXPECT_NE(streams.find("video"), std::string::npos) << streams;
-  EXPECT_GT(StreamDuration(m_out, "a"), 0.5) << "the sound before the loss is kept\n" << streams;
+  EXPECT_NE(Probe(m_out, "-show_entries stream=codec_type").find("video"), std::string::npos);
+  EXPECT_GT(AudioSeconds(m_out), 0.5) << "the sound before the loss is kept";
   EXPECT_TRUE(DecodesCleanly(m_out));
 }
 
@@ -173,14 +148,12 @@ TEST_F(Survival, KilledRecordingIsKeptAgainstANewOneAndRecovered) {
 
   CliResult recovered = RunCli({"recover", m_temp, m_out});
   ASSERT_EQ(recovered.exitCode, 0) << recovered.err;
-  ExpectTrueWave(wave);
-  ExpectWholeFrames(video);
+  ExpectTrueFiles(m_temp);
   EXPECT_TRUE(DecodesCleanly(m_out));
   // All of the sound on the disk is in the file, and every frame.
-  const double waveSeconds = (fs::file_size(wave) - kWaveHeader) / 192000.0;
-  EXPECT_NEAR(StreamDuration(m_out, "a"), waveSeconds, 0.1) << Streams(m_out);
-  const size_t frames = (fs::file_size(video + ".idx") - kIndexHeader) / kIndexEntry;
-  EXPECT_EQ(VideoFrames(m_out), frames) << Streams(m_out);
+  EXPECT_NEAR(AudioSeconds(m_out), (fs::file_size(wave) - kWaveHeader) / 192000.0, 0.1);
+  EXPECT_EQ(Probe(m_out, "-select_streams v -count_frames -show_entries stream=nb_read_frames"),
+            std::to_string(ovtest::ReadFrameIndex(video + ".idx").entries.size()) + "\n");
 }
 
 TEST_F(Survival, FullDiskStopsTheRecordingWithTrueFiles) {
@@ -191,8 +164,7 @@ TEST_F(Survival, FullDiskStopsTheRecordingWithTrueFiles) {
   CliResult r = RunCli(
       {"record", "--system-audio", "--seconds", "20", "--trim", "19,0", "--temp", disk, m_out});
   EXPECT_NE(r.err.find("the disk of the temp folder is full"), std::string::npos) << r.err;
-  ExpectTrueWave(disk + "/Speaker.wav");
-  ExpectWholeFrames(disk + "/ScreenCapture.h264");
+  ExpectTrueFiles(disk);
   // What the disk holds makes a file.
   CliResult recovered = RunCli({"recover", disk, m_out});
   EXPECT_EQ(recovered.exitCode, 0) << recovered.err;
