@@ -3,66 +3,17 @@
 #include <cairo.h>
 #include <gtest/gtest.h>
 
-#include <chrono>
-#include <cstring>
-#include <mutex>
-#include <thread>
-#include <vector>
-
-#include "capture/CaptureVideoStream.h"
 #include "capture/RecordingCodec.h"
 #include "core/Globals.h"
-#include "encode/VideoCodec.h"
-#include "orvanta/orvanta.h"
 #include "platform/Files.h"
-#include "session/ScreenCapture.h"
-#include "support/Engine.h"
-#include "support/Scene.h"
 
 namespace {
 
 auto* const g_env = ::testing::AddGlobalTestEnvironment(
     new ovtest::EngineEnvironment(ovtest::EngineEnvironment::Options{640, 480, false}));
 
-constexpr uint32_t kRed = 0xFF0000, kBlue = 0x0000FF, kGreen = 0x00FF00;
-
-void SleepMs(int ms) { std::this_thread::sleep_for(std::chrono::milliseconds(ms)); }
-
-// A key frame every second instead of every five (100-ns units).
-constexpr int64_t kKeySpacing = 10000000;
-
-class CaptureStreamTest : public ::testing::Test {
- protected:
-  void SetUp() override {
-    CScreenCapture::s_codecFactoryForTesting = MakeCodec;
-    g_codec = &recorded;
-    ASSERT_TRUE(scene.Ok());
-    scene.Fill(0, 0, 640, 480, kBlue);
-    scene.Sync();
-    video.bStream = 1;
-    video.CodecType = CodecType_H264;
-    video.FrameRate = 10;
-    m_productSpacing = CCaptureVideoStream::s_nKeyFrameSpacing.exchange(kKeySpacing);
-  }
-  void TearDown() override {
-    CScreenCapture::s_codecFactoryForTesting = nullptr;
-    CCaptureVideoStream::s_nKeyFrameSpacing = m_productSpacing;
-    FreeCapturedFile(1);
-  }
-  CScreenRecoderObject* Record(BOOL showBox = 0) {
-    HRESULT hr;
-    return ovVideoRecord(0, folder.WidePath().c_str(), &video, AudioOpt{}, &mouse, showBox, &hr);
-  }
-  Recorded recorded;
-  ovtest::Scene scene;
-  ovtest::ScratchFolder folder{"ovcapture"};
-  VideoOpt video{};
-  MouseOpt mouse{};
-  int64_t m_productSpacing = 0;
-};
-
 // Also: the still saved as a PNG of the region.
-TEST_F(CaptureStreamTest, StillRegionGivesStampedFramesKeyFramesAndOneLastFrame) {
+TEST_F(CaptureTest, StillRegionGivesStampedFramesKeyFramesAndOneLastFrame) {
   scene.Fill(100, 50, 65, 33, kRed);
   scene.Sync();
   video.rcScreen = {100, 50, 165, 83};
@@ -125,7 +76,7 @@ TEST_F(CaptureStreamTest, StillRegionGivesStampedFramesKeyFramesAndOneLastFrame)
   EXPECT_EQ(GetCapturedFile()->nDuration, static_cast<uint32_t>((last.time + 10000001) / 10000000));
 }
 
-TEST_F(CaptureStreamTest, ChangesAreSeenAndStopWhilePausedMakesNoLastFrame) {
+TEST_F(CaptureTest, ChangesAreSeenAndStopWhilePausedMakesNoLastFrame) {
   video.rcScreen = {0, 0, 200, 100};
   CScreenRecoderObject* recorder = Record();
   ASSERT_NE(recorder, nullptr);
@@ -155,7 +106,7 @@ TEST_F(CaptureStreamTest, ChangesAreSeenAndStopWhilePausedMakesNoLastFrame) {
   EXPECT_EQ(changes, 1);
 }
 
-TEST_F(CaptureStreamTest, FollowModeReadsTheRegionCornerEachFrame) {
+TEST_F(CaptureTest, FollowModeReadsTheRegionCornerEachFrame) {
   scene.Fill(300, 300, 64, 64, kRed);
   scene.Fill(600, 440, 40, 40, kGreen);
   scene.Sync();
@@ -186,7 +137,7 @@ TEST_F(CaptureStreamTest, FollowModeReadsTheRegionCornerEachFrame) {
   EXPECT_EQ(Pixel(last, 10, 40), 0u);
 }
 
-TEST_F(CaptureStreamTest, FullDisplayWithBoxReplacesTheOuterPixels) {
+TEST_F(CaptureTest, FullDisplayWithBoxReplacesTheOuterPixels) {
   scene.Fill(0, 0, 640, 480, kRed);
   scene.Fill(1, 1, 638, 478, kGreen);
   scene.Sync();

@@ -1,15 +1,9 @@
 // The display catalogue against RandR monitors of the test's X server.
 #include <gtest/gtest.h>
 
-#include <chrono>
-#include <thread>
-
 #include "capture/DisplayCatalogue.h"
 #include "capture/RecordingCodec.h"
 #include "core/Globals.h"
-#include "orvanta/orvanta.h"
-#include "session/ScreenCapture.h"
-#include "support/Engine.h"
 
 namespace {
 
@@ -17,9 +11,10 @@ std::string Xrandr(const std::string& args) {
   return ovtest::RunCapture("xrandr " + args + " 2>&1");
 }
 
-class DisplayCatalogueTest : public ::testing::Test {
+class DisplayCatalogueTest : public CaptureTest {
  protected:
   void TearDown() override {
+    CaptureTest::TearDown();
     Xrandr("--delmonitor left");
     Xrandr("--delmonitor right");
     Xrandr("--fb 640x480");
@@ -52,30 +47,16 @@ TEST_F(DisplayCatalogueTest, MonitorsBecomeDisplaysAndAChangeFallsBackToTheFirst
   EXPECT_EQ(g_rcDisplay.left, 320);
 
   // A region on the second display is valid once it is in use.
-  ovtest::ScratchFolder folder("ovdisplays");
-  VideoOpt video{};
-  video.bStream = 1;
-  video.FrameRate = 10;
-  video.CodecType = CodecType_H264;
   video.rcScreen = {330, 10, 630, 300};
-  MouseOpt mouse{};
-  HRESULT hr = S_OK;
-  Recorded recorded;
-  g_codec = &recorded;
-  CScreenCapture::s_codecFactoryForTesting = MakeCodec;
-  CScreenRecoderObject* recorder =
-      ovVideoRecord(0, folder.WidePath().c_str(), &video, AudioOpt{}, &mouse, 0, &hr);
-  CScreenCapture::s_codecFactoryForTesting = nullptr;
+  CScreenRecoderObject* recorder = Record();
   ASSERT_NE(recorder, nullptr);
   EXPECT_EQ(recorded.width, 300);
   // A session's UI thread hears of layout changes.
   Xrandr("--delmonitor right");
   Xrandr("--fb 600x400");  // a layout change the server announces
-  for (int i = 0; i < 100 && g_nDisplayIndex != 0; ++i)
-    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+  for (int i = 0; i < 100 && g_nDisplayIndex != 0; ++i) SleepMs(20);
   EXPECT_EQ(g_nDisplayIndex, 0);
   recorder->Destroy();
-  FreeCapturedFile(1);
 }
 
 }  // namespace

@@ -2,23 +2,13 @@
 // events from xdotool on the test's X server.
 #include <gtest/gtest.h>
 
-#include <chrono>
 #include <functional>
-#include <thread>
 
 #include "capture/PointerTracker.h"
 #include "capture/RecordingCodec.h"
 #include "core/Globals.h"
-#include "orvanta/orvanta.h"
-#include "session/ScreenCapture.h"
-#include "support/Engine.h"
-#include "support/Scene.h"
 
 namespace {
-
-constexpr uint32_t kBlue = 0x0000FF;
-
-void SleepMs(int ms) { std::this_thread::sleep_for(std::chrono::milliseconds(ms)); }
 
 bool WaitFor(const std::function<bool()>& done) {
   for (int i = 0; i < 100 && !done(); ++i) SleepMs(20);
@@ -35,31 +25,12 @@ int Marked(const Frame& f, int x, int y, int half) {
   return n;
 }
 
-class MouseOverlayTest : public ::testing::Test {
+class MouseOverlayTest : public CaptureTest {
  protected:
   void SetUp() override {
-    CScreenCapture::s_codecFactoryForTesting = MakeCodec;
-    g_codec = &recorded;
-    ASSERT_TRUE(scene.Ok());
-    scene.Fill(0, 0, scene.Width(), scene.Height(), kBlue);
-    scene.Sync();
-    video.bStream = 1;
-    video.CodecType = CodecType_H264;
+    CaptureTest::SetUp();
     video.FrameRate = 20;
   }
-  void TearDown() override {
-    CScreenCapture::s_codecFactoryForTesting = nullptr;
-    FreeCapturedFile(1);
-  }
-  CScreenRecoderObject* Record() {
-    HRESULT hr;
-    return ovVideoRecord(0, folder.WidePath().c_str(), &video, AudioOpt{}, &mouse, 0, &hr);
-  }
-  Recorded recorded;
-  ovtest::Scene scene;
-  ovtest::ScratchFolder folder{"ovmouse"};
-  VideoOpt video{};
-  MouseOpt mouse{};
 };
 
 TEST_F(MouseOverlayTest, CentreModeFollowsThePointerAndTheCursorIsDrawn) {

@@ -1,13 +1,21 @@
-// An encoder double that keeps copies of the frames it is handed, for the
-// capture tests.
+// An encoder double that keeps copies of the frames it is handed, and the
+// fixture of the capture tests that records through it a scene of their own.
 #pragma once
 
+#include <gtest/gtest.h>
+
+#include <chrono>
 #include <cstring>
 #include <mutex>
 #include <thread>
 #include <vector>
 
+#include "capture/CaptureVideoStream.h"
 #include "encode/VideoCodec.h"
+#include "orvanta/orvanta.h"
+#include "session/ScreenCapture.h"
+#include "support/Engine.h"
+#include "support/Scene.h"
 
 namespace {
 
@@ -75,5 +83,45 @@ CVideoCodec* MakeCodec(int32_t, CWriterStatistics* s, CFrameRateControl* r) {
 [[maybe_unused]] uint32_t Pixel(const Frame& f, int x, int y) {
   return f.pixels[static_cast<size_t>(y) * (f.stride / 4) + x] & 0xFFFFFF;
 }
+
+constexpr uint32_t kRed = 0xFF0000, kBlue = 0x0000FF, kGreen = 0x00FF00;
+
+[[maybe_unused]] void SleepMs(int ms) {
+  std::this_thread::sleep_for(std::chrono::milliseconds(ms));
+}
+
+// H.264 at 10 frames a second of a blue screen, a key frame every second
+// instead of every five.
+class CaptureTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    CScreenCapture::s_codecFactoryForTesting = MakeCodec;
+    g_codec = &recorded;
+    ASSERT_TRUE(scene.Ok());
+    scene.Fill(0, 0, scene.Width(), scene.Height(), kBlue);
+    scene.Sync();
+    video.bStream = 1;
+    video.CodecType = CodecType_H264;
+    video.FrameRate = 10;
+    m_productSpacing = CCaptureVideoStream::s_nKeyFrameSpacing.exchange(kKeySpacing);
+  }
+  void TearDown() override {
+    CScreenCapture::s_codecFactoryForTesting = nullptr;
+    CCaptureVideoStream::s_nKeyFrameSpacing = m_productSpacing;
+    FreeCapturedFile(1);
+  }
+  CScreenRecoderObject* Record(BOOL showBox = 0) {
+    HRESULT hr;
+    return ovVideoRecord(0, folder.WidePath().c_str(), &video, AudioOpt{}, &mouse, showBox, &hr);
+  }
+
+  static constexpr int64_t kKeySpacing = 10000000;  // 100-ns units
+  Recorded recorded;
+  ovtest::Scene scene;
+  ovtest::ScratchFolder folder{"ovcapture"};
+  VideoOpt video{};
+  MouseOpt mouse{};
+  int64_t m_productSpacing = 0;
+};
 
 }  // namespace

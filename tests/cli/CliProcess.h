@@ -14,25 +14,21 @@
 
 namespace clitest {
 
-// The folder of the test program, where the build puts the engine, with its
-// encoder libraries and `mux` in orvanta/; `orvanta` is in ../bin.
-std::string BinFolder();
+// `orvanta` in ../bin beside the test program's folder.
 std::string OrvantaPath();
-
 // Present beside the engine: an encoder library; the muxer (program and export).
 bool EncoderLibraryPresent();
 bool AssemblyPresent();
 
-struct Environment {
-  std::vector<std::string> set;    // NAME=value
-  std::vector<std::string> unset;  // NAME
-};
+// Changes to the test's environment for a child: NAME=value sets, NAME unsets.
+using Environment = std::vector<std::string>;
+// Without the program's X and sound servers.
+inline const Environment kWithoutDisplay = {"DISPLAY", "PULSE_SERVER"};
 
 struct CliResult {
   int exitCode = -1;  // 128 + signal when a signal ended it
   std::string out;
   std::string err;
-  std::vector<std::string> ErrLines() const { return ovtest::Lines(err); }
 };
 
 class CliProcess {
@@ -42,7 +38,7 @@ class CliProcess {
   CliProcess(const CliProcess&) = delete;
   CliProcess& operator=(const CliProcess&) = delete;
 
-  // Reads output until stderr holds text; false if the process ended or the
+  // Reads output until stderr holds text; false if the output ended or the
   // time ran out first.
   bool WaitForErr(const std::string& text, int timeoutMs);
   void Signal(int signo);
@@ -51,13 +47,10 @@ class CliProcess {
 
  private:
   void Pump(int timeoutMs);
-  bool Reap(bool block);
 
   pid_t m_pid = -1;
-  int m_outFd = -1;
-  int m_errFd = -1;
+  int m_fds[2] = {-1, -1};  // stdout, stderr
   CliResult m_result;
-  bool m_reaped = false;
 };
 
 CliResult RunCli(const std::vector<std::string>& args, const Environment& env = {},
@@ -75,7 +68,5 @@ std::string ProcessProgram(pid_t pid);
 // a recording that leaves one behind shows.
 const std::string& ChildTemp();
 size_t TempEntries();
-// An environment for commands without the program's X server.
-Environment WithoutDisplay();
 
 }  // namespace clitest

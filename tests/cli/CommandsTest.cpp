@@ -31,7 +31,7 @@ TEST(Commands, DisplaysAndDevicesReportWhatTheEngineFound) {
   ASSERT_EQ(lines.size(), 2u) << r.out;  // heading and the one screen of the Xvfb
   EXPECT_NE(lines[1].find("1280x720"), std::string::npos) << lines[1];
 
-  r = RunCli({"devices"}, WithoutDisplay());
+  r = RunCli({"devices"}, kWithoutDisplay);
   ASSERT_EQ(r.exitCode, 0) << r.err;
   auto lineOf = [&](const std::string& start) {
     for (const std::string& line : ovtest::Lines(r.out))
@@ -88,7 +88,7 @@ TEST(Commands, RecordSavesTheTrimmedPartWithSoundAndTidiesItsTempFolder) {
 TEST(Commands, DemoRecordsAndEndsEveryProcessItStarted) {
   ovtest::ScratchFolder scratch("ovclidemo");
   const std::string out = scratch.Path() + "/demo.mp4";
-  CliResult r = RunCli({"demo", "--seconds", "2", out}, WithoutDisplay());
+  CliResult r = RunCli({"demo", "--seconds", "2", out}, kWithoutDisplay);
   const auto started = StartedPids(r.err);
   const char* const expected[] = {"Xvfb", "PulseAudio", "orvanta scene", "orvanta tone"};
   ASSERT_EQ(started.size(), std::size(expected)) << r.err;
@@ -165,9 +165,9 @@ TEST(Commands, EachWrongCommandLineGivesOneLineAndNothingIsRecorded) {
     std::string joined;
     for (const std::string& a : call.args) joined += a + " ";
     SCOPED_TRACE(joined);
-    CliResult r = RunCli(call.args, call.display ? Environment{} : WithoutDisplay());
+    CliResult r = RunCli(call.args, call.display ? Environment{} : kWithoutDisplay);
     EXPECT_EQ(r.exitCode, call.exitCode) << r.err;
-    std::vector<std::string> lines = r.ErrLines();
+    std::vector<std::string> lines = ovtest::Lines(r.err);
     ASSERT_EQ(lines.size(), 1u) << r.err;
     EXPECT_EQ(lines[0].rfind("orvanta: ", 0), 0u) << lines[0];
     EXPECT_NE(lines[0].find(call.mentions), std::string::npos) << lines[0];
