@@ -102,31 +102,18 @@ TEST_F(HostMisuseTest, ThreadsRacingToRecordGetOneSession) {
   }
 }
 
-// Changes the recorded region every few milliseconds, so that every
+// The recorded region changes every few milliseconds, so that every
 // interval gives a frame.
-class Flicker {
- public:
-  Flicker()
-      : m_thread([this] {
-          for (uint32_t n = 0; !m_stop.load(); ++n) {
-            m_scene.Fill(0, 0, 320, 240, n * 0x102030u);
-            m_scene.Sync();
-            std::this_thread::sleep_for(std::chrono::milliseconds(10));
-          }
-        }) {}
-  ~Flicker() {
-    m_stop.store(true);
-    m_thread.join();
-  }
-
- private:
-  ovtest::Scene m_scene;
-  std::atomic<bool> m_stop{false};
-  std::thread m_thread;
-};
-
 TEST_F(HostMisuseTest, SecondStartKeepsTheClockAndFreeWaitsForTheStop) {
-  Flicker flicker;
+  std::atomic<bool> stop{false};
+  std::thread flicker([&stop] {
+    ovtest::Scene scene;
+    for (uint32_t n = 0; !stop; ++n) {
+      scene.Fill(0, 0, 320, 240, n * 0x102030u);
+      scene.Sync();
+      std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+  });
   HRESULT hr = E_FAIL;
   CScreenRecoderObject* recorder = Record(m_folder.WidePath(), &hr);
   ASSERT_NE(recorder, nullptr);
@@ -144,6 +131,8 @@ TEST_F(HostMisuseTest, SecondStartKeepsTheClockAndFreeWaitsForTheStop) {
   EXPECT_TRUE(fs::exists(video));
   std::this_thread::sleep_for(std::chrono::milliseconds(400));
   recorder->Destroy();
+  stop = true;
+  flicker.join();
 
   const auto entries = ovtest::ReadFrameIndex(video + ".idx").entries;
   EXPECT_GT(entries.size(), 2u);
