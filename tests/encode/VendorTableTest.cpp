@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "core/Log.h"
 #include "encode/VendorTable.h"
 #include "orvanta/encoders.h"
 #include "platform/Library.h"
@@ -28,6 +29,13 @@ std::vector<int32_t> Table() {
 
 class VendorTableTest : public ::testing::Test {
  protected:
+  // The probe's fault lines are read from the engine's log.
+  static void SetUpTestSuite() {
+    s_documents = new ovtest::ScratchFolder("ovencdocs");
+    setenv("XDG_DOCUMENTS_DIR", s_documents->Path().c_str(), 1);
+    ASSERT_GE(ov::OpenLogFile(), 0);
+  }
+  static void TearDownTestSuite() { delete s_documents; }
   void TearDown() override {
     for (const char* prefix : kScriptPrefixes) unsetenv(("OVFAKE_" + std::string(prefix)).c_str());
   }
@@ -54,8 +62,11 @@ class VendorTableTest : public ::testing::Test {
     return mark.Text();
   }
 
+  static ovtest::ScratchFolder* s_documents;
   std::vector<std::unique_ptr<ovtest::ScratchFolder>> m_folders;
 };
+
+ovtest::ScratchFolder* VendorTableTest::s_documents = nullptr;
 
 // The newer library decides about the older (AMD after a non-zero AMD2, no
 // nvenc5 after a zero nvenc8), later steps overwrite, and an older library

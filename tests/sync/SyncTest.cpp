@@ -3,8 +3,6 @@
 // instant; the recording is assembled, and the flash and beep onsets are
 // measured in the file.
 #include <gtest/gtest.h>
-#include <signal.h>
-#include <sys/wait.h>
 #include <time.h>
 #include <unistd.h>
 
@@ -84,11 +82,6 @@ std::vector<std::pair<double, double>> SoundLevel(const std::string& file) {
   return series;
 }
 
-pid_t Start(const std::vector<std::string>& args) {
-  pid_t pid = ovtest::Spawn(args);
-  return pid;
-}
-
 struct Offsets {
   size_t flashes = 0;
   int paired = 0;
@@ -156,8 +149,7 @@ void RecordAndAssemble(const std::string& out, int seconds, int countdownMs = 0)
   ASSERT_TRUE(callback.Wait(120));
   ASSERT_EQ(callback.Result(), S_OK);
   FreeCapturedFile(1);
-  const double picture = StreamDuration(out, "v:0");
-  const double sound = StreamDuration(out, "a:0");
+  const double picture = StreamDuration(out, "v:0"), sound = StreamDuration(out, "a:0");
   std::printf("recorded %.3f s: video %.3f s, audio %.3f s\n", recorded, picture, sound);
   EXPECT_NEAR(sound, recorded, 0.05);
   EXPECT_NEAR(picture, recorded, 0.05);
@@ -167,8 +159,8 @@ TEST(AvSync, FlashesAndBeepsStayWithinFortyMilliseconds) {
   std::string cli = ov::ModuleFolder() + "/../bin/orvanta";
   if (access(cli.c_str(), X_OK) != 0) GTEST_SKIP() << "no orvanta program for the scene";
   long long epoch = MonotonicNs() + 1500000000LL;
-  pid_t scene = Start({cli, "scene", "--epoch", std::to_string(epoch), "--fps", "60"});
-  pid_t tone = Start({cli, "tone", "--epoch", std::to_string(epoch)});
+  pid_t scene = ovtest::Spawn({cli, "scene", "--epoch", std::to_string(epoch), "--fps", "60"});
+  pid_t tone = ovtest::Spawn({cli, "tone", "--epoch", std::to_string(epoch)});
   std::this_thread::sleep_for(std::chrono::milliseconds(1000));
 
   ovtest::ScratchFolder folder("ovsyncout");
@@ -202,8 +194,8 @@ std::string MakeClip(const std::string& folder) {
 // it buffers its sound its own way, and nothing warms the server up.
 pid_t StartPlayer(const std::string& clip) {
   setenv("SDL_AUDIODRIVER", "pulseaudio", 1);
-  return Start({"ffplay", "-v", "quiet", "-autoexit", "-noborder", "-left", "0", "-top", "0", "-x",
-                "640", "-y", "480", clip});
+  return ovtest::Spawn({"ffplay", "-v", "quiet", "-autoexit", "-noborder", "-left", "0", "-top",
+                        "0", "-x", "640", "-y", "480", clip});
 }
 
 TEST(AvSync, RealPlayerFlashesAndBeepsStayWithinFortyMilliseconds) {
@@ -232,31 +224,6 @@ TEST(AvSync, RealPlayerFlashesAndBeepsStayWithinFortyMilliseconds) {
   if (o.flashes < 28) GTEST_SKIP() << "the scene did not show its flashes: " << o.report;
   EXPECT_GE(o.paired, 28);
   EXPECT_LE(o.worst, 0.040) << o.report;
-}
-
-// The peer in the same harness, for the figures beside ours; run with
-// ORVANTA_SYNC_PEER=1. It asserts nothing.
-TEST(AvSync, PeerFfmpegWithTheRealPlayer) {
-  if (!getenv("ORVANTA_SYNC_PEER")) GTEST_SKIP() << "set ORVANTA_SYNC_PEER=1 to measure the peer";
-  ovtest::PulseServer server;
-  ASSERT_TRUE(server.Running());
-  ovtest::ScratchFolder folder("ovsyncpeer");
-  const std::string clip = MakeClip(folder.Path());
-  ASSERT_FALSE(clip.empty());
-  const pid_t player = StartPlayer(clip);
-  std::this_thread::sleep_for(std::chrono::milliseconds(1500));
-  const std::string out = folder.Path() + "/peer.mp4";
-  const char* display = getenv("DISPLAY");
-  const std::string errors = ovtest::RunCapture(
-      std::string("ffmpeg -v error -y -f x11grab -framerate 30 -video_size 640x480 "
-                  "-i ") +
-      display +
-      " -f pulse -i nullsink.monitor -t 30 -c:v libx264 -preset ultrafast -pix_fmt yuv420p "
-      "-c:a aac '" +
-      out + "' 2>&1");
-  ovtest::Stop(player);
-  std::printf("%s", errors.c_str());
-  MeasureFlashesAndBeeps(out);
 }
 
 }  // namespace
