@@ -19,17 +19,15 @@ namespace {
 
 using Input = std::vector<uint8_t>;
 
-Input ReadInput(const std::filesystem::path& path) {
-  std::ifstream in(path, std::ios::binary);
-  return Input(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-}
-
 // A folder of seeds, or one file: an input to run again.
-std::vector<Input> LoadCorpus(const char* path) {
-  if (!std::filesystem::is_directory(path)) return {ReadInput(path)};
+std::vector<Input> LoadCorpus(const std::filesystem::path& path) {
+  if (!std::filesystem::is_directory(path)) {
+    std::ifstream in(path, std::ios::binary);
+    return {Input(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>())};
+  }
   std::vector<Input> corpus;
   for (const auto& entry : std::filesystem::directory_iterator(path))
-    corpus.push_back(ReadInput(entry.path()));
+    corpus.push_back(LoadCorpus(entry.path()).front());
   return corpus;
 }
 

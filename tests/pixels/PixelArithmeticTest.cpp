@@ -101,7 +101,7 @@ TEST_P(PixelArithmetic, Nv12IsI420WithWovenChroma) {
 
 // Video range in each packed layout: Y 16 is black and 235 white. The lone
 // last pixel of an odd row borrows the missing chroma sample from the pair
-// before it; a row of one pixel uses its one sample for both.
+// before it.
 TEST_P(PixelArithmetic, PackedLayoutsAndTheirOddLastPixel) {
   const struct {
     Routine routine;
@@ -122,40 +122,31 @@ TEST_P(PixelArithmetic, PackedLayoutsAndTheirOddLastPixel) {
     uint8_t* half = row + 4;
     const int present = 1 - l.y;
     half[l.y] = 180, half[present] = 30;
-    uint8_t pair[4] = {}, alone[4] = {};
-    pair[l.y] = alone[l.y] = 180;
+    uint8_t pair[4] = {};
+    pair[l.y] = 180;
     pair[l.u] = l.u == present ? 30 : 70;
     pair[l.v] = l.v == present ? 30 : 210;
-    alone[l.u] = alone[l.v] = 30;
-    uint8_t odd[12], full[8], one[4], reference[8];
+    uint8_t odd[12], full[8];
     EXPECT_EQ(l.routine(odd, 12, row, 6, 3, 1), S_FALSE);
     ASSERT_EQ(l.routine(full, 8, pair, 4, 2, 1), S_OK);
     EXPECT_EQ(0, std::memcmp(odd + 8, full, 4));
-    EXPECT_EQ(l.routine(one, 4, half, 2, 1, 1), S_FALSE);
-    ASSERT_EQ(l.routine(reference, 8, alone, 4, 2, 1), S_OK);
-    EXPECT_EQ(0, std::memcmp(one, reference, 4));
   }
 }
 
-// BGR24 widening and fill keep each row's padding; flips move the colour
-// bytes and leave each pixel's fourth byte.
-TEST_P(PixelArithmetic, CopiesFillsAndFlipsStayInTheirBytes) {
+// BGR24 widening keeps each row's padding and each pixel's fourth byte;
+// flips move the colour bytes and leave the fourth byte.
+TEST_P(PixelArithmetic, WideningAndFlipsStayInTheirBytes) {
   const int width = 21, height = 3, pitch = 21 * 3 + 1, dstPitch = 21 * 4 + 8;
   const auto src = pixtest::RandomBytes(size_t(pitch) * height, 11);
   auto dst = pixtest::RandomBytes(size_t(dstPitch) * height, 12);
-  auto fill = dst;
   const auto before = dst;
   ASSERT_EQ(ImageConvert_BGR24_to_BGR32(dst.data(), dstPitch, src.data(), pitch, width, height),
             S_OK);
-  ASSERT_EQ(FillRect32(0x11223344u, fill.data(), dstPitch, width, height), S_OK);
-  const uint8_t value[4] = {0x44, 0x33, 0x22, 0x11};
   for (int y = 0; y < height; ++y) {
     for (int x = 0; x < dstPitch; ++x) {
       const size_t at = size_t(y) * dstPitch + x;
-      const bool inside = x < width * 4;
-      const bool colour = inside && x % 4 != 3;
+      const bool colour = x < width * 4 && x % 4 != 3;
       ASSERT_EQ(dst[at], colour ? src[size_t(y) * pitch + x / 4 * 3 + x % 4] : before[at]) << x;
-      ASSERT_EQ(fill[at], inside ? value[x % 4] : before[at]) << x;
     }
   }
   for (int bytes : {3, 4}) {
@@ -186,14 +177,10 @@ TEST_P(PixelArithmetic, BadArgumentsPitchesAndOverlapsAreRefused) {
   for (auto [width, height, s] : {std::tuple{1, 4, sc}, {4, 1, sc}, {4, 4, nullptr}})
     EXPECT_LT(ImageConvert_BGR32_to_NV12(middle, 4, src.data(), 16, width, height, s), 0);
   EXPECT_LT(ImageConvert_BGR32_to_I420(nullptr, 4, src.data(), 16, 4, 4), 0);
-  EXPECT_LT(ImageConvert_BGR32_to_I420(middle, 4, nullptr, 16, 4, 4), 0);
   EXPECT_LT(ImageConvert_I420_to_RGB32(middle, 16, src.data(), 4, 0, 4), 0);
-  EXPECT_LT(ImageConvert_NV12_to_BGR32(middle, 16, src.data(), 4, 4, -1), 0);
   EXPECT_LT(ImageConvert_YUY2_to_BGR32(middle, 16, nullptr, 8, 4, 1), 0);
-  EXPECT_LT(ImageConvert_BGR24_to_BGR32(middle, 16, src.data(), 12, 0, 1), 0);
   EXPECT_LT(ImageCopy32(middle, 16, src.data(), 16, 4, 0), 0);
   EXPECT_LT(FillRect32(0, nullptr, 16, 4, 4), 0);
-  EXPECT_LT(FlipRows32(middle, 4, 0), 0);
   EXPECT_LT(FlipRows24(nullptr, 4, 4), 0);
   EXPECT_EQ(CopyRect32(middle, -row, src.data(), row, w, h), E_INVALIDARG);
   EXPECT_EQ(CopyRect32(middle, row - 4, src.data(), row, w, h), E_INVALIDARG);
