@@ -106,37 +106,6 @@ TEST_F(CaptureTest, ChangesAreSeenAndStopWhilePausedMakesNoLastFrame) {
   EXPECT_EQ(changes, 1);
 }
 
-TEST_F(CaptureTest, FollowModeReadsTheRegionCornerEachFrame) {
-  scene.Fill(300, 300, 64, 64, kRed);
-  scene.Fill(600, 440, 40, 40, kGreen);
-  scene.Sync();
-  video.rcScreen = {0, 0, 64, 64};
-  mouse.Mode = MOUSE_MODE_FOLLOW;
-  CScreenRecoderObject* recorder = Record();
-  ASSERT_NE(recorder, nullptr);
-  {
-    std::lock_guard<std::recursive_mutex> lock(g_csMouse);
-    g_ptRegion = {300, 300};
-  }
-  recorder->Start();
-  SleepMs(400);
-  {
-    std::lock_guard<std::recursive_mutex> canvas(g_csCanvas);
-    std::lock_guard<std::recursive_mutex> lock(g_csMouse);
-    g_ptRegion = {600, 440};  // hangs 24 pixels over both edges
-  }
-  SleepMs(400);
-  recorder->Destroy();
-  const Frame& first = g_codec->frames.front();
-  EXPECT_EQ(Pixel(first, 0, 0), kRed);
-  EXPECT_EQ(Pixel(first, 63, 63), kRed);
-  const Frame& last = g_codec->frames.back();
-  EXPECT_EQ(Pixel(last, 0, 0), kGreen);
-  EXPECT_EQ(Pixel(last, 39, 39), kGreen);
-  EXPECT_EQ(Pixel(last, 40, 10), 0u) << "off-screen parts are black";
-  EXPECT_EQ(Pixel(last, 10, 40), 0u);
-}
-
 TEST_F(CaptureTest, FullDisplayWithBoxReplacesTheOuterPixels) {
   scene.Fill(0, 0, 640, 480, kRed);
   scene.Fill(1, 1, 638, 478, kGreen);
