@@ -33,54 +33,37 @@ CreateVideoCodecFn IntelCreator() {
 }
 
 // What the session hears from its encoder.
-class SessionProbe : public CWriterStatistics, public CFrameRateControl {
- public:
-  void AddBytes(int64_t count) override { m_bytes += count; }
-  void AddFrame() override { ++m_frames; }
-  void ReportFrameTime(uint32_t) override { ++m_reports; }
-  int64_t Bytes() const { return m_bytes; }
-  int64_t Frames() const { return m_frames; }
-  int Reports() const { return m_reports; }
-
- private:
-  std::atomic<int64_t> m_bytes{0};
-  std::atomic<int64_t> m_frames{0};
-  std::atomic<int> m_reports{0};
+struct SessionProbe : public CWriterStatistics, public CFrameRateControl {
+  void AddBytes(int64_t count) override { bytes += count; }
+  void AddFrame() override { ++frames; }
+  void ReportFrameTime(uint32_t) override { ++reports; }
+  std::atomic<int64_t> bytes{0}, frames{0}, reports{0};
 };
 
 // A capture surface as the streams have it: rows of the region's width
 // rounded up to 64, one spare row, the region at the top left, the rest
 // black. The picture moves every time it is drawn.
-class SyntheticScreen {
- public:
-  SyntheticScreen(int width, int height)
-      : m_width(width),
-        m_height(height),
-        m_stride(((width + 63) & ~63) * 4),
-        m_pixels(static_cast<size_t>(m_stride) * (((height + 63) & ~63) + 1), 0) {}
-
+struct SyntheticScreen {
+  SyntheticScreen(int w, int h)
+      : width(w),
+        height(h),
+        stride(((w + 63) & ~63) * 4),
+        pixels(size_t(stride) * (((h + 63) & ~63) + 1)) {}
+  uint8_t* At(int x, int y) { return pixels.data() + size_t(y) * stride + x * 4; }
   void Draw(int step) {
-    for (int y = 0; y < m_height; ++y) {
-      uint8_t* row = m_pixels.data() + static_cast<size_t>(y) * m_stride;
-      for (int x = 0; x < m_width; ++x) {
-        bool box = x >= (step * 13) % m_width && x < (step * 13) % m_width + m_width / 5 &&
-                   y >= (step * 7) % m_height && y < (step * 7) % m_height + m_height / 5;
-        uint8_t* p = row + x * 4;
-        p[0] = box ? 40 : static_cast<uint8_t>(x + step * 3);
-        p[1] = box ? 200 : static_cast<uint8_t>(y * 2);
-        p[2] = box ? 90 : static_cast<uint8_t>((x ^ y) + step);
-        p[3] = 0;
+    const int boxX = (step * 13) % width, boxY = (step * 7) % height;
+    for (int y = 0; y < height; ++y) {
+      for (int x = 0; x < width; ++x) {
+        const bool box = x >= boxX && x < boxX + width / 5 && y >= boxY && y < boxY + height / 5;
+        uint8_t* p = At(x, y);
+        p[0] = box ? 40 : uint8_t(x + step * 3);
+        p[1] = box ? 200 : uint8_t(y * 2);
+        p[2] = box ? 90 : uint8_t((x ^ y) + step);
       }
     }
   }
-  const uint8_t* Pixels() const { return m_pixels.data(); }
-  int Stride() const { return m_stride; }
-
- private:
-  int m_width;
-  int m_height;
-  int m_stride;
-  std::vector<uint8_t> m_pixels;
+  int width, height, stride;
+  std::vector<uint8_t> pixels;
 };
 
 const char* DemuxerOf(int codec) { return codec == 1 ? "h264" : codec == 2 ? "hevc" : "mpegvideo"; }
@@ -135,7 +118,7 @@ TEST_P(EncoderStreamTest, StreamDecodesInFullAndTheIndexDescribesIt) {
     const bool key = time - lastAsked >= 5 * kSecond, unchanged = i % 7 == 3 || i % 7 == 4;
     if (key) lastAsked = time;
     if (!unchanged) screen.Draw(i);
-    EXPECT_EQ(encoder->WriteFrame(screen.Pixels(), screen.Stride(), time, key, unchanged),
+    EXPECT_EQ(encoder->WriteFrame(screen.pixels.data(), screen.stride, time, key, unchanged),
               unchanged && !key ? 1 : 0)
         << "frame " << i;
     if (!unchanged || key) times.push_back(time), asked.push_back(key);
@@ -167,9 +150,9 @@ TEST_P(EncoderStreamTest, StreamDecodesInFullAndTheIndexDescribesIt) {
     keyFlags += key ? "1\n" : "0\n";
   }
   EXPECT_EQ(offset, streamSize) << "the entries tile the stream";
-  EXPECT_EQ(m_session.Bytes(), static_cast<int64_t>(streamSize));
-  EXPECT_EQ(m_session.Frames(), static_cast<int64_t>(times.size()));
-  EXPECT_EQ(m_session.Reports(), static_cast<int>(times.size() / 16));
+  EXPECT_EQ(m_session.bytes, static_cast<int64_t>(streamSize));
+  EXPECT_EQ(m_session.frames, static_cast<int64_t>(times.size()));
+  EXPECT_EQ(m_session.reports, static_cast<int64_t>(times.size() / 16));
 
   EXPECT_EQ(DecodeErrors(codec, file), "");
   EXPECT_EQ(Probe(codec, file, "stream=width,height,nb_read_frames"),
@@ -202,12 +185,11 @@ TEST_F(EncoderLibraryTest, ColoursSurviveTheRoundTrip) {
   };
   const Colour quadrants[4] = {{220, 30, 30}, {30, 200, 40}, {40, 50, 210}, {128, 128, 128}};
   auto quadrant = [](int x, int y) { return (x < kWidth / 2 ? 0 : 1) + (y < kHeight / 2 ? 0 : 2); };
-  const int stride = ((kWidth + 63) & ~63) * 4;
-  std::vector<uint8_t> pixels(static_cast<size_t>(stride) * (((kHeight + 63) & ~63) + 1), 0);
+  SyntheticScreen screen(kWidth, kHeight);
   for (int y = 0; y < kHeight; ++y) {
     for (int x = 0; x < kWidth; ++x) {
       const Colour& c = quadrants[quadrant(x, y)];
-      uint8_t* p = pixels.data() + static_cast<size_t>(y) * stride + x * 4;
+      uint8_t* p = screen.At(x, y);
       p[0] = c.b, p[1] = c.g, p[2] = c.r;
     }
   }
@@ -215,7 +197,7 @@ TEST_F(EncoderLibraryTest, ColoursSurviveTheRoundTrip) {
     std::string file = PathFor(std::string("colours") + ExtensionOf(codec));
     auto encoder = Create(codec);
     ASSERT_EQ(encoder->Initialize(codec, kWidth, kHeight, 30, 6, Wide(file).c_str()), S_OK);
-    encoder->WriteFrame(pixels.data(), stride, 0, 1, 0);
+    encoder->WriteFrame(screen.pixels.data(), screen.stride, 0, 1, 0);
     encoder->Finish();
 
     std::string rgb = PathFor("colours.rgb");
@@ -244,7 +226,7 @@ TEST_F(EncoderLibraryTest, TinyEmptyAndAbandonedStreamsAreComplete) {
     SyntheticScreen screen(size, size);
     for (int i = 0; i < frames; ++i) {
       screen.Draw(i);
-      encoder->WriteFrame(screen.Pixels(), screen.Stride(), i * 33 * kMillisecond, i == 0, 0);
+      encoder->WriteFrame(screen.pixels.data(), screen.stride, i * 33 * kMillisecond, i == 0, 0);
     }
     return encoder;
   };
@@ -283,11 +265,11 @@ TEST_F(EncoderLibraryTest, RefusedEncodersAreSafeToUseAndMakeNoFile) {
   for (const auto& c : cases) {
     auto encoder = Create(1);
     EXPECT_EQ(encoder->Initialize(c.codec, c.width, c.height, 30, 3, Wide(c.file).c_str()), c.hr);
-    EXPECT_EQ(encoder->WriteFrame(screen.Pixels(), screen.Stride(), 0, 1, 0), 0);
+    EXPECT_EQ(encoder->WriteFrame(screen.pixels.data(), screen.stride, 0, 1, 0), 0);
     encoder->Finish();
     EXPECT_FALSE(fs::exists(c.file));
   }
-  EXPECT_EQ(m_session.Bytes(), 0);
+  EXPECT_EQ(m_session.bytes, 0);
 }
 
 }  // namespace
