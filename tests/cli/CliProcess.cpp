@@ -9,6 +9,7 @@
 
 #include <chrono>
 #include <cstdlib>
+#include <ctime>
 #include <filesystem>
 #include <memory>
 #include <regex>
@@ -44,8 +45,19 @@ class CliEnvironment : public ::testing::Environment {
     m_xvfb = std::make_unique<ovtest::XvfbServer>(1280, 720);
     ASSERT_TRUE(m_xvfb->Running()) << "Xvfb did not start";
     ASSERT_EQ(access(OrvantaPath().c_str(), X_OK), 0) << OrvantaPath() << " is not built";
+    m_pulse = std::make_unique<ovtest::PulseServer>();
+    ASSERT_TRUE(m_pulse->Running()) << "pulseaudio did not start";
+    // One epoch for both, so that each flash of the picture has its beep.
+    timespec now;
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    const std::string epoch = std::to_string(now.tv_sec * 1000000000LL + now.tv_nsec);
+    m_scene = ovtest::Spawn({OrvantaPath(), "scene", "--epoch", epoch, "--pointer"});
+    m_tone = ovtest::Spawn({OrvantaPath(), "tone", "--epoch", epoch});
   }
   void TearDown() override {
+    ovtest::Stop(m_tone);
+    ovtest::Stop(m_scene);
+    m_pulse.reset();
     m_xvfb.reset();
     g_temp.reset();
     m_documents.reset();
@@ -54,6 +66,8 @@ class CliEnvironment : public ::testing::Environment {
  private:
   std::unique_ptr<ovtest::ScratchFolder> m_documents;
   std::unique_ptr<ovtest::XvfbServer> m_xvfb;
+  std::unique_ptr<ovtest::PulseServer> m_pulse;
+  pid_t m_scene = -1, m_tone = -1;
 };
 
 auto* const g_environment = ::testing::AddGlobalTestEnvironment(new CliEnvironment);

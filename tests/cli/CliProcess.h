@@ -1,7 +1,8 @@
 // Runs the built `orvanta` command as a child process, as a user would, and
 // collects what it prints. Each CliProcess ends only the process it started.
-// One X server serves the whole program; the children's logs and temp files
-// go to scratch folders.
+// One X server and one sound server serve the whole program, with a scene
+// that moves and flashes and beeps in step; the children's logs and temp
+// files go to scratch folders.
 #pragma once
 
 #include <sys/types.h>

@@ -7,7 +7,6 @@
 
 #include <chrono>
 #include <cstdlib>
-#include <ctime>
 #include <filesystem>
 #include <thread>
 
@@ -50,21 +49,11 @@ TEST(Commands, DisplaysAndDevicesReportWhatTheEngineFound) {
 TEST(Commands, RecordSavesTheTrimmedPartWithSoundAndTidiesItsTempFolder) {
   if (!EncoderLibraryPresent() || !AssemblyPresent())
     GTEST_SKIP() << "needs an encoder library and the muxer";
-  ovtest::PulseServer pulse;
-  ASSERT_TRUE(pulse.Running());
-  // One epoch for both, so that each flash of the picture has its beep.
-  timespec now;
-  clock_gettime(CLOCK_MONOTONIC, &now);
-  const std::string epoch = std::to_string(now.tv_sec * 1000000000LL + now.tv_nsec);
-  const pid_t scene = ovtest::Spawn({OrvantaPath(), "scene", "--epoch", epoch, "--pointer"});
-  const pid_t tone = ovtest::Spawn({OrvantaPath(), "tone", "--epoch", epoch});
   ovtest::ScratchFolder scratch("ovclirec");
   const std::string out = scratch.Path() + "/out.mp4";
   const size_t tempBefore = TempEntries();
   CliResult r =
       RunCli({"record", "--seconds", "4", "--trim", "1,2.5", "--system-audio", "--cursor", out});
-  ovtest::Stop(tone);
-  ovtest::Stop(scene);
   ASSERT_EQ(r.exitCode, 0) << r.err;
   EXPECT_NE(r.out.find("Saved " + out), std::string::npos) << r.out;
   const std::string streams = Streams(out);

@@ -67,48 +67,19 @@ void ExpectTrueFiles(const std::string& folder) {
 
 class Survival : public ::testing::Test {
  protected:
-  static void SetUpTestSuite() {
-    s_pulse = new ovtest::PulseServer();
-    s_scene = ovtest::Spawn({OrvantaPath(), "scene"});
-    s_tone = ovtest::Spawn({OrvantaPath(), "tone"});
-  }
-  static void TearDownTestSuite() {
-    ovtest::Stop(s_tone);
-    ovtest::Stop(s_scene);
-    delete s_pulse;
-    s_pulse = nullptr;
-  }
   void SetUp() override {
     if (!EncoderLibraryPresent() || !AssemblyPresent())
       GTEST_SKIP() << "needs an encoder library and the muxer";
-    ASSERT_TRUE(s_pulse->Running());
   }
   void TearDown() override {
     if (!m_mounted.empty()) ovtest::RunCapture("umount -l '" + m_mounted + "'");
   }
-  // A folder on a file system of its own, this small; false where this
-  // process may not mount one.
-  bool MountSmallDisk(const std::string& folder, const char* size) {
-    fs::create_directory(folder);
-    int code = -1;
-    ovtest::RunCapture(
-        "mount -t tmpfs -o size=" + std::string(size) + " tmpfs '" + folder + "' 2>&1", &code);
-    if (code == 0) m_mounted = folder;
-    return code == 0;
-  }
 
-  static ovtest::PulseServer* s_pulse;
-  static pid_t s_scene;
-  static pid_t s_tone;
   ovtest::ScratchFolder m_scratch{"ovclisurvive"};
   const std::string m_temp = m_scratch.Path() + "/temp";
   const std::string m_out = m_scratch.Path() + "/out.mp4";
   std::string m_mounted;
 };
-
-ovtest::PulseServer* Survival::s_pulse = nullptr;
-pid_t Survival::s_scene = -1;
-pid_t Survival::s_tone = -1;
 
 TEST_F(Survival, XServerGoingAwayEndsTheRecordingAndTheHostAssemblesIt) {
   // A server of this test's own, since it dies.
@@ -161,7 +132,11 @@ TEST_F(Survival, KilledRecordingIsKeptAgainstANewOneAndRecovered) {
 
 TEST_F(Survival, FullDiskStopsTheRecordingWithTrueFiles) {
   const std::string disk = m_scratch.Path() + "/small";
-  if (!MountSmallDisk(disk, "2m")) GTEST_SKIP() << "cannot mount a small tmpfs here";
+  fs::create_directory(disk);
+  int code = -1;
+  ovtest::RunCapture("mount -t tmpfs -o size=2m tmpfs '" + disk + "' 2>&1", &code);
+  if (code != 0) GTEST_SKIP() << "cannot mount a small tmpfs here";
+  m_mounted = disk;
   // A trim past the end keeps the command from assembling, so that the temp
   // files stay to be looked at.
   CliResult r = RunCli(
