@@ -13,6 +13,7 @@
 
 #include "CliProcess.h"
 #include "support/FrameIndexFile.h"
+#include "support/Media.h"
 
 namespace clitest {
 namespace {
@@ -23,19 +24,8 @@ constexpr size_t kWaveHeader = 68;
 
 void SleepMs(int ms) { std::this_thread::sleep_for(std::chrono::milliseconds(ms)); }
 
-std::string Probe(const std::string& file, const std::string& options) {
-  return ovtest::RunCapture("ffprobe -v error " + options + " -of csv=p=0 '" + file + "' 2>&1");
-}
-
 double AudioSeconds(const std::string& file) {
-  return std::atof(Probe(file, "-select_streams a -show_entries stream=duration").c_str());
-}
-
-bool DecodesCleanly(const std::string& file) {
-  int code = -1;
-  std::string errors =
-      ovtest::RunCapture("ffmpeg -v error -i '" + file + "' -vsync vfr -f null - 2>&1", &code);
-  return code == 0 && errors.empty();
+  return std::atof(ovtest::Probe(file, "-select_streams a -show_entries stream=duration").c_str());
 }
 
 uint32_t U32At(const std::string& bytes, size_t offset) {
@@ -93,9 +83,10 @@ TEST_F(Survival, XServerGoingAwayEndsTheRecordingAndTheHostAssemblesIt) {
   CliResult r = record.Finish(120000);
   ASSERT_EQ(r.exitCode, 0) << r.err;
   EXPECT_NE(r.err.find("the X server went away"), std::string::npos) << r.err;
-  EXPECT_NE(Probe(m_out, "-show_entries stream=codec_type").find("video"), std::string::npos);
+  EXPECT_NE(ovtest::Probe(m_out, "-show_entries stream=codec_type").find("video"),
+            std::string::npos);
   EXPECT_GT(AudioSeconds(m_out), 0.5) << "the sound before the loss is kept";
-  EXPECT_TRUE(DecodesCleanly(m_out));
+  EXPECT_EQ(ovtest::DecodeErrors(m_out), "");
 }
 
 TEST_F(Survival, KilledRecordingIsKeptAgainstANewOneAndRecovered) {
@@ -120,12 +111,12 @@ TEST_F(Survival, KilledRecordingIsKeptAgainstANewOneAndRecovered) {
   CliResult recovered = RunCli({"recover", m_temp, m_out});
   ASSERT_EQ(recovered.exitCode, 0) << recovered.err;
   ExpectTrueFiles(m_temp);
-  EXPECT_TRUE(DecodesCleanly(m_out));
+  EXPECT_EQ(ovtest::DecodeErrors(m_out), "");
   // All of the sound on the disk is in the file, and every frame.
   EXPECT_NEAR(AudioSeconds(m_out), (fs::file_size(wave) - kWaveHeader) / 192000.0, 0.1);
-  EXPECT_EQ(std::atoi(Probe(m_out,
-                            "-select_streams v -count_frames -show_entries "
-                            "stream=nb_read_frames")
+  EXPECT_EQ(std::atoi(ovtest::Probe(m_out,
+                                    "-select_streams v -count_frames -show_entries "
+                                    "stream=nb_read_frames")
                           .c_str()),
             static_cast<int>(ovtest::ReadFrameIndex(video + ".idx").entries.size()));
 }
@@ -146,7 +137,7 @@ TEST_F(Survival, FullDiskStopsTheRecordingWithTrueFiles) {
   // What the disk holds makes a file.
   CliResult recovered = RunCli({"recover", disk, m_out});
   EXPECT_EQ(recovered.exitCode, 0) << recovered.err;
-  EXPECT_TRUE(DecodesCleanly(m_out));
+  EXPECT_EQ(ovtest::DecodeErrors(m_out), "");
 }
 
 }  // namespace

@@ -16,6 +16,7 @@
 #include "platform/Library.h"
 #include "support/Engine.h"
 #include "support/FrameIndexFile.h"
+#include "support/Media.h"
 #include "support/TestEnv.h"
 
 namespace fs = std::filesystem;
@@ -69,16 +70,13 @@ struct SyntheticScreen {
 const char* DemuxerOf(int codec) { return codec == 1 ? "h264" : codec == 2 ? "hevc" : "mpegvideo"; }
 const char* ExtensionOf(int codec) { return codec == 1 ? ".h264" : codec == 2 ? ".h265" : ".mpg"; }
 
-// What ffprobe tells of the raw stream, one value a line.
 std::string Probe(int codec, const std::string& file, const std::string& entries) {
-  return ovtest::RunCapture(std::string("ffprobe -v error -f ") + DemuxerOf(codec) +
-                            " -count_frames -show_entries " + entries + " -of default=nw=1:nk=1 '" +
-                            file + "'");
+  return ovtest::Probe(
+      file, std::string("-f ") + DemuxerOf(codec) + " -count_frames -show_entries " + entries);
 }
 
 std::string DecodeErrors(int codec, const std::string& file) {
-  return ovtest::RunCapture(std::string("ffmpeg -nostdin -v error -f ") + DemuxerOf(codec) +
-                            " -i '" + file + "' -f null - 2>&1");
+  return ovtest::DecodeErrors(file, std::string("-f ") + DemuxerOf(codec));
 }
 
 class EncoderLibraryTest : public ::testing::Test {

@@ -15,6 +15,7 @@
 #include "platform/Files.h"
 #include "support/Engine.h"
 #include "support/FrameIndexFile.h"
+#include "support/Media.h"
 #include "support/Scene.h"
 
 namespace {
@@ -76,11 +77,9 @@ TEST_P(RecordingTest, StillThenMovingSceneDecodesInFullAndMatchesItsIndex) {
 
   const std::string file = ov::ToUtf8(GetCapturedFile()->szScreenCaptureFile);
   const ov::FrameIndexFile index = ovtest::ReadFrameIndex(file + ".idx");
-  EXPECT_EQ(ovtest::RunCapture("ffmpeg -v error -i '" + file + "' -f null - 2>&1"), "");
-  const std::string decoded = ovtest::RunCapture(
-      "ffprobe -v error -count_frames -select_streams v:0 -show_entries stream=nb_read_frames "
-      "-of csv=p=0 '" +
-      file + "'");
+  EXPECT_EQ(ovtest::DecodeErrors(file), "");
+  const std::string decoded =
+      ovtest::Probe(file, "-count_frames -select_streams v:0 -show_entries stream=nb_read_frames");
   EXPECT_EQ(std::atoi(decoded.c_str()), static_cast<int>(index.entries.size()));
   EXPECT_EQ(index.header.width, 640u);
   EXPECT_EQ(index.header.height, 480u);
