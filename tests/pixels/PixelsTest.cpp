@@ -1,15 +1,70 @@
-// Known colours, the edges of odd sizes and the refusal of bad arguments,
-// on every path this processor has.
+// The pixel routines on every path this processor has: known colours, the
+// edges of odd sizes and the refusal of bad arguments; and every vector path
+// giving the plain path's bytes, on odd sizes and odd pitches, without
+// writing outside the rectangle.
 #include <gtest/gtest.h>
 
 #include <array>
 #include <cstring>
+#include <functional>
+#include <random>
+#include <string>
 #include <tuple>
+#include <vector>
 
-#include "PixelTestSupport.h"
+#include "pixels/PixelDispatch.h"
 #include "pixels/Pixels.h"
 
 namespace {
+
+// The levels worth running here: the plain path, the 128-bit and the 256-bit
+// kernels, as far as this processor has them.
+inline std::vector<int32_t> Levels() {
+  std::vector<int32_t> levels;
+  for (int32_t level : {0, 1, 7}) {
+    if (level <= ov::DetectPixelCpuLevel()) levels.push_back(level);
+  }
+  return levels;
+}
+
+// Runs the body with the given path in force and puts the detected one back.
+class AtLevel {
+ public:
+  explicit AtLevel(int32_t level) { ov::SetPixelCpuLevel(level); }
+  ~AtLevel() { ov::SetPixelCpuLevel(ov::DetectPixelCpuLevel()); }
+  AtLevel(const AtLevel&) = delete;
+  AtLevel& operator=(const AtLevel&) = delete;
+};
+
+// Random bytes, a third of them at 0 or 255 so that the clamps are reached.
+inline std::vector<uint8_t> RandomBytes(size_t size, uint32_t seed) {
+  std::mt19937 rng(seed);
+  std::vector<uint8_t> bytes(size);
+  for (auto& b : bytes) {
+    const uint32_t r = rng();
+    b = (r % 6 == 0) ? 0 : (r % 6 == 1) ? 255 : static_cast<uint8_t>(r >> 8);
+  }
+  return bytes;
+}
+
+// Exact sizes, so that the address sanitizer sees any access past the end.
+inline size_t RowsSize(int pitch, int rows, int rowBytes) {
+  return rows < 1 || rowBytes < 1 ? 0 : size_t(pitch) * size_t(rows - 1) + size_t(rowBytes);
+}
+
+// A block of I420 or YV12 at this pitch and height, for width columns.
+inline size_t I420Size(int pitch, int width, int height) {
+  size_t size = RowsSize(pitch, height, width);
+  const size_t luma = size_t(pitch) * height;
+  const size_t chroma = RowsSize(pitch / 2, height / 2, width / 2);
+  if (chroma > 0) size = luma * 5 / 4 + chroma;
+  return size;
+}
+
+inline size_t Nv12Size(int pitch, int width, int height) {
+  const size_t chroma = RowsSize(pitch, height / 2, width & ~1);
+  return chroma > 0 ? size_t(pitch) * height + chroma : RowsSize(pitch, height, width);
+}
 
 constexpr uint8_t kUntouched = 0xEE;
 using Routine = HRESULT (*)(BYTE*, int, const BYTE*, int, int, int);
@@ -78,7 +133,7 @@ TEST_P(PixelArithmetic, I420PlanesFollowPitchAndHeightAndSkipOddEdges) {
 // starts at pitch * height, so with an odd height the last luma row stays.
 TEST_P(PixelArithmetic, Nv12IsI420WithWovenChroma) {
   const int width = 37, height = 9, pitch = 41, srcPitch = 37 * 4 + 4;
-  const auto src = pixtest::RandomBytes(size_t(srcPitch) * height, 5);
+  const auto src = RandomBytes(size_t(srcPitch) * height, 5);
   std::vector<uint8_t> i420(size_t(width) * height * 3 / 2, kUntouched);
   ASSERT_EQ(ImageConvert_BGR32_to_I420(i420.data(), width, src.data(), srcPitch, width, height),
             S_FALSE);
@@ -137,8 +192,8 @@ TEST_P(PixelArithmetic, PackedLayoutsAndTheirOddLastPixel) {
 // flips move the colour bytes and leave the fourth byte.
 TEST_P(PixelArithmetic, WideningAndFlipsStayInTheirBytes) {
   const int width = 21, height = 3, pitch = 21 * 3 + 1, dstPitch = 21 * 4 + 8;
-  const auto src = pixtest::RandomBytes(size_t(pitch) * height, 11);
-  auto dst = pixtest::RandomBytes(size_t(dstPitch) * height, 12);
+  const auto src = RandomBytes(size_t(pitch) * height, 11);
+  auto dst = RandomBytes(size_t(dstPitch) * height, 12);
   const auto before = dst;
   ASSERT_EQ(ImageConvert_BGR24_to_BGR32(dst.data(), dstPitch, src.data(), pitch, width, height),
             S_OK);
@@ -194,9 +249,123 @@ TEST_P(PixelArithmetic, BadArgumentsPitchesAndOverlapsAreRefused) {
   EXPECT_EQ(buf, before);
 }
 
-INSTANTIATE_TEST_SUITE_P(Paths, PixelArithmetic, testing::ValuesIn(pixtest::Levels()),
+INSTANTIATE_TEST_SUITE_P(Paths, PixelArithmetic, testing::ValuesIn(Levels()),
                          [](const testing::TestParamInfo<int32_t>& info) {
                            return "Level" + std::to_string(info.param);
                          });
+
+struct Shape {
+  int width, height, srcPitch, dstPitch;
+};
+
+using Size = std::function<size_t(const Shape&)>;
+using Call = std::function<HRESULT(uint8_t* dst, const uint8_t* src, const Shape&)>;
+using Routine = HRESULT (*)(BYTE*, int, const BYTE*, int, int, int);
+
+struct Case {
+  const char* name;
+  int srcBytes, dstBytes;  // per pixel
+  Size srcSize, dstSize;
+  Call call;
+};
+
+Size Rows(int bytes, bool src) {
+  return [=](const Shape& s) {
+    return RowsSize(src ? s.srcPitch : s.dstPitch, s.height, s.width * bytes);
+  };
+}
+Size I420(bool src) {
+  return [=](const Shape& s) { return I420Size(src ? s.srcPitch : s.dstPitch, s.width, s.height); };
+}
+Size Nv12(bool src) {
+  return [=](const Shape& s) { return Nv12Size(src ? s.srcPitch : s.dstPitch, s.width, s.height); };
+}
+Size Packed(int bytes) {
+  return [=](const Shape& s) { return size_t(s.width) * s.height * bytes; };
+}
+Call Plain(Routine routine) {
+  return [=](uint8_t* d, const uint8_t* p, const Shape& s) {
+    return routine(d, s.dstPitch, p, s.srcPitch, s.width, s.height);
+  };
+}
+
+const Case kCases[] = {
+    {"BGR32_to_I420", 4, 1, Rows(4, true), I420(false), Plain(ImageConvert_BGR32_to_I420)},
+    {"BGR32_to_NV12", 4, 1, Rows(4, true), Nv12(false),
+     [](uint8_t* d, const uint8_t* p, const Shape& s) {
+       std::vector<uint8_t> scratch(size_t(s.width) * s.height * 3 / 2 + 1);
+       return ImageConvert_BGR32_to_NV12(d, s.dstPitch, p, s.srcPitch, s.width, s.height,
+                                         scratch.data());
+     }},
+    {"I420_to_RGB32", 1, 4, I420(true), Rows(4, false), Plain(ImageConvert_I420_to_RGB32)},
+    {"YV12_to_RGB32", 1, 4, I420(true), Rows(4, false), Plain(ImageConvert_YV12_to_RGB32)},
+    {"NV12_to_BGR32", 1, 4, Nv12(true), Rows(4, false), Plain(ImageConvert_NV12_to_BGR32)},
+    {"YUY2_to_BGR32", 2, 4, Rows(2, true), Rows(4, false), Plain(ImageConvert_YUY2_to_BGR32)},
+    {"UYVY_to_BGR32", 2, 4, Rows(2, true), Rows(4, false), Plain(ImageConvert_UYVY_to_BGR32)},
+    {"YVYU_to_BGR32", 2, 4, Rows(2, true), Rows(4, false), Plain(ImageConvert_YVYU_to_BGR32)},
+    {"BGR24_to_BGR32", 3, 4, Rows(3, true), Rows(4, false), Plain(ImageConvert_BGR24_to_BGR32)},
+    {"FillRect32", 4, 4, Rows(4, true), Rows(4, false),
+     [](uint8_t* d, const uint8_t*, const Shape& s) {
+       return FillRect32(0xA1B2C3D4u, d, s.dstPitch, s.width, s.height);
+     }},
+    {"FlipRows32", 4, 4, Packed(4), Packed(4),
+     [](uint8_t* d, const uint8_t*, const Shape& s) { return FlipRows32(d, s.width, s.height); }},
+    {"FlipRows24", 3, 3, Packed(3), Packed(3),
+     [](uint8_t* d, const uint8_t*, const Shape& s) { return FlipRows24(d, s.width, s.height); }},
+};
+
+// Widths around the 16- and 32-pixel steps and their edges; the extra pitch
+// bytes keep rows off any alignment.
+std::vector<Shape> Shapes(const Case& c) {
+  std::vector<Shape> shapes;
+  std::mt19937 rng(7);
+  for (int width : {1, 2, 3, 5, 6, 15, 16, 17, 18, 31, 32, 33, 34, 47, 63, 64, 65, 66, 97, 130}) {
+    for (int height : {1, 2, 3, 4, 7, 8}) {
+      const int srcExtra = int(rng() % 10), dstExtra = int(rng() % 10);
+      shapes.push_back(
+          {width, height, width * c.srcBytes + srcExtra, width * c.dstBytes + dstExtra});
+    }
+  }
+  return shapes;
+}
+
+struct Outcome {
+  HRESULT hr;
+  std::vector<uint8_t> bytes;
+};
+
+// Buffers of exactly the sizes the routine may touch, so that the address
+// sanitizer sees any access past the end.
+Outcome RunAt(int32_t level, const Case& c, const Shape& s, const std::vector<uint8_t>& src,
+              std::vector<uint8_t> dst) {
+  AtLevel at(level);
+  std::vector<uint8_t> in(src);
+  const HRESULT hr = c.call(dst.data(), in.data(), s);
+  EXPECT_EQ(in, src) << c.name << ": source changed";
+  return {hr, std::move(dst)};
+}
+
+TEST(PixelPaths, VectorPathsMatchThePlainPath) {
+  if (Levels().size() < 2) GTEST_SKIP() << "no vector path on this processor";
+  uint32_t seed = 1;
+  for (const Case& c : kCases) {
+    for (const Shape& s : Shapes(c)) {
+      const auto src = RandomBytes(c.srcSize(s), seed++);
+      const auto dst = RandomBytes(c.dstSize(s), seed++);
+      const Outcome plain = RunAt(0, c, s, src, dst);
+      for (int32_t level : Levels()) {
+        if (level == 0) continue;
+        const Outcome other = RunAt(level, c, s, src, dst);
+        EXPECT_EQ(other.hr, plain.hr) << c.name << " level " << level;
+        if (other.bytes == plain.bytes) continue;
+        size_t at = 0;
+        while (other.bytes[at] == plain.bytes[at]) ++at;
+        ADD_FAILURE() << c.name << " level " << level << " " << s.width << "x" << s.height
+                      << " pitches " << s.srcPitch << "/" << s.dstPitch
+                      << ": first difference at byte " << at;
+      }
+    }
+  }
+}
 
 }  // namespace
