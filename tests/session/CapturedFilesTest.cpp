@@ -32,35 +32,29 @@ class CapturedFilesTest : public ::testing::Test {
 };
 
 // The record names the files of the options; freeing without deletion keeps
-// them and forgets the record.
-TEST_F(CapturedFilesTest, RecordNamesTheFilesAndFreeWithoutDeleteKeepsThem) {
+// them and forgets the record; freeing with deletion removes the set (the
+// microphone file was never written) and nothing else.
+TEST_F(CapturedFilesTest, RecordNamesTheFilesAndFreeingKeepsOrDeletesThem) {
   CapturedFile* file = GetCapturedFile();
   ASSERT_NE(file, nullptr);
-  EXPECT_TRUE(fs::is_directory(folder));
   EXPECT_EQ(fs::path(file->szScreenCaptureFile), folder / "ScreenCapture.h264");
   EXPECT_EQ(fs::path(file->szWaveOutFile), folder / "Speaker.wav");
   EXPECT_EQ(fs::path(file->szWaveInFile), folder / "AudioCapture.wav");
   EXPECT_EQ(file->nWidth, 640);
   EXPECT_EQ(file->nHeight, 480);
   EXPECT_TRUE(file->bUseWaveOut && file->bUseWaveIn && file->bScreenStream);
-  Touch(file->szScreenCaptureFile);
+  for (const char* name :
+       {"ScreenCapture.h264", "ScreenCapture.h264.idx", "Speaker.wav", "keep.txt"})
+    Touch(folder / name);
   FreeCapturedFile(0);
   EXPECT_EQ(GetCapturedFile(), nullptr);
   FreeCapturedFile(1);  // nothing left to work on
   EXPECT_TRUE(fs::exists(folder / "ScreenCapture.h264"));
-}
 
-// The microphone file was never written: its absence stops nothing.
-TEST_F(CapturedFilesTest, FreeWithDeleteRemovesTheSetAndNothingElse) {
-  CapturedFile* file = GetCapturedFile();
-  Touch(file->szScreenCaptureFile);
-  Touch(fs::path(file->szScreenCaptureFile).string() + ".idx");
-  Touch(file->szWaveOutFile);
-  Touch(folder / "keep.txt");
+  ov::PrepareCapturedFiles(folder.wstring().c_str());
   FreeCapturedFile(1);
-  EXPECT_FALSE(fs::exists(folder / "ScreenCapture.h264"));
-  EXPECT_FALSE(fs::exists(folder / "ScreenCapture.h264.idx"));
-  EXPECT_FALSE(fs::exists(folder / "Speaker.wav"));
+  for (const char* name : {"ScreenCapture.h264", "ScreenCapture.h264.idx", "Speaker.wav"})
+    EXPECT_FALSE(fs::exists(folder / name)) << name;
   EXPECT_TRUE(fs::exists(folder / "keep.txt"));
 }
 
