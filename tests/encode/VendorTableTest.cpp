@@ -1,9 +1,15 @@
 // Start-up probing of the encoder libraries and encoder selection by the
 // vendor table, against a stand-in library that does what each test asks
-// (including faulting) and against the real libraries.
+// (including faulting) and against the real libraries; and the throw-away
+// copy of the process that the probes run in: its bytes come back when the
+// call returns, and a fault, an early exit or a hang leave the caller's alone.
 #include <gtest/gtest.h>
+#include <sys/mman.h>
+#include <unistd.h>
 
+#include <csignal>
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <initializer_list>
 #include <memory>
@@ -13,6 +19,7 @@
 #include "core/Log.h"
 #include "encode/VendorTable.h"
 #include "orvanta/encoders.h"
+#include "platform/IsolatedCall.h"
 #include "platform/Library.h"
 #include "support/Engine.h"
 #include "support/TestEnv.h"
@@ -145,6 +152,54 @@ TEST_F(VendorTableTest, RealLibrariesServeEveryLibraryCodecType) {
     EXPECT_TRUE(IsSupportHwVideoCodec(codec)) << codec;
     EXPECT_NE(std::unique_ptr<CVideoCodec>(ov::CreateLibraryVideoCodec(codec, nullptr, nullptr)),
               nullptr);
+  }
+}
+
+struct Bytes {
+  int32_t values[6];
+};
+
+void FillThenFault(void* data, void*) {
+  static_cast<Bytes*>(data)->values[0] = 99;
+  *static_cast<volatile int*>(mmap(nullptr, 4096, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0)) =
+      1;
+}
+void FillThenExit(void* data, void*) {
+  static_cast<Bytes*>(data)->values[0] = 99;
+  _exit(0);
+}
+void FillThenHang(void* data, void*) {
+  static_cast<Bytes*>(data)->values[0] = 99;
+  for (;;) pause();
+}
+
+void UseContext(void* data, void* context) {
+  static_cast<Bytes*>(data)->values[2] = *static_cast<int*>(context);
+}
+
+TEST(IsolatedCallTest, ReturnedCallsHandBackTheirBytesAndFaultsExitsAndHangsDoNot) {
+  Bytes bytes{{1, 2, 3, 4, 5, 6}};
+  int context = 77;
+  EXPECT_EQ(ov::RunIsolated(&bytes, sizeof bytes, UseContext, &context, 10000).outcome,
+            ov::IsolatedOutcome::Completed);
+  EXPECT_EQ(bytes.values[2], 77);
+  EXPECT_EQ(bytes.values[1], 2) << "bytes the call left alone come back as they were";
+
+  const Bytes before = bytes;
+  const struct {
+    ov::IsolatedFn call;
+    ov::IsolatedOutcome outcome;
+    int signal;
+  } cases[] = {
+      {FillThenFault, ov::IsolatedOutcome::Crashed, SIGSEGV},
+      {FillThenExit, ov::IsolatedOutcome::Failed, 0},
+      {FillThenHang, ov::IsolatedOutcome::Crashed, SIGKILL},
+  };
+  for (const auto& c : cases) {
+    ov::IsolatedResult result = ov::RunIsolated(&bytes, sizeof bytes, c.call, nullptr, 300);
+    EXPECT_EQ(result.outcome, c.outcome);
+    EXPECT_EQ(result.signal, c.signal);
+    EXPECT_EQ(memcmp(&bytes, &before, sizeof bytes), 0);
   }
 }
 

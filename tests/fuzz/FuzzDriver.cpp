@@ -31,16 +31,6 @@ std::vector<Input> LoadCorpus(const std::filesystem::path& path) {
   return corpus;
 }
 
-// With ORVANTA_FUZZ_SAVE set, each input is written there before it runs,
-// so that the one that failed is left behind.
-void Save(const Input& input) {
-  static const char* const path = std::getenv("ORVANTA_FUZZ_SAVE");
-  if (!path) return;
-  std::ofstream(path, std::ios::binary | std::ios::trunc)
-      .write(reinterpret_cast<const char*>(input.data()),
-             static_cast<std::streamsize>(input.size()));
-}
-
 void Corrupt(Input* input, const std::vector<Input>& corpus, std::mt19937_64& rng) {
   static const uint8_t kEdges[] = {0x00, 0x01, 0x7F, 0x80, 0xFF, 0xFE};
   const int changes = 1 + static_cast<int>(rng() % 8);
@@ -97,7 +87,6 @@ int main(int argc, char** argv) {
   while (std::chrono::steady_clock::now() < end) {
     Input input = corpus[rng() % corpus.size()];
     Corrupt(&input, corpus, rng);
-    Save(input);
     LLVMFuzzerTestOneInput(input.data(), input.size());
     ++runs;
   }
