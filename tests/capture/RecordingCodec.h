@@ -45,8 +45,7 @@ struct Recorded {
 
 Recorded* g_codec = nullptr;
 
-class RecordingCodec : public CVideoCodec {
- public:
+struct RecordingCodec : public CVideoCodec {
   RecordingCodec(CWriterStatistics* s, CFrameRateControl* r, Recorded* out)
       : CVideoCodec(s, r), m_out(out) {}
   HRESULT Initialize(int32_t, int32_t w, int32_t h, int32_t, int32_t, const wchar_t*) override {
@@ -57,11 +56,9 @@ class RecordingCodec : public CVideoCodec {
   int32_t WriteFrame(const uint8_t* frame, int32_t stride, int64_t time, BOOL key,
                      BOOL unchanged) override {
     std::lock_guard<std::mutex> lock(m_out->mutex);
-    Frame f{time, key, unchanged, stride, {}};
-    int rows = (m_out->height + 63) & ~63;
-    f.pixels.resize(static_cast<size_t>(stride / 4) * rows);
-    std::memcpy(f.pixels.data(), frame, f.pixels.size() * 4);
-    m_out->frames.push_back(std::move(f));
+    const auto* pixels = reinterpret_cast<const uint32_t*>(frame);
+    const size_t count = size_t(stride / 4) * ((m_out->height + 63) & ~63);
+    m_out->frames.push_back({time, key, unchanged, stride, {pixels, pixels + count}});
     m_out->writeThread = std::this_thread::get_id();
     return unchanged ? 1 : 0;
   }
@@ -71,8 +68,6 @@ class RecordingCodec : public CVideoCodec {
     m_out->framesAtFinish = m_out->frames.size();
     m_out->finishThread = std::this_thread::get_id();
   }
-
- private:
   Recorded* m_out;
 };
 
