@@ -132,12 +132,9 @@ TEST_F(VendorTableTest, EncoderComesFromTheCreatorThatTheTableNames) {
   for (int32_t slot : {1, 3, 5, 7, 0}) {
     table[2] = slot;
     std::unique_ptr<CVideoCodec> codec(ov::CreateLibraryVideoCodec(2, nullptr, nullptr));
-    if (slot == 0 || slot == 7) {
-      EXPECT_EQ(codec, nullptr) << slot;
-    } else {
-      ASSERT_NE(codec, nullptr) << slot;
-      EXPECT_EQ(codec->Initialize(2, 64, 64, 30, 3, L"x"), 16 * slot + 2);
-    }
+    EXPECT_EQ(codec ? codec->Initialize(2, 64, 64, 30, 3, L"x") : -1,
+              slot == 0 || slot == 7 ? -1 : 16 * slot + 2)
+        << "slot " << slot;
   }
   table[4] = 0;
   std::unique_ptr<CVideoCodec> gif(ov::CreateLibraryVideoCodec(4, nullptr, nullptr));
