@@ -1,67 +1,25 @@
 // The screen capture stream on a real X server, with an encoder double that
-// keeps what it was handed.
+// keeps what it was handed; the display catalogue against RandR monitors;
+// the pointer in the picture and the moving region, driven by real pointer
+// events from xdotool.
 #include <cairo.h>
 #include <gtest/gtest.h>
 
-#include <chrono>
-#include <cstring>
-#include <mutex>
-#include <thread>
-#include <vector>
+#include <functional>
 
-#include "capture/CaptureVideoStream.h"
+#include "capture/DisplayCatalogue.h"
+#include "capture/PointerTracker.h"
 #include "capture/RecordingCodec.h"
 #include "core/Globals.h"
-#include "encode/VideoCodec.h"
-#include "orvanta/orvanta.h"
 #include "platform/Files.h"
-#include "session/ScreenCapture.h"
-#include "support/Engine.h"
-#include "support/Scene.h"
 
 namespace {
 
 auto* const g_env = ::testing::AddGlobalTestEnvironment(
     new ovtest::EngineEnvironment(ovtest::EngineEnvironment::Options{640, 480, false}));
 
-constexpr uint32_t kRed = 0xFF0000, kBlue = 0x0000FF, kGreen = 0x00FF00;
-
-void SleepMs(int ms) { std::this_thread::sleep_for(std::chrono::milliseconds(ms)); }
-
-// A key frame every second instead of every five (100-ns units).
-constexpr int64_t kKeySpacing = 10000000;
-
-class CaptureStreamTest : public ::testing::Test {
- protected:
-  void SetUp() override {
-    CScreenCapture::s_codecFactoryForTesting = MakeCodec;
-    g_codec = &recorded;
-    ASSERT_TRUE(scene.Ok());
-    scene.Fill(0, 0, 640, 480, kBlue);
-    scene.Sync();
-    video.bStream = 1;
-    video.CodecType = CodecType_H264;
-    video.FrameRate = 10;
-    m_productSpacing = CCaptureVideoStream::s_nKeyFrameSpacing.exchange(kKeySpacing);
-  }
-  void TearDown() override {
-    CScreenCapture::s_codecFactoryForTesting = nullptr;
-    CCaptureVideoStream::s_nKeyFrameSpacing = m_productSpacing;
-    FreeCapturedFile(1);
-  }
-  CScreenRecoderObject* Record(BOOL showBox = 0) {
-    HRESULT hr;
-    return ovVideoRecord(0, folder.WidePath().c_str(), &video, AudioOpt{}, &mouse, showBox, &hr);
-  }
-  Recorded recorded;
-  ovtest::Scene scene;
-  ovtest::ScratchFolder folder{"ovcapture"};
-  VideoOpt video{};
-  MouseOpt mouse{};
-  int64_t m_productSpacing = 0;
-};
-
-TEST_F(CaptureStreamTest, StillRegionGivesStampedFramesKeyFramesAndOneLastFrame) {
+// Also: the still saved as a PNG of the region.
+TEST_F(CaptureTest, StillRegionGivesStampedFramesKeyFramesAndOneLastFrame) {
   scene.Fill(100, 50, 65, 33, kRed);
   scene.Sync();
   video.rcScreen = {100, 50, 165, 83};
@@ -72,7 +30,19 @@ TEST_F(CaptureStreamTest, StillRegionGivesStampedFramesKeyFramesAndOneLastFrame)
   EXPECT_EQ(g_codec->Count(), 0u) << "nothing is taken before Start";
   recorder->Start();
   SleepMs(1600);
+  const std::string png = folder.Path() + "/still.png";
+  recorder->SaveFrameToFile(ov::FromUtf8(png).c_str());
+  recorder->SaveFrameToFile(nullptr);
   recorder->Destroy();
+
+  cairo_surface_t* image = cairo_image_surface_create_from_png(png.c_str());
+  ASSERT_EQ(cairo_surface_status(image), CAIRO_STATUS_SUCCESS);
+  EXPECT_EQ(cairo_image_surface_get_width(image), 65);
+  EXPECT_EQ(cairo_image_surface_get_height(image), 33);
+  EXPECT_EQ(*reinterpret_cast<const uint32_t*>(cairo_image_surface_get_data(image)) & 0xFFFFFF,
+            kRed);
+  cairo_surface_destroy(image);
+  EXPECT_EQ(g_nGdiplusBitmaps.load(), 0);
 
   Recorded& codec = *g_codec;
   ASSERT_GE(codec.frames.size(), 8u);
@@ -112,7 +82,7 @@ TEST_F(CaptureStreamTest, StillRegionGivesStampedFramesKeyFramesAndOneLastFrame)
   EXPECT_EQ(GetCapturedFile()->nDuration, static_cast<uint32_t>((last.time + 10000001) / 10000000));
 }
 
-TEST_F(CaptureStreamTest, ChangesAreSeenAndStopWhilePausedMakesNoLastFrame) {
+TEST_F(CaptureTest, ChangesAreSeenAndStopWhilePausedMakesNoLastFrame) {
   video.rcScreen = {0, 0, 200, 100};
   CScreenRecoderObject* recorder = Record();
   ASSERT_NE(recorder, nullptr);
@@ -142,38 +112,7 @@ TEST_F(CaptureStreamTest, ChangesAreSeenAndStopWhilePausedMakesNoLastFrame) {
   EXPECT_EQ(changes, 1);
 }
 
-TEST_F(CaptureStreamTest, FollowModeReadsTheRegionCornerEachFrame) {
-  scene.Fill(300, 300, 64, 64, kRed);
-  scene.Fill(600, 440, 40, 40, kGreen);
-  scene.Sync();
-  video.rcScreen = {0, 0, 64, 64};
-  mouse.Mode = MOUSE_MODE_FOLLOW;
-  CScreenRecoderObject* recorder = Record();
-  ASSERT_NE(recorder, nullptr);
-  {
-    std::lock_guard<std::recursive_mutex> lock(g_csMouse);
-    g_ptRegion = {300, 300};
-  }
-  recorder->Start();
-  SleepMs(400);
-  {
-    std::lock_guard<std::recursive_mutex> canvas(g_csCanvas);
-    std::lock_guard<std::recursive_mutex> lock(g_csMouse);
-    g_ptRegion = {600, 440};  // hangs 24 pixels over both edges
-  }
-  SleepMs(400);
-  recorder->Destroy();
-  const Frame& first = g_codec->frames.front();
-  EXPECT_EQ(Pixel(first, 0, 0), kRed);
-  EXPECT_EQ(Pixel(first, 63, 63), kRed);
-  const Frame& last = g_codec->frames.back();
-  EXPECT_EQ(Pixel(last, 0, 0), kGreen);
-  EXPECT_EQ(Pixel(last, 39, 39), kGreen);
-  EXPECT_EQ(Pixel(last, 40, 10), 0u) << "off-screen parts are black";
-  EXPECT_EQ(Pixel(last, 10, 40), 0u);
-}
-
-TEST_F(CaptureStreamTest, FullDisplayWithBoxReplacesTheOuterPixels) {
+TEST_F(CaptureTest, FullDisplayWithBoxReplacesTheOuterPixels) {
   scene.Fill(0, 0, 640, 480, kRed);
   scene.Fill(1, 1, 638, 478, kGreen);
   scene.Sync();
@@ -185,10 +124,8 @@ TEST_F(CaptureStreamTest, FullDisplayWithBoxReplacesTheOuterPixels) {
   SleepMs(300);
   recorder->Destroy();
   const Frame& f = g_codec->frames.front();
-  EXPECT_EQ(Pixel(f, 0, 0), kGreen);
-  EXPECT_EQ(Pixel(f, 320, 0), kGreen);
-  EXPECT_EQ(Pixel(f, 0, 240), kGreen);
-  EXPECT_EQ(Pixel(f, 639, 240), kGreen);
+  for (auto [x, y] : {std::pair{0, 0}, {320, 0}, {0, 240}, {639, 240}})
+    EXPECT_EQ(Pixel(f, x, y), kGreen) << x << "," << y;
   // 480 rows round to 512: the replaced bottom row is in the black margin,
   // and the display's own last row keeps its border.
   EXPECT_EQ(Pixel(f, 320, 479), kRed);
@@ -196,26 +133,127 @@ TEST_F(CaptureStreamTest, FullDisplayWithBoxReplacesTheOuterPixels) {
   g_bUnborder = 0;
 }
 
-TEST_F(CaptureStreamTest, SaveFrameToFileWritesTheLastFrameAsPng) {
-  scene.Fill(10, 10, 30, 20, kGreen);
-  scene.Sync();
-  video.rcScreen = {10, 10, 40, 30};
+std::string Xrandr(const std::string& args) {
+  return ovtest::RunCapture("xrandr " + args + " 2>&1");
+}
+
+class DisplayCatalogueTest : public CaptureTest {
+ protected:
+  void TearDown() override {
+    CaptureTest::TearDown();
+    Xrandr("--delmonitor left");
+    Xrandr("--delmonitor right");
+    Xrandr("--fb 640x480");
+    ov::RebuildDisplayCatalogue(true);
+  }
+};
+
+TEST_F(DisplayCatalogueTest, MonitorsBecomeDisplaysAndAChangeFallsBackToTheFirst) {
+  Xrandr("--setmonitor left 320/100x480/100+0+0 screen");  // takes the output's place
+  Xrandr("--setmonitor right 320/100x480/100+320+0 none");
+  ov::RebuildDisplayCatalogue(false);
+  ASSERT_EQ(GetDisplayCount(), 2);
+  EXPECT_EQ(GetDisplayInfo(2), nullptr);
+  EXPECT_EQ(GetDisplayInfo(1)->rcMonitor.left, 320);
+  EXPECT_STREQ(GetDisplayInfo(1)->szDevice, L"right");
+  UseDisplay(1);
+  EXPECT_EQ(g_nDisplayIndex, 1);
+  EXPECT_EQ(g_rcDisplay.left, 320);
+
+  // A region on the second display is valid once it is in use.
+  video.rcScreen = {330, 10, 630, 300};
+  CScreenRecoderObject* recorder = Record();
+  ASSERT_NE(recorder, nullptr);
+  EXPECT_EQ(recorded.width, 300);
+  // A session's UI thread hears of layout changes.
+  Xrandr("--delmonitor right");
+  Xrandr("--fb 600x400");  // a layout change the server announces
+  for (int i = 0; i < 100 && g_nDisplayIndex != 0; ++i) SleepMs(20);
+  EXPECT_EQ(g_nDisplayIndex, 0);
+  recorder->Destroy();
+}
+
+bool WaitFor(const std::function<bool()>& done) {
+  for (int i = 0; i < 100 && !done(); ++i) SleepMs(20);
+  return done();
+}
+
+void Xdotool(const std::string& args) { ovtest::RunCapture("xdotool " + args + " 2>&1"); }
+
+// Pixels that are not the scene's blue in a square around (x, y).
+int Marked(const Frame& f, int x, int y, int half) {
+  int n = 0;
+  for (int j = y - half; j < y + half; ++j)
+    for (int i = x - half; i < x + half; ++i) n += Pixel(f, i, j) != kBlue;
+  return n;
+}
+
+// Near the corner the centred region hangs over the display's edges, and
+// the parts off the screen are black.
+TEST_F(CaptureTest, CentreModeFollowsThePointerAndTheCursorIsDrawn) {
+  video.FrameRate = 20;
+  Xdotool("mousemove 300 200");
+  video.rcScreen = {0, 0, 128, 128};
+  mouse.Mode = MOUSE_MODE_CENTER;
+  mouse.Flag = MOUSE_DRAW_CURSOR;
+  CScreenRecoderObject* recorder = Record();
+  ASSERT_NE(recorder, nullptr);
+  EXPECT_EQ(g_ptRegion.x, 300 - 64);
+  EXPECT_EQ(g_ptRegion.y, 200 - 64);
+  recorder->Start();
+  SleepMs(200);
+  Xdotool("mousemove 600 440");
+  EXPECT_TRUE(WaitFor([] {
+    std::lock_guard<std::recursive_mutex> lock(g_csMouse);
+    return g_ptRegion.x == 600 - 64 && g_ptRegion.y == 440 - 64;
+  }));
+  SleepMs(200);
+  recorder->Destroy();
+  ASSERT_GE(recorded.frames.size(), 4u);
+  // The pointer sits at the centre of every frame, with the cursor over it.
+  const Frame& last = recorded.frames.back();
+  EXPECT_GT(Marked(recorded.frames[2], 64, 64, 12), 10);
+  EXPECT_GT(Marked(last, 64, 64, 12), 10);
+  EXPECT_EQ(Marked(last, 20, 20, 10), 0);
+  EXPECT_EQ(Pixel(last, 110, 20), 0u);
+  EXPECT_EQ(Pixel(last, 20, 110), 0u);
+}
+
+TEST_F(CaptureTest, WithoutFlagsNothingIsDrawnAndClicksLightTheDisc) {
+  video.FrameRate = 20;
+  Xdotool("mousemove 100 100");
+  video.rcScreen = {0, 0, 256, 256};
   CScreenRecoderObject* recorder = Record();
   ASSERT_NE(recorder, nullptr);
   recorder->Start();
-  SleepMs(300);
-  std::string png = folder.Path() + "/still.png";
-  recorder->SaveFrameToFile(ov::FromUtf8(png).c_str());
-  recorder->SaveFrameToFile(nullptr);
+  SleepMs(200);
   recorder->Destroy();
-  cairo_surface_t* image = cairo_image_surface_create_from_png(png.c_str());
-  ASSERT_EQ(cairo_surface_status(image), CAIRO_STATUS_SUCCESS);
-  EXPECT_EQ(cairo_image_surface_get_width(image), 30);
-  EXPECT_EQ(cairo_image_surface_get_height(image), 20);
-  const uint32_t* data = reinterpret_cast<const uint32_t*>(cairo_image_surface_get_data(image));
-  EXPECT_EQ(data[0] & 0xFFFFFF, kGreen);
-  cairo_surface_destroy(image);
-  EXPECT_EQ(g_nGdiplusBitmaps.load(), 0);
+  EXPECT_EQ(Marked(recorded.frames.back(), 100, 100, 20), 0) << "no flags: the screen as it is";
+  FreeCapturedFile(1);
+
+  Recorded clicks;
+  g_codec = &clicks;
+  mouse.Flag = MOUSE_CLICK_HIGHLIGHT;
+  mouse.clickColor = 0xFFFF00;
+  recorder = Record();
+  ASSERT_NE(recorder, nullptr);
+  recorder->Start();
+  SleepMs(150);
+  Xdotool("mousemove 60 70 click 1");
+  ASSERT_TRUE(WaitFor([] {
+    std::lock_guard<std::recursive_mutex> lock(g_csMouse);
+    return g_ptClick.x == 60 && g_ptClick.y == 70;
+  }));
+  SleepMs(800);
+  recorder->Destroy();
+  int lit = 0, lastLit = 0;
+  for (const Frame& f : clicks.frames) {
+    int n = Marked(f, 60, 70, 14);
+    lit += n > 0;
+    lastLit = n;
+  }
+  EXPECT_GE(lit, 1) << "the disc shows after the click";
+  EXPECT_EQ(lastLit, 0) << "and is gone 300 ms later";
 }
 
 }  // namespace

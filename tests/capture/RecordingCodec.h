@@ -1,13 +1,21 @@
-// An encoder double that keeps copies of the frames it is handed, for the
-// capture tests.
+// An encoder double that keeps copies of the frames it is handed, and the
+// fixture of the capture tests that records through it a scene of their own.
 #pragma once
 
+#include <gtest/gtest.h>
+
+#include <chrono>
 #include <cstring>
 #include <mutex>
 #include <thread>
 #include <vector>
 
+#include "capture/CaptureVideoStream.h"
 #include "encode/VideoCodec.h"
+#include "orvanta/orvanta.h"
+#include "session/ScreenCapture.h"
+#include "support/Engine.h"
+#include "support/Scene.h"
 
 namespace {
 
@@ -37,8 +45,7 @@ struct Recorded {
 
 Recorded* g_codec = nullptr;
 
-class RecordingCodec : public CVideoCodec {
- public:
+struct RecordingCodec : public CVideoCodec {
   RecordingCodec(CWriterStatistics* s, CFrameRateControl* r, Recorded* out)
       : CVideoCodec(s, r), m_out(out) {}
   HRESULT Initialize(int32_t, int32_t w, int32_t h, int32_t, int32_t, const wchar_t*) override {
@@ -49,11 +56,9 @@ class RecordingCodec : public CVideoCodec {
   int32_t WriteFrame(const uint8_t* frame, int32_t stride, int64_t time, BOOL key,
                      BOOL unchanged) override {
     std::lock_guard<std::mutex> lock(m_out->mutex);
-    Frame f{time, key, unchanged, stride, {}};
-    int rows = (m_out->height + 63) & ~63;
-    f.pixels.resize(static_cast<size_t>(stride / 4) * rows);
-    std::memcpy(f.pixels.data(), frame, f.pixels.size() * 4);
-    m_out->frames.push_back(std::move(f));
+    const auto* pixels = reinterpret_cast<const uint32_t*>(frame);
+    const size_t count = size_t(stride / 4) * ((m_out->height + 63) & ~63);
+    m_out->frames.push_back({time, key, unchanged, stride, {pixels, pixels + count}});
     m_out->writeThread = std::this_thread::get_id();
     return unchanged ? 1 : 0;
   }
@@ -63,8 +68,6 @@ class RecordingCodec : public CVideoCodec {
     m_out->framesAtFinish = m_out->frames.size();
     m_out->finishThread = std::this_thread::get_id();
   }
-
- private:
   Recorded* m_out;
 };
 
@@ -75,5 +78,45 @@ CVideoCodec* MakeCodec(int32_t, CWriterStatistics* s, CFrameRateControl* r) {
 [[maybe_unused]] uint32_t Pixel(const Frame& f, int x, int y) {
   return f.pixels[static_cast<size_t>(y) * (f.stride / 4) + x] & 0xFFFFFF;
 }
+
+constexpr uint32_t kRed = 0xFF0000, kBlue = 0x0000FF, kGreen = 0x00FF00;
+
+[[maybe_unused]] void SleepMs(int ms) {
+  std::this_thread::sleep_for(std::chrono::milliseconds(ms));
+}
+
+// H.264 at 10 frames a second of a blue screen, a key frame every second
+// instead of every five.
+class CaptureTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    CScreenCapture::s_codecFactoryForTesting = MakeCodec;
+    g_codec = &recorded;
+    ASSERT_TRUE(scene.Ok());
+    scene.Fill(0, 0, scene.Width(), scene.Height(), kBlue);
+    scene.Sync();
+    video.bStream = 1;
+    video.CodecType = CodecType_H264;
+    video.FrameRate = 10;
+    m_productSpacing = CCaptureVideoStream::s_nKeyFrameSpacing.exchange(kKeySpacing);
+  }
+  void TearDown() override {
+    CScreenCapture::s_codecFactoryForTesting = nullptr;
+    CCaptureVideoStream::s_nKeyFrameSpacing = m_productSpacing;
+    FreeCapturedFile(1);
+  }
+  CScreenRecoderObject* Record(BOOL showBox = 0) {
+    HRESULT hr;
+    return ovVideoRecord(0, folder.WidePath().c_str(), &video, AudioOpt{}, &mouse, showBox, &hr);
+  }
+
+  static constexpr int64_t kKeySpacing = 10000000;  // 100-ns units
+  Recorded recorded;
+  ovtest::Scene scene;
+  ovtest::ScratchFolder folder{"ovcapture"};
+  VideoOpt video{};
+  MouseOpt mouse{};
+  int64_t m_productSpacing = 0;
+};
 
 }  // namespace

@@ -1,5 +1,8 @@
 // Runs the built `orvanta` command as a child process, as a user would, and
 // collects what it prints. Each CliProcess ends only the process it started.
+// One X server and one sound server serve the whole program, with a scene
+// that moves and flashes and beeps in step; the children's logs and temp
+// files go to scratch folders.
 #pragma once
 
 #include <sys/types.h>
@@ -7,31 +10,26 @@
 #include <string>
 #include <vector>
 
+#include "support/Servers.h"
 #include "support/TestEnv.h"
 
 namespace clitest {
 
-// The folder of the test program, where the build puts the engine, with its
-// encoder libraries and `mux` in orvanta/; `orvanta` is in ../bin.
-std::string BinFolder();
+// `orvanta` in ../bin beside the test program's folder.
 std::string OrvantaPath();
-
 // Present beside the engine: an encoder library; the muxer (program and export).
 bool EncoderLibraryPresent();
 bool AssemblyPresent();
-// True when liborvanta.so exports this C symbol.
-bool EngineExports(const char* symbol);
 
-struct Environment {
-  std::vector<std::string> set;    // NAME=value
-  std::vector<std::string> unset;  // NAME
-};
+// Changes to the test's environment for a child: NAME=value sets, NAME unsets.
+using Environment = std::vector<std::string>;
+// Without the program's X and sound servers.
+inline const Environment kWithoutDisplay = {"DISPLAY", "PULSE_SERVER"};
 
 struct CliResult {
   int exitCode = -1;  // 128 + signal when a signal ended it
   std::string out;
   std::string err;
-  std::vector<std::string> ErrLines() const { return ovtest::Lines(err); }
 };
 
 class CliProcess {
@@ -41,8 +39,7 @@ class CliProcess {
   CliProcess(const CliProcess&) = delete;
   CliProcess& operator=(const CliProcess&) = delete;
 
-  pid_t Pid() const { return m_pid; }
-  // Reads output until stderr holds text; false if the process ended or the
+  // Reads output until stderr holds text; false if the output ended or the
   // time ran out first.
   bool WaitForErr(const std::string& text, int timeoutMs);
   void Signal(int signo);
@@ -51,13 +48,10 @@ class CliProcess {
 
  private:
   void Pump(int timeoutMs);
-  bool Reap(bool block);
 
   pid_t m_pid = -1;
-  int m_outFd = -1;
-  int m_errFd = -1;
+  int m_fds[2] = {-1, -1};  // stdout, stderr
   CliResult m_result;
-  bool m_reaped = false;
 };
 
 CliResult RunCli(const std::vector<std::string>& args, const Environment& env = {},
@@ -70,5 +64,10 @@ std::vector<std::pair<std::string, pid_t>> StartedPids(const std::string& text);
 bool ProcessAlive(pid_t pid);
 // The first word of a process's command line, or "".
 std::string ProcessProgram(pid_t pid);
+
+// The temp folder every child gets as TMPDIR, and how many entries it holds:
+// a recording that leaves one behind shows.
+const std::string& ChildTemp();
+size_t TempEntries();
 
 }  // namespace clitest

@@ -19,28 +19,16 @@ namespace {
 
 using Input = std::vector<uint8_t>;
 
-Input ReadInput(const std::filesystem::path& path) {
-  std::ifstream in(path, std::ios::binary);
-  return Input(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-}
-
 // A folder of seeds, or one file: an input to run again.
-std::vector<Input> LoadCorpus(const char* path) {
-  if (!std::filesystem::is_directory(path)) return {ReadInput(path)};
+std::vector<Input> LoadCorpus(const std::filesystem::path& path) {
+  if (!std::filesystem::is_directory(path)) {
+    std::ifstream in(path, std::ios::binary);
+    return {Input(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>())};
+  }
   std::vector<Input> corpus;
   for (const auto& entry : std::filesystem::directory_iterator(path))
-    corpus.push_back(ReadInput(entry.path()));
+    corpus.push_back(LoadCorpus(entry.path()).front());
   return corpus;
-}
-
-// With ORVANTA_FUZZ_SAVE set, each input is written there before it runs,
-// so that the one that failed is left behind.
-void Save(const Input& input) {
-  static const char* const path = std::getenv("ORVANTA_FUZZ_SAVE");
-  if (!path) return;
-  std::ofstream(path, std::ios::binary | std::ios::trunc)
-      .write(reinterpret_cast<const char*>(input.data()),
-             static_cast<std::streamsize>(input.size()));
 }
 
 void Corrupt(Input* input, const std::vector<Input>& corpus, std::mt19937_64& rng) {
@@ -99,7 +87,6 @@ int main(int argc, char** argv) {
   while (std::chrono::steady_clock::now() < end) {
     Input input = corpus[rng() % corpus.size()];
     Corrupt(&input, corpus, rng);
-    Save(input);
     LLVMFuzzerTestOneInput(input.data(), input.size());
     ++runs;
   }

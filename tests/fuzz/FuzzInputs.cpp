@@ -73,26 +73,6 @@ void FuzzFrameIndex(const uint8_t* data, size_t size) {
     __builtin_trap();
 }
 
-class WantedFormat : public CMuxAudioReaderFormat {
- public:
-  explicit WantedFormat(uint8_t choice) : m_choice(choice) {}
-  void ChooseAudioFormat(const WAVEFORMATEXTENSIBLE*, WAVEFORMATEX* wanted) override {
-    const bool floatSamples = m_choice & 1;
-    const WORD channels = (m_choice >> 1 & 1) ? 1 : 2;
-    const DWORD rate = (m_choice >> 2 & 1) ? 44100 : 48000;
-    wanted->wFormatTag = floatSamples ? WAVE_FORMAT_IEEE_FLOAT : WAVE_FORMAT_PCM;
-    wanted->nChannels = channels;
-    wanted->nSamplesPerSec = rate;
-    wanted->wBitsPerSample = floatSamples ? 32 : 16;
-    wanted->nBlockAlign = static_cast<WORD>(channels * wanted->wBitsPerSample / 8);
-    wanted->nAvgBytesPerSec = rate * wanted->nBlockAlign;
-    wanted->cbSize = 0;
-  }
-
- private:
-  uint8_t m_choice;
-};
-
 // A wave temp file read to its end in the format a muxer wants, from a trim
 // start, at a volume.
 void FuzzWave(const uint8_t* data, size_t size) {
@@ -100,13 +80,19 @@ void FuzzWave(const uint8_t* data, size_t size) {
   const auto seekMs = Take<uint16_t>(data, size);
   MemoryFile file(data, size);
   if (!file.Valid()) return;
-  WantedFormat format(choice);
   const std::wstring path = ov::FromUtf8(file.Path());
   const LONG volume = (choice & 8) ? 50 : 100;
   CMuxAudioReader reader;
   if (FAILED(reader.Open(path.c_str()))) return;
+  // The format a muxer wants: PCM or float, mono or stereo, 44.1 or 48 kHz.
   WAVEFORMATEX wanted{};
-  format.ChooseAudioFormat(&reader.Format(), &wanted);
+  const bool floatSamples = choice & 1;
+  wanted.wFormatTag = floatSamples ? WAVE_FORMAT_IEEE_FLOAT : WAVE_FORMAT_PCM;
+  wanted.nChannels = (choice >> 1 & 1) ? 1 : 2;
+  wanted.nSamplesPerSec = (choice >> 2 & 1) ? 44100 : 48000;
+  wanted.wBitsPerSample = floatSamples ? 32 : 16;
+  wanted.nBlockAlign = static_cast<WORD>(wanted.nChannels * wanted.wBitsPerSample / 8);
+  wanted.nAvgBytesPerSec = wanted.nSamplesPerSec * wanted.nBlockAlign;
   if (FAILED(reader.Initialize(wanted, volume))) return;
   SeekMuxAudioReader(&reader, static_cast<REFERENCE_TIME>(seekMs) * 10000);
   // A tenth of a second at a time, as far as a few seconds.

@@ -1,20 +1,50 @@
-// Session life: options checked, states, clocks and durations, on a real X
-// server and without audio sources or encoders.
+// Session life on a real X server: options checked, states, clocks and
+// durations without audio sources or encoders; and a host that misuses the
+// recording calls: paths that do not fit, several threads at once, a second
+// Start, freeing the files under a recording.
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <chrono>
 #include <cwchar>
 #include <filesystem>
 #include <thread>
+#include <vector>
 
-#include "RecordOptions.h"
 #include "core/Globals.h"
 #include "core/WriterStatistics.h"
 #include "encode/VendorTable.h"
+#include "formats/FrameIndex.h"
 #include "orvanta/orvanta.h"
+#include "platform/Files.h"
 #include "support/Engine.h"
+#include "support/FrameIndexFile.h"
+#include "support/Scene.h"
+
+namespace fs = std::filesystem;
 
 namespace {
+
+// The options of a test's recording: H.264 at 30 fps of a region, no sound
+// and no pointer unless a test asks.
+struct Options {
+  VideoOpt video{};
+  AudioOpt audio{};
+  MouseOpt mouse{};
+  explicit Options(RECT region = {0, 0, 1280, 720}) {
+    video.bStream = 1;
+    video.rcScreen = region;
+    video.CodecType = CodecType_H264;
+    video.FrameRate = 30;
+    video.videoQuality = 5;
+  }
+  static Options AudioOnly() {
+    Options o;
+    o.video.bStream = 0;
+    o.audio.bRender = 1;
+    return o;
+  }
+};
 
 auto* const g_env = ::testing::AddGlobalTestEnvironment(
     new ovtest::EngineEnvironment(ovtest::EngineEnvironment::Options{1280, 720, true}));
@@ -30,7 +60,9 @@ class SessionTest : public ::testing::Test {
   ovtest::ScratchFolder m_folder{"ovsession"};
 };
 
-TEST_F(SessionTest, DestroyRightAfterCreateReportsOneSecond) {
+// The encoder's reports reach progress and the record; a session destroyed
+// before Start lasted one second.
+TEST_F(SessionTest, ProgressFollowsTheReportsAndDestroyBeforeStartLastsOneSecond) {
   Options o = Options::AudioOnly();
   HRESULT hr = E_FAIL;
   CScreenRecoderObject* recorder = Record(o, &hr);
@@ -41,157 +73,44 @@ TEST_F(SessionTest, DestroyRightAfterCreateReportsOneSecond) {
   recorder->GetProgress(&seconds, &bytes);
   EXPECT_EQ(seconds, 0u) << "no progress before Start";
   EXPECT_EQ(bytes, 0);
-  recorder->Destroy();
-  CapturedFile* file = GetCapturedFile();
-  ASSERT_NE(file, nullptr);
-  EXPECT_EQ(file->nDuration, 1u);
-  EXPECT_FALSE(g_bRunning.load());
-}
-
-TEST_F(SessionTest, PauseIsLeftOutOfProgressAndDuration) {
-  Options o = Options::AudioOnly();
-  HRESULT hr;
-  CScreenRecoderObject* recorder = Record(o, &hr);
-  ASSERT_NE(recorder, nullptr);
-  recorder->Start();
-  SleepMs(1300);
-  recorder->Pause();
-  uint32_t atPause = 0;
-  recorder->GetProgress(&atPause, nullptr);
-  SleepMs(2500);
-  uint32_t duringPause = 0;
-  recorder->GetProgress(&duringPause, nullptr);
-  EXPECT_EQ(duringPause, atPause) << "progress must stand still while paused";
-  recorder->Resume();
-  SleepMs(400);
-  uint32_t afterResume = 0;
-  recorder->GetProgress(&afterResume, nullptr);
-  // 1.3 s recorded + 0.4 s after the resume: the 2.5 s pause must not count.
-  EXPECT_EQ(afterResume, 1u);
-  recorder->Destroy();
-}
-
-TEST_F(SessionTest, RegionOutsideDisplayIsRefusedWithoutTouchingResult) {
-  Options o;
-  o.video.rcScreen = {1000, 500, 1400, 800};
-  HRESULT hr = 0x1234;
-  ovtest::LogMark mark;
-  EXPECT_EQ(Record(o, &hr), nullptr);
-  EXPECT_EQ(hr, 0x1234);
-  EXPECT_NE(mark.Text().find(
-                "Error rect={1000x500-1400x800}(400x300), Display rect={0x0-1280x720}(1280x720)\n"),
-            std::string::npos);
-  EXPECT_FALSE(g_bRunning.load()) << "a refused session leaves nothing running";
-
-  Options inverted;
-  inverted.video.rcScreen = {200, 100, 100, 300};
-  EXPECT_EQ(Record(inverted, &hr), nullptr);
-}
-
-TEST_F(SessionTest, MouseModesRefuseEmptyRegions) {
-  for (int32_t mode : {MOUSE_MODE_CENTER, MOUSE_MODE_FOLLOW}) {
-    Options o;
-    o.mouse.Mode = mode;
-    o.video.rcScreen = {10, 10, 10, 300};
-    HRESULT hr = 0x55;
-    EXPECT_EQ(Record(o, &hr), nullptr) << "mode " << mode;
-    EXPECT_EQ(hr, 0x55);
-  }
-}
-
-TEST_F(SessionTest, MissingEncoderFailsCreationAndKeepsTheRecord) {
-  // A machine where no encoder library serves H.265: the session is refused
-  // with its result.
-  int32_t& h265 = ov::VendorTable()[CodecType_H265];
-  const int32_t probed = h265;
-  h265 = ov::kVendorNone;
-  Options o;
-  o.video.CodecType = CodecType_H265;
-  HRESULT hr = S_OK;
-  ovtest::LogMark mark;
-  EXPECT_EQ(Record(o, &hr), nullptr);
-  h265 = probed;
-  EXPECT_EQ(hr, E_FAIL);
-  std::string log = mark.Text();
-  size_t unsupported = log.find("Unsupport codec type=(2)H265\n");
-  size_t failed = log.find("Failed(0x80004005) to Initialize recorder, delete...\n");
-  EXPECT_NE(unsupported, std::string::npos);
-  EXPECT_NE(failed, std::string::npos);
-  EXPECT_LT(unsupported, failed);
-  EXPECT_NE(log.find("Full Screen\n"), std::string::npos);
-  ASSERT_NE(GetCapturedFile(), nullptr);
-  EXPECT_NE(std::wcsstr(GetCapturedFile()->szScreenCaptureFile, L"/ScreenCapture.h265"), nullptr);
-  EXPECT_FALSE(g_bRunning.load());
-}
-
-TEST_F(SessionTest, GifRecordingDropsAudio) {
-  Options o;
-  o.video.CodecType = CodecType_GIF;
-  o.audio = {1, 1};
-  ovtest::LogMark mark;
-  HRESULT hr;
-  EXPECT_EQ(Record(o, &hr), nullptr);  // no GIF encoder library here
-  EXPECT_NE(mark.Text().find("Audio: bRender=0, bCapture=0\n"), std::string::npos);
-}
-
-TEST_F(SessionTest, LogShowsTheSessionLinesInOrder) {
-  Options o = Options::AudioOnly();
-  o.audio.bCapture = 1;
-  o.mouse.Flag = MOUSE_DRAW_CURSOR | MOUSE_DRAW_CLICKS;
-  ovtest::LogMark mark;
-  HRESULT hr;
-  CScreenRecoderObject* recorder = Record(o, &hr);
-  ASSERT_NE(recorder, nullptr);
-  recorder->Start();
-  recorder->Destroy();
-  std::string log = mark.Text();
-  const char* expected[] = {
-      "Video Redord ...\n",
-      "Video:bStream=0, CodecType=1, FrameRate=30, Quality=5\n",
-      "Audio: bRender=1, bCapture=1\n",
-      "Mouse: Flag=0x3\n",
-      "ShowRecordingBox=0\n",
-      "CScreenRecoderObject Create\n",
-      "CScreenRecoderObject Destroy\n",
-      "Audio capture duration=0(0s)\n",
-      "Wave out duration=0(0s)\n",
-      "Tick duation=",
-      "CScreenRecoderObject Delete\n",
-  };
-  size_t at = 0;
-  for (const char* line : expected) {
-    size_t found = log.find(line, at);
-    ASSERT_NE(found, std::string::npos) << "missing or out of order: " << line << "\n" << log;
-    at = found;
-  }
-  EXPECT_EQ(log.find("Screen capture duration"), std::string::npos);
-}
-
-TEST_F(SessionTest, ProgressBytesAndFrameRateControlFollowTheReports) {
-  Options o = Options::AudioOnly();
-  HRESULT hr;
-  CScreenRecoderObject* recorder = Record(o, &hr);
-  ASSERT_NE(recorder, nullptr);
   auto* statistics = dynamic_cast<CWriterStatistics*>(recorder);
   ASSERT_NE(statistics, nullptr);
   statistics->AddBytes(1000);
   statistics->AddBytes(234);
   statistics->AddFrame();
-  int64_t bytes = 0;
   recorder->GetProgress(nullptr, &bytes);
   EXPECT_EQ(bytes, 1234);
   EXPECT_EQ(recorder->GetFrameCounter(), 1u);
   recorder->Destroy();
-  EXPECT_EQ(GetCapturedFile()->nFileBytes, 1234);
+  CapturedFile* file = GetCapturedFile();
+  ASSERT_NE(file, nullptr);
+  EXPECT_EQ(file->nDuration, 1u);
+  EXPECT_EQ(file->nFileBytes, 1234);
+  EXPECT_FALSE(g_bRunning.load());
 }
 
-TEST_F(SessionTest, AFailedWriteEndsTheRecordingAndProgressSaysSo) {
+// A pause is left out of progress; a failed write ends the recording, its
+// first failure is what progress reports, and nothing restarts it.
+TEST_F(SessionTest, PauseIsLeftOutOfProgressAndAFailedWriteEndsTheRecording) {
   Options o = Options::AudioOnly();
   HRESULT hr;
   CScreenRecoderObject* recorder = Record(o, &hr);
   ASSERT_NE(recorder, nullptr);
+  auto seconds = [recorder] {
+    uint32_t s = 0;
+    recorder->GetProgress(&s, nullptr);
+    return s;
+  };
   recorder->Start();
-  SleepMs(1200);
+  SleepMs(1300);
+  recorder->Pause();
+  const uint32_t atPause = seconds();
+  SleepMs(2500);
+  EXPECT_EQ(seconds(), atPause) << "progress must stand still while paused";
+  recorder->Resume();
+  SleepMs(400);
+  EXPECT_EQ(seconds(), 1u) << "1.3 s recorded + 0.4 s after the resume";
+
   const ovtest::LogMark mark;
   dynamic_cast<CWriterStatistics*>(recorder)->WriteFailed(OV_E_DISK_FULL);
   dynamic_cast<CWriterStatistics*>(recorder)->WriteFailed(OV_E_WRITE_FAULT);
@@ -203,14 +122,48 @@ TEST_F(SessionTest, AFailedWriteEndsTheRecordingAndProgressSaysSo) {
   recorder->Resume();
   recorder->Start();
   SleepMs(1100);
-  uint32_t later = 0;
-  recorder->GetProgress(&later, nullptr);
-  EXPECT_EQ(later, atFailure) << "nothing restarts a recording that a failure ended";
+  EXPECT_EQ(seconds(), atFailure) << "nothing restarts a recording that a failure ended";
   EXPECT_FALSE(g_bRecording.load());
-  const std::string log = mark.Text();
-  EXPECT_NE(log.find("Recording ended by failure(0x80070070)"), std::string::npos) << log;
-  EXPECT_NE(log.find("Resume ignored"), std::string::npos) << log;
+  EXPECT_NE(mark.Text().find("Recording ended by failure(0x80070070)"), std::string::npos);
   recorder->Destroy();
+}
+
+// Refused before anything starts, without touching the host's result.
+TEST_F(SessionTest, RegionsOutsideTheDisplayOrEmptyAreRefused) {
+  const struct {
+    RECT region;
+    int32_t mouseMode;
+  } cases[] = {
+      {{1000, 500, 1400, 800}, 0},
+      {{200, 100, 100, 300}, 0},
+      {{10, 10, 10, 300}, MOUSE_MODE_CENTER},
+      {{10, 10, 10, 300}, MOUSE_MODE_FOLLOW},
+  };
+  for (const auto& c : cases) {
+    Options o(c.region);
+    o.mouse.Mode = c.mouseMode;
+    HRESULT hr = 0x1234;
+    EXPECT_EQ(Record(o, &hr), nullptr) << c.region.left << " mode " << c.mouseMode;
+    EXPECT_EQ(hr, 0x1234);
+    EXPECT_FALSE(g_bRunning.load());
+  }
+}
+
+// A machine where no encoder library serves H.265: the session is refused
+// with its result, and the record of its files stays.
+TEST_F(SessionTest, MissingEncoderFailsCreationAndKeepsTheRecord) {
+  int32_t& h265 = ov::VendorTable()[CodecType_H265];
+  const int32_t probed = h265;
+  h265 = ov::kVendorNone;
+  Options o;
+  o.video.CodecType = CodecType_H265;
+  HRESULT hr = S_OK;
+  EXPECT_EQ(Record(o, &hr), nullptr);
+  h265 = probed;
+  EXPECT_EQ(hr, E_FAIL);
+  ASSERT_NE(GetCapturedFile(), nullptr);
+  EXPECT_NE(std::wcsstr(GetCapturedFile()->szScreenCaptureFile, L"/ScreenCapture.h265"), nullptr);
+  EXPECT_FALSE(g_bRunning.load());
 }
 
 TEST_F(SessionTest, FolderWithAnEarlierRecordingIsRefusedAndLeftAlone) {
@@ -230,6 +183,126 @@ TEST_F(SessionTest, FolderWithAnEarlierRecordingIsRefusedAndLeftAlone) {
   CScreenRecoderObject* recorder = Record(o, &hr);
   ASSERT_NE(recorder, nullptr);
   recorder->Destroy();
+}
+
+class HostMisuseTest : public SessionTest {
+ protected:
+  CScreenRecoderObject* Record(const std::wstring& folder, HRESULT* hr) {
+    Options o({0, 0, 320, 240});
+    return ovVideoRecord(0, folder.c_str(), &o.video, o.audio, &o.mouse, 0, hr);
+  }
+};
+
+// A folder of this many characters gives a video index path of 260 with its
+// terminator: one more than a path field holds.
+std::string FolderOfLength(const std::string& base, size_t length) {
+  std::string folder = base + "/";
+  while (folder.size() < length)
+    folder += std::string(std::min<size_t>(60, length - folder.size()), 'd') + "/";
+  folder.resize(length);
+  if (folder.back() == '/') folder.back() = 'e';
+  return folder;
+}
+
+TEST_F(HostMisuseTest, FoldersThatDoNotFitOrAreNotAbsoluteAreRefused) {
+  const size_t room = OV_MAX_PATH - 1 - std::string("/ScreenCapture.h264.idx").size();
+  const std::string longest = FolderOfLength(m_folder.Path(), room);
+  const std::string tooLong = FolderOfLength(m_folder.Path(), room + 1);
+  const std::string farTooLong = FolderOfLength(m_folder.Path(), 250);
+  fs::create_directories(tooLong);
+  fs::create_directories(farTooLong);
+  // Somebody's file where the video's name, cut to fit, would point.
+  const std::string cut = (farTooLong + "/ScreenCapture.h264").substr(0, OV_MAX_PATH - 1);
+  ovtest::WriteFile(cut, "keep me");
+
+  for (const std::string& folder :
+       {farTooLong, tooLong, std::string(), std::string("relative/set")}) {
+    const ovtest::LogMark mark;
+    HRESULT hr = S_OK;
+    EXPECT_EQ(Record(ov::FromUtf8(folder), &hr), nullptr) << folder;
+    EXPECT_EQ(hr, E_INVALIDARG) << folder;
+    EXPECT_NE(mark.Text().find("Error: temp folder refused"), std::string::npos);
+    EXPECT_FALSE(g_bRunning.load());
+  }
+  EXPECT_EQ(ovtest::ReadFile(cut), "keep me");
+  EXPECT_FALSE(fs::exists("relative"));
+
+  HRESULT hr = E_FAIL;
+  CScreenRecoderObject* recorder = Record(ov::FromUtf8(longest), &hr);
+  ASSERT_NE(recorder, nullptr) << "a folder whose names just fit is fine";
+  recorder->Destroy();
+  EXPECT_EQ(fs::path(GetCapturedFile()->szScreenCaptureFile).parent_path(), fs::path(longest));
+
+  std::wstring watermark(OV_MAX_PATH, L'w');
+  watermark[0] = L'/';
+  EXPECT_EQ(UseWatermark(watermark.c_str(), 0, 0), E_INVALIDARG);
+}
+
+TEST_F(HostMisuseTest, ThreadsRacingToRecordGetOneSession) {
+  for (int round = 0; round < 5; ++round) {
+    std::atomic<int> ready{0};
+    std::vector<CScreenRecoderObject*> made(4, nullptr);
+    std::vector<std::thread> threads;
+    for (size_t t = 0; t < made.size(); ++t) {
+      threads.emplace_back([&, t] {
+        ready.fetch_add(1);
+        while (ready.load() < static_cast<int>(made.size())) {
+        }
+        HRESULT hr = S_OK;
+        made[t] = Record(m_folder.WidePath(), &hr);
+      });
+    }
+    for (std::thread& t : threads) t.join();
+    int sessions = 0;
+    for (CScreenRecoderObject* recorder : made) {
+      if (!recorder) continue;
+      ++sessions;
+      recorder->Start();
+      recorder->Destroy();
+    }
+    EXPECT_EQ(sessions, 1) << "round " << round;
+    FreeCapturedFile(1);
+  }
+}
+
+// The recorded region changes every few milliseconds, so that every
+// interval gives a frame.
+TEST_F(HostMisuseTest, SecondStartKeepsTheClockAndFreeWaitsForTheStop) {
+  std::atomic<bool> stop{false};
+  std::thread flicker([&stop] {
+    ovtest::Scene scene;
+    for (uint32_t n = 0; !stop; ++n) {
+      scene.Fill(0, 0, 320, 240, n * 0x102030u);
+      scene.Sync();
+      std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+  });
+  HRESULT hr = E_FAIL;
+  CScreenRecoderObject* recorder = Record(m_folder.WidePath(), &hr);
+  ASSERT_NE(recorder, nullptr);
+  recorder->Start();
+  std::this_thread::sleep_for(std::chrono::milliseconds(400));
+  ovtest::LogMark mark;
+  recorder->Start();
+  EXPECT_NE(mark.Text().find("Start: already started, ignored\n"), std::string::npos);
+
+  const std::string video = ov::ToUtf8(GetCapturedFile()->szScreenCaptureFile);
+  mark = ovtest::LogMark();
+  FreeCapturedFile(1);
+  EXPECT_NE(mark.Text().find("Error: FreeCapturedFile while a recording runs"), std::string::npos);
+  ASSERT_NE(GetCapturedFile(), nullptr);
+  EXPECT_TRUE(fs::exists(video));
+  std::this_thread::sleep_for(std::chrono::milliseconds(400));
+  recorder->Destroy();
+  stop = true;
+  flicker.join();
+
+  const auto entries = ovtest::ReadFrameIndex(video + ".idx").entries;
+  EXPECT_GT(entries.size(), 2u);
+  for (size_t i = 1; i < entries.size(); ++i)
+    EXPECT_GE(entries[i].time, entries[i - 1].time) << "time ran backwards at " << i;
+  FreeCapturedFile(1);
+  EXPECT_FALSE(fs::exists(video));
 }
 
 }  // namespace

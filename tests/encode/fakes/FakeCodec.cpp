@@ -6,8 +6,7 @@
 //   ret=<n>          the probe's result (0 without one)
 //   crash            a real access fault
 // Creators return an encoder whose Initialize answers 16 * slot + codec type,
-// so a test sees which creator made it; IsSupport4KCodec answers
-// 10 * slot + codec type.
+// so a test sees which creator made it.
 #include <sys/mman.h>
 
 #include <cstdio>
@@ -68,10 +67,6 @@ FAKE_EXPORT int32_t AMD2_InitCodec(int32_t* table) { return RunScript("AMD2", ta
 FAKE_EXPORT int32_t AMD_InitCodec(int32_t* table) { return RunScript("AMD", table); }
 FAKE_EXPORT int32_t nvenc8_InitCodec(int32_t* table) { return RunScript("nvenc8", table); }
 FAKE_EXPORT int32_t nvenc5_InitCodec(int32_t* table) { return RunScript("nvenc5", table); }
-
-FAKE_EXPORT BOOL AMD2_IsSupport4KCodec(int32_t codec) { return 30 + codec; }
-FAKE_EXPORT BOOL AMD_IsSupport4KCodec(int32_t codec) { return 40 + codec; }
-FAKE_EXPORT BOOL Intel_IsSupport4KCodec(int32_t codec) { return 50 + codec; }
 
 #define FAKE_CREATOR(name, slot)                                                       \
   FAKE_EXPORT CVideoCodec* name(int32_t, CWriterStatistics* s, CFrameRateControl* r) { \
