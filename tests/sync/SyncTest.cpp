@@ -153,6 +153,7 @@ void RecordAndAssemble(const std::string& out, int seconds, int countdownMs = 0)
   std::printf("recorded %.3f s: video %.3f s, audio %.3f s\n", recorded, picture, sound);
   EXPECT_NEAR(sound, recorded, 0.05);
   EXPECT_NEAR(picture, recorded, 0.05);
+  EXPECT_NEAR(picture, sound, 0.02) << "the last frame marks the stop";
 }
 
 // A scene starved of processor time drops and delays its frames; then it is
