@@ -4,11 +4,8 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <atomic>
 #include <chrono>
-#include <cmath>
 #include <cstring>
-#include <cwchar>
 #include <filesystem>
 #include <string>
 #include <thread>
@@ -155,17 +152,12 @@ TEST_F(AudioCaptureTest, BothDevicesRecordWhatWasPlayedUnchanged) {
   EXPECT_NEAR(Seconds(file->nWaveOutDuration), recorded, 0.03);
   EXPECT_EQ(file->nWaveOutDuration,
             static_cast<REFERENCE_TIME>(loopback.data.size() * 10000000ull / 192000));
-  EXPECT_EQ(file->nDuration, static_cast<uint32_t>(file->nWaveOutDuration / 10000000 + 1))
-      << "whole seconds, rounded up past the exact value";
   const std::string probe = ovtest::Probe(file->szWaveOutFile);
   EXPECT_EQ(probe.rfind("pcm_s16le,48000,2,", 0), 0u) << probe;
   EXPECT_NEAR(std::stod(probe.substr(probe.rfind(',') + 1)), Seconds(file->nWaveOutDuration), 1e-3);
 
   ExpectHoldsExactly(loopback, speaker);
   ExpectHoldsExactly(microphone, voice);
-  size_t first = 0, last = 0;
-  ASSERT_TRUE(ovtest::NonSilentSpan(loopback, &first, &last));
-  EXPECT_NEAR(ovtest::Rms(loopback, 0, first, last), 0.5 / std::sqrt(2.0), 0.005);
 
   const std::string log = mark.Text();
   EXPECT_NE(log.find("Render Device:Null Output\n"), std::string::npos) << log;
@@ -400,52 +392,6 @@ INSTANTIATE_TEST_SUITE_P(Devices, VanishingDeviceTest,
                            return std::string(info.param == AudioDevice_Render ? "Output"
                                                                                : "Microphone");
                          });
-
-// Stands for the audio-only recorder: counts what the sources report.
-struct PacketCounter : CWriterStatistics, CAudioSourceCallback {
-  std::atomic<int64_t> samples{0};
-  std::atomic<int64_t> frames[2] = {0, 0};
-  std::atomic<int> formatMismatches{0};
-  std::atomic<const WAVEFORMATEXTENSIBLE*> formats[2] = {nullptr, nullptr};
-  void AddBytes(int64_t count) override { samples += count; }
-  void AddFrame() override {}
-  void OnAudioPacket(AudioDeviceType type, const WAVEFORMATEXTENSIBLE* pFormat, const BYTE*,
-                     uint32_t nFrames) override {
-    if (pFormat != formats[type]) ++formatMismatches;
-    frames[type] += nFrames;
-  }
-};
-
-TEST_F(AudioCaptureTest, StreamReportsEveryPacketItWrites) {
-  const std::wstring folder = m_folder.WidePath();
-  g_Recording = new CapturedFile{};
-  std::swprintf(g_Recording->szWaveOutFile, OV_MAX_PATH, L"%ls/Speaker.wav", folder.c_str());
-  std::swprintf(g_Recording->szWaveInFile, OV_MAX_PATH, L"%ls/AudioCapture.wav", folder.c_str());
-  g_bAudioEnabled[0] = g_bAudioEnabled[1] = 1;
-  g_bRecording.exchange(0);
-  g_bRunning.exchange(1);
-
-  PacketCounter counter;
-  auto stream = std::make_unique<CAudioStream>();
-  ASSERT_EQ(stream->Initialize(&counter, &counter), S_OK);
-  for (int i = 0; i < 2; ++i) counter.formats[i] = &stream->Source(i)->Format();
-  g_bRecording.exchange(1);
-  SleepMs(800);
-  g_bRecording.exchange(0);
-  g_bRunning.exchange(0);
-  stream->Stop();
-  const int64_t written[2] = {stream->Source(0)->BytesWritten(), stream->Source(1)->BytesWritten()};
-  stream.reset();
-
-  EXPECT_EQ(counter.formatMismatches.load(), 0) << "each packet comes with its source's format";
-  for (int i = 0; i < 2; ++i) {
-    EXPECT_GT(counter.frames[i].load(), 0);
-    EXPECT_EQ(counter.frames[i].load() * 4, written[i]);
-  }
-  EXPECT_EQ(counter.samples.load(), 2 * (counter.frames[0].load() + counter.frames[1].load()))
-      << "statistics count samples, not bytes";
-  EXPECT_EQ(g_Recording->nWaveInDuration, written[1] * 10000000 / 192000);
-}
 
 TEST_F(AudioCaptureTest, MicrophoneFailureFailsTheWholeStart) {
   // A folder where the microphone's file should go: it cannot be created.

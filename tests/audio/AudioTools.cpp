@@ -90,24 +90,6 @@ size_t WaveContent::Frames() const {
   return format.Format.nBlockAlign ? data.size() / format.Format.nBlockAlign : 0;
 }
 
-double WaveContent::Sample(size_t frame, uint32_t channel) const {
-  const uint32_t bytes = format.Format.wBitsPerSample / 8;
-  const uint8_t* at = Frame(frame) + channel * bytes;
-  if (IsEqualGUID(format.SubFormat, KSDATAFORMAT_SUBTYPE_IEEE_FLOAT)) {
-    float v;
-    std::memcpy(&v, at, 4);
-    return v;
-  }
-  if (bytes == 2) {
-    int16_t v;
-    std::memcpy(&v, at, 2);
-    return v / 32768.0;
-  }
-  int32_t v;
-  std::memcpy(&v, at, 4);
-  return v / 2147483648.0;
-}
-
 uint32_t WaveContent::CountAt(size_t frame) const {
   uint16_t halves[2];
   std::memcpy(halves, Frame(frame), 4);
@@ -148,12 +130,6 @@ bool NonSilentSpan(const WaveContent& wave, size_t* first, size_t* last) {
   *first = a;
   *last = b;
   return true;
-}
-
-double Rms(const WaveContent& wave, uint32_t channel, size_t from, size_t to) {
-  double sum = 0;
-  for (size_t f = from; f < to; ++f) sum += wave.Sample(f, channel) * wave.Sample(f, channel);
-  return to > from ? std::sqrt(sum / static_cast<double>(to - from)) : 0.0;
 }
 
 std::string Probe(const std::wstring& path) {

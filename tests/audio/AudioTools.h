@@ -54,8 +54,6 @@ struct WaveContent {
   WAVEFORMATEXTENSIBLE format{};
   std::vector<uint8_t> data;
   size_t Frames() const;
-  // Normalised sample of frame f, channel c, for PCM 16/32 and float 32.
-  double Sample(size_t frame, uint32_t channel) const;
   const uint8_t* Frame(size_t frame) const {
     return data.data() + frame * format.Format.nBlockAlign;
   }
@@ -66,8 +64,6 @@ WaveContent ReadWave(const std::wstring& path);
 
 // The frames in which any channel is not zero: [first, last].
 bool NonSilentSpan(const WaveContent& wave, size_t* first, size_t* last);
-// Root mean square of one channel over frames [from, to).
-double Rms(const WaveContent& wave, uint32_t channel, size_t from, size_t to);
 
 // "codec_name,sample_rate,channels,duration" as ffprobe sees the file.
 std::string Probe(const std::wstring& path);
