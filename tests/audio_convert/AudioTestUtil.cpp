@@ -72,30 +72,4 @@ void WriteWaveTempFile(const std::string& path, const WAVEFORMATEXTENSIBLE& form
   }
 }
 
-std::vector<float> Sine(double f, double a, uint32_t rate, size_t n) {
-  std::vector<float> x(n);
-  for (size_t i = 0; i < n; ++i)
-    x[i] = static_cast<float>(a * std::sin(2 * M_PI * f * static_cast<double>(i) / rate));
-  return x;
-}
-
-double AmplitudeAt(const std::vector<float>& x, uint32_t rate, double f, size_t count) {
-  double s = 0, c = 0;
-  const double w = 2 * M_PI * f / rate;
-  for (size_t i = 0; i < count && i < x.size(); ++i) {
-    s += x[i] * std::sin(w * static_cast<double>(i));
-    c += x[i] * std::cos(w * static_cast<double>(i));
-  }
-  return std::hypot(s, c) * 2.0 / static_cast<double>(count);
-}
-
-std::vector<float> Channel(const std::vector<float>& interleaved, int channels, int c) {
-  std::vector<float> x;
-  x.reserve(interleaved.size() / static_cast<size_t>(channels));
-  for (size_t i = static_cast<size_t>(c); i < interleaved.size();
-       i += static_cast<size_t>(channels))
-    x.push_back(interleaved[i]);
-  return x;
-}
-
 }  // namespace audiotest

@@ -1,5 +1,5 @@
 // Shared pieces of the conversion and mux reader tests: formats, sample
-// buffers, wave temp files and tone measurement. The program's log is
+// buffers and wave temp files. The program's log is
 // opened once in a scratch documents folder, for ovtest::LogMark.
 #pragma once
 
@@ -47,15 +47,5 @@ std::vector<uint8_t> RunMember(SampleKind from, int fromChannels, SampleKind to,
 // A wave temp file written by the recorder's own writer.
 void WriteWaveTempFile(const std::string& path, const WAVEFORMATEXTENSIBLE& format,
                        const std::vector<uint8_t>& samples);
-
-// A sine of frequency f at amplitude a, phase 0, n frames of one channel.
-std::vector<float> Sine(double f, double a, uint32_t rate, size_t n);
-
-// The amplitude of the component at f, by correlation over the first
-// `count` frames, which must hold whole cycles of f.
-double AmplitudeAt(const std::vector<float>& x, uint32_t rate, double f, size_t count);
-
-// Channel c of an interleaved buffer of the given channel count.
-std::vector<float> Channel(const std::vector<float>& interleaved, int channels, int c);
 
 }  // namespace audiotest

@@ -3,6 +3,7 @@
 // of tracks from the record of a recording.
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <cwchar>
 #include <random>
 
@@ -110,22 +111,31 @@ TEST_F(MuxAudioReaderTest, FloatMixIsCutToFullScaleAndEndsWithTheShorterTrack) {
 }
 
 // A 48,000 Hz float device and a 44,100 Hz 16-bit microphone, each with its
-// own converter to the common format.
+// own converter: each tone keeps its level in the mix, found by correlation
+// over one second (whole cycles of both).
 TEST_F(MuxAudioReaderTest, TracksOfDifferentFormatsMixWithBothTonesAtTheirLevel) {
-  std::vector<float> speaker;
-  for (float x : audiotest::Sine(440, 0.3, 48000, 48000 * 3)) speaker.insert(speaker.end(), {x, x});
+  auto sine = [](double f, uint32_t rate, size_t n) {
+    std::vector<float> x(n);
+    for (size_t i = 0; i < n; ++i)
+      x[i] = static_cast<float>(0.3 * std::sin(2 * M_PI * f * i / rate));
+    return x;
+  };
   std::vector<int16_t> mic;
-  for (float x : audiotest::Sine(1000, 0.3, 44100, 44100 * 2)) {
-    const auto s = static_cast<int16_t>(std::lrint(x * 32767));
-    mic.insert(mic.end(), {s, s});
+  for (float x : sine(1000, 44100, 44100 * 2))
+    mic.push_back(static_cast<int16_t>(std::lrint(x * 32767)));
+  const auto out = Track("Speaker.wav", MakeFormat(SampleKind::kF32, 1, 48000),
+                         Bytes(sine(440, 48000, 48000 * 3)));
+  const auto in = Track("AudioCapture.wav", MakeFormat(SampleKind::kI16, 1, 44100), Bytes(mic));
+  const auto mixed = As<float>(ReadMix(out, in, Wanted(SampleKind::kF32, 1, 48000)));
+  ASSERT_EQ(mixed.size(), 48000u * 2);  // the microphone's two seconds
+  for (const double f : {440.0, 1000.0}) {
+    double s = 0, c = 0;
+    for (size_t i = 0; i < 48000; ++i) {
+      s += mixed[i] * std::sin(2 * M_PI * f * i / 48000);
+      c += mixed[i] * std::cos(2 * M_PI * f * i / 48000);
+    }
+    EXPECT_NEAR(std::hypot(s, c) * 2 / 48000, 0.2, 0.002) << f << " Hz";
   }
-  const auto out = Track("Speaker.wav", MakeFormat(SampleKind::kF32, 2, 48000), Bytes(speaker));
-  const auto in = Track("AudioCapture.wav", MakeFormat(SampleKind::kI16, 2, 44100), Bytes(mic));
-  const auto mixed = As<float>(ReadMix(out, in, Wanted(SampleKind::kF32, 2, 48000)));
-  ASSERT_EQ(mixed.size(), 48000u * 2 * 2);  // the microphone's two seconds
-  const auto left = audiotest::Channel(mixed, 2, 0);
-  EXPECT_NEAR(audiotest::AmplitudeAt(left, 48000, 440, 48000), 0.2, 0.0005);
-  EXPECT_NEAR(audiotest::AmplitudeAt(left, 48000, 1000, 48000), 0.2, 0.002);
 }
 
 TEST_F(MuxAudioReaderTest, TrimSeekLandsOnTheFilesOwnFrameOrPastTheEnd) {
