@@ -99,17 +99,6 @@ TEST_F(MuxAudioReaderTest, SixteenBitVolumeWrapsAndTheMixLimits) {
   EXPECT_EQ(As<int16_t>(ReadMix(out, in, wfx)), (std::vector<int16_t>{32767, 4500, -4, -32768, 0}));
 }
 
-TEST_F(MuxAudioReaderTest, FloatMixIsCutToFullScaleAndEndsWithTheShorterTrack) {
-  std::vector<float> speaker, mic;
-  for (int i = 0; i < 8000; ++i) speaker.insert(speaker.end(), {1.2f, -1.2f});
-  for (int i = 0; i < 6000; ++i) mic.insert(mic.end(), {1.2f, -1.2f});
-  const auto out = Track("Speaker.wav", MakeFormat(SampleKind::kF32, 2, 8000), Bytes(speaker));
-  const auto in = Track("AudioCapture.wav", MakeFormat(SampleKind::kF32, 2, 8000), Bytes(mic));
-  std::vector<float> expected;
-  for (int i = 0; i < 6000; ++i) expected.insert(expected.end(), {1.0f, -1.0f});
-  EXPECT_EQ(As<float>(ReadMix(out, in, Wanted(SampleKind::kF32, 2, 8000))), expected);
-}
-
 // A 48,000 Hz float device and a 44,100 Hz 16-bit microphone, each with its
 // own converter: each tone keeps its level in the mix, found by correlation
 // over one second (whole cycles of both).
@@ -208,62 +197,55 @@ class FloatStereoMuxer : public CMuxAudioReaderFormat {
   int m_nCalls = 0;
 };
 
-class CreateMuxAudioReaderTest : public MuxAudioReaderTest {
- protected:
-  void SetUp() override {
-    m_speaker = Track("Speaker.wav", MakeFormat(SampleKind::kF32, 2, 48000),
-                      Bytes(std::vector<float>(48000 * 2, 0.25f)));
-    m_mic = Track("AudioCapture.wav", MakeFormat(SampleKind::kI16, 1, 44100),
-                  Bytes(std::vector<int16_t>(22050, 16384)));
-    m_record.bWaveOutStream = m_record.bUseWaveOut = 1;
-    m_record.bWaveInStream = m_record.bUseWaveIn = 1;
-    m_record.lWaveOutVolume = m_record.lWaveInVolume = 100;
-    std::wcsncpy(m_record.szWaveOutFile, m_speaker.c_str(), OV_MAX_PATH - 1);
-    std::wcsncpy(m_record.szWaveInFile, m_mic.c_str(), OV_MAX_PATH - 1);
-    g_Recording = &m_record;
-  }
-  void TearDown() override { g_Recording = nullptr; }
-
-  std::wstring m_speaker, m_mic;
-  CapturedFile m_record{};
-  FloatStereoMuxer m_muxer;
-};
-
-TEST_F(CreateMuxAudioReaderTest, TracksInUseAtAVolumeAreRead) {
-  auto reader = m_muxer.CreateMuxAudioReader();
+// The record of a recording chooses the tracks: those in use at a volume
+// above zero, mixed when both are.
+TEST_F(MuxAudioReaderTest, CreateReadsTheTracksInUseAtAVolume) {
+  CapturedFile record{};
+  record.bWaveOutStream = record.bUseWaveOut = record.bWaveInStream = record.bUseWaveIn = 1;
+  record.lWaveOutVolume = record.lWaveInVolume = 100;
+  std::wcsncpy(record.szWaveOutFile,
+               Track("Speaker.wav", MakeFormat(SampleKind::kF32, 2, 48000),
+                     Bytes(std::vector<float>(48000 * 2, 0.25f)))
+                   .c_str(),
+               OV_MAX_PATH - 1);
+  std::wcsncpy(record.szWaveInFile,
+               Track("AudioCapture.wav", MakeFormat(SampleKind::kI16, 1, 44100),
+                     Bytes(std::vector<int16_t>(22050, 16384)))
+                   .c_str(),
+               OV_MAX_PATH - 1);
+  g_Recording = &record;
+  FloatStereoMuxer muxer;
+  auto reader = muxer.CreateMuxAudioReader();
   ASSERT_NE(dynamic_cast<CMuxAudioReader2*>(reader.get()), nullptr) << "both: a mix";
-  EXPECT_EQ(m_muxer.m_source.Format.nSamplesPerSec, 48000u) << "chosen from the speaker's format";
+  EXPECT_EQ(muxer.m_source.Format.nSamplesPerSec, 48000u) << "chosen from the speaker's format";
   EXPECT_EQ(ReadAll(*reader, 48000 * 8).size(), 48000u * 8 / 2) << "the microphone's half second";
 
-  m_record.lWaveOutVolume = 0;
-  reader = m_muxer.CreateMuxAudioReader();
+  record.lWaveOutVolume = 0;
+  reader = muxer.CreateMuxAudioReader();
   ASSERT_NE(reader, nullptr);
   EXPECT_EQ(dynamic_cast<CMuxAudioReader2*>(reader.get()), nullptr);
-  EXPECT_EQ(m_muxer.m_source.Format.nSamplesPerSec, 44100u);
+  EXPECT_EQ(muxer.m_source.Format.nSamplesPerSec, 44100u);
   const auto voice = As<float>(ReadAll(*reader, 48000 * 8));
   ASSERT_EQ(voice.size(), 24000u * 2);
   EXPECT_NEAR(voice[1000], 16384.0f / 32767.0f, 1e-6);
 
-  m_record.lWaveOutVolume = 100;
-  m_record.bUseWaveIn = 0;
-  reader = m_muxer.CreateMuxAudioReader();
+  record.lWaveOutVolume = 100;
+  record.bUseWaveIn = 0;
+  reader = muxer.CreateMuxAudioReader();
   ASSERT_NE(reader, nullptr);
   EXPECT_EQ(As<float>(ReadAll(*reader, 48000 * 8)), std::vector<float>(48000 * 2, 0.25f));
-  EXPECT_EQ(m_muxer.m_nCalls, 3);
-}
 
-TEST_F(CreateMuxAudioReaderTest, NoUsableTrackOrAMissingFileGivesNull) {
   const ovtest::LogMark mark;
-  m_record.lWaveOutVolume = m_record.lWaveInVolume = 0;
-  EXPECT_EQ(m_muxer.CreateMuxAudioReader(), nullptr);
-  EXPECT_EQ(m_muxer.m_nCalls, 0);
-  m_record.lWaveOutVolume = m_record.lWaveInVolume = 100;
-  std::wcsncpy(m_record.szWaveInFile, (m_folder.WidePath() + L"/gone.wav").c_str(),
-               OV_MAX_PATH - 1);
-  EXPECT_EQ(m_muxer.CreateMuxAudioReader(), nullptr);
+  record.lWaveOutVolume = 0;
+  EXPECT_EQ(muxer.CreateMuxAudioReader(), nullptr);
+  EXPECT_EQ(muxer.m_nCalls, 3) << "nothing to choose from";
+  record.lWaveOutVolume = 100;
+  std::wcsncpy(record.szWaveOutFile, (m_folder.WidePath() + L"/gone.wav").c_str(), OV_MAX_PATH - 1);
+  EXPECT_EQ(muxer.CreateMuxAudioReader(), nullptr);
+  g_Recording = nullptr;
   const std::string log = mark.Text();
   EXPECT_NE(log.find("[ERR]  CreateMuxAudioReader: WaveOut(Stream1, Use1, Volume0), "
-                     "WaveIn(Stream1, Use1, Volume0)\n"),
+                     "WaveIn(Stream1, Use0, Volume100)\n"),
             std::string::npos)
       << log;
   EXPECT_NE(log.find("[ERR]  Failed(2) to create file:" + m_folder.Path() + "/gone.wav\n"),
