@@ -3,8 +3,6 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 
-#include <algorithm>
-#include <cerrno>
 #include <chrono>
 #include <cstring>
 #include <filesystem>
@@ -120,36 +118,6 @@ TEST_F(MuxProgramTest, OnlyAGoodRecordMakesAFile) {
   EXPECT_NE(mark.Text().find("mux: bad record: mapping too small"), std::string::npos);
   EXPECT_NE(mark.Text().find("mux: usage"), std::string::npos);
   EXPECT_FALSE(std::filesystem::exists(Output()));
-}
-
-TEST(ChildProcessTest, OnlyTheChosenDescriptorsReachTheChild) {
-  ov::ChildLaunch missing;
-  missing.program = "/nonexistent/mux";
-  ov::ChildProcess none;
-  EXPECT_EQ(none.Start(missing), ENOENT);
-  EXPECT_FALSE(none.Running());
-
-  ov::AnonymousFile kept, other;
-  ASSERT_EQ(kept.Create(ov::TempFolder()), 0);
-  ASSERT_EQ(other.Create(ov::TempFolder()), 0);
-  ovtest::ScratchFolder folder("ovfds");
-  const std::string listing = folder.Path() + "/fds";
-  ov::ChildLaunch launch;
-  launch.program = "/bin/sh";
-  launch.args = {"-c", "ls /proc/$$/fd > '" + listing + "'"};
-  launch.inherit = {kept.Fd()};
-  ov::ChildProcess child;
-  ASSERT_EQ(child.Start(launch), 0);
-  int code = -1;
-  ASSERT_TRUE(child.Wait(10000, &code));
-  EXPECT_EQ(code, 0);
-  const std::vector<std::string> fds = ovtest::Lines(ovtest::ReadFile(listing));
-  auto has = [&](int fd) {
-    return std::find(fds.begin(), fds.end(), std::to_string(fd)) != fds.end();
-  };
-  EXPECT_TRUE(has(kept.Fd()));
-  EXPECT_FALSE(has(other.Fd()));
-  EXPECT_FALSE(has(ov::LogFd())) << "the log is passed only where asked for";
 }
 
 // Polls up to five seconds.

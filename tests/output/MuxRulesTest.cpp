@@ -54,28 +54,4 @@ TEST(FrameRange, TrimAndLimitGiveTheFramesAndTheAudioSpan) {
   }
 }
 
-// What a muxer's row does to a device format it does not list.
-TEST(AudioFormat, UnlistedFormatsMoveToTheNearestTheMuxerTakes) {
-  const struct {
-    int muxer;
-    DWORD rate;
-    WORD channels;
-    DWORD wantedRate;
-    WORD wantedChannels;
-  } cases[] = {{5, 32000, 6, 44100, 2},
-               {8, 44100, 1, 44100, 2},
-               {7, 48000, 10, 48000, 8},
-               {0, 192000, 1, 96000, 1}};
-  for (const auto& c : cases) {
-    CFFMux mux(c.muxer, 0, L"unused.mp4", 0, nullptr);
-    WAVEFORMATEXTENSIBLE source{};
-    source.Format = {WAVE_FORMAT_PCM, c.channels, c.rate, 0, 0, 16, 0};
-    WAVEFORMATEX wanted{};
-    mux.ChooseAudioFormat(&source, &wanted);
-    EXPECT_EQ(wanted.nSamplesPerSec, c.wantedRate) << "muxer " << c.muxer;
-    EXPECT_EQ(wanted.nChannels, c.wantedChannels) << "muxer " << c.muxer;
-    EXPECT_EQ(wanted.nAvgBytesPerSec, wanted.nSamplesPerSec * wanted.nBlockAlign);
-  }
-}
-
 }  // namespace
