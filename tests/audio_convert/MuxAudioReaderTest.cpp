@@ -163,27 +163,6 @@ TEST_F(MuxAudioReaderTest, TrimSeekLandsOnTheFilesOwnFrameOrPastTheEnd) {
   EXPECT_EQ(frame[0], 9876 * 2 * 3 / 2);
 }
 
-TEST_F(MuxAudioReaderTest, UnfinishedFilesAndUnsupportedFormatsAreRefusedWithTheirLines) {
-  const auto good = Track("Speaker.wav", MakeFormat(SampleKind::kI16, 2, 8000),
-                          Bytes(std::vector<int16_t>(1600, 5)));
-  // A writer that died leaves its header room unwritten.
-  const std::string crashed = m_folder.Path() + "/AudioCapture.wav";
-  ovtest::WriteFile(crashed, std::string(68 + 3200, '\0'));
-  const ovtest::LogMark mark;
-  CMuxAudioReader2 broken;
-  EXPECT_EQ(broken.Open(good.c_str(), ov::FromUtf8(crashed).c_str()), E_FAIL);
-  CMuxAudioReader2 reader;
-  ASSERT_EQ(reader.Open(good.c_str(), good.c_str()), S_OK);
-  EXPECT_EQ(reader.Initialize(Wanted(SampleKind::kU8, 2, 8000), 100, 100), E_FAIL);
-  const std::string log = mark.Text();
-  EXPECT_NE(log.find("[ERR]  Error format:" + crashed + "\n"), std::string::npos) << log;
-  EXPECT_NE(log.find("[ERR]  Failed(0x80004005) in m_Reader2.Open(szWaveFile2), "
-                     "FILE:MuxAudioReader.cpp, LINE:"),
-            std::string::npos)
-      << log;
-  EXPECT_NE(log.find("[ERR]  Audio Mux: Can't Support audio convert!\n"), std::string::npos);
-}
-
 // A muxer that wants float stereo at 48,000 Hz and notes what it was asked.
 class FloatStereoMuxer : public CMuxAudioReaderFormat {
  public:
