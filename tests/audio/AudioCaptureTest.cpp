@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cstdio>
 #include <cstring>
 #include <filesystem>
 #include <string>
@@ -185,81 +186,65 @@ TEST_F(AudioCaptureTest, MicrophoneAloneIsTheClockAndStartsNoSilentPlayer) {
 // its monitors, the null sink renders far ahead, and the recording starts
 // at once. Both files last as long as the recording, whether anything
 // plays or not.
-struct FreshCase {
-  const char* label;
-  ovtest::PulseServer::Kind kind;
-  bool tone;
-};
+TEST_F(AudioCaptureTest, WaveFilesOfAFreshServerLastAsLongAsTheRecording) {
+  using Kind = ovtest::PulseServer::Kind;
+  for (const Kind kind : {Kind::PulseAudio, Kind::PipeWire}) {
+    for (const bool tone : {false, true}) {
+      SCOPED_TRACE(std::string(kind == Kind::PipeWire ? "PipeWire" : "PulseAudio") +
+                   (tone ? " with a tone" : " silent"));
+      ovtest::PulseServer server(kind);
+      if (!server.Running() && kind == Kind::PipeWire) {
+        std::printf("no PipeWire here: %s\n", server.Missing().c_str());
+        break;
+      }
+      ASSERT_TRUE(server.Running());
+      const ovtest::LogMark mark;
+      CScreenCapture* session = Record(Options(1, 1));
+      ASSERT_NE(session, nullptr);
+      const int64_t begin = ov::MonotonicTime100ns();
+      session->Start();
+      const pid_t player = tone ? Play(Signal::Tone(kNullSink, 2.0, 1000, 0.5), "nullsink") : -1;
+      SleepMs(3000);
+      const double recorded = Seconds(ov::MonotonicTime100ns() - begin);
+      session->Destroy();
+      if (player > 0) ovtest::Stop(player);
 
-class FreshServerTest : public AudioCaptureTest, public ::testing::WithParamInterface<FreshCase> {};
-
-TEST_P(FreshServerTest, WaveFilesLastAsLongAsTheRecording) {
-  const FreshCase& c = GetParam();
-  ovtest::PulseServer server(c.kind);
-  if (!server.Running() && c.kind == ovtest::PulseServer::Kind::PipeWire)
-    GTEST_SKIP() << "no PipeWire here: " << server.Missing();
-  ASSERT_TRUE(server.Running());
-  const ovtest::LogMark mark;
-  CScreenCapture* session = Record(Options(1, 1));
-  ASSERT_NE(session, nullptr);
-  const int64_t begin = ov::MonotonicTime100ns();
-  session->Start();
-  const pid_t player = c.tone ? Play(Signal::Tone(kNullSink, 2.0, 1000, 0.5), "nullsink") : -1;
-  SleepMs(3000);
-  const double recorded = Seconds(ov::MonotonicTime100ns() - begin);
-  session->Destroy();
-  if (player > 0) ovtest::Stop(player);
-
-  const CapturedFile* file = GetCapturedFile();
-  ASSERT_NE(file, nullptr);
-  EXPECT_NEAR(Seconds(file->nWaveOutDuration), recorded, 0.03);
-  EXPECT_NEAR(Seconds(file->nWaveInDuration), recorded, 0.03);
-  const WaveContent loopback = ovtest::ReadWave(file->szWaveOutFile);
-  ASSERT_TRUE(loopback.opened);
-  EXPECT_EQ(file->nWaveOutDuration,
-            static_cast<REFERENCE_TIME>(loopback.data.size() * 10000000ull /
-                                        loopback.format.Format.nAvgBytesPerSec));
-  // The tone may outlast the recording; it is there, and nothing comes of silence.
-  size_t first = 0, last = 0;
-  EXPECT_EQ(ovtest::NonSilentSpan(loopback, &first, &last), c.tone) << first;
-  const std::string log = mark.Text();
-  EXPECT_NE(log.find("eRender timeline: silence="), std::string::npos) << log;
-  EXPECT_NE(log.find("Capture timeline: silence="), std::string::npos) << log;
+      const CapturedFile* file = GetCapturedFile();
+      ASSERT_NE(file, nullptr);
+      EXPECT_NEAR(Seconds(file->nWaveOutDuration), recorded, 0.03);
+      EXPECT_NEAR(Seconds(file->nWaveInDuration), recorded, 0.03);
+      const WaveContent loopback = ovtest::ReadWave(file->szWaveOutFile);
+      ASSERT_TRUE(loopback.opened);
+      EXPECT_EQ(file->nWaveOutDuration,
+                static_cast<REFERENCE_TIME>(loopback.data.size() * 10000000ull /
+                                            loopback.format.Format.nAvgBytesPerSec));
+      // The tone may outlast the recording; it is there, and nothing comes of silence.
+      size_t first = 0, last = 0;
+      EXPECT_EQ(ovtest::NonSilentSpan(loopback, &first, &last), tone) << first;
+      const std::string log = mark.Text();
+      EXPECT_NE(log.find("eRender timeline: silence="), std::string::npos) << log;
+      EXPECT_NE(log.find("Capture timeline: silence="), std::string::npos) << log;
+      FreeCapturedFile(1);
+    }
+  }
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Servers, FreshServerTest,
-    ::testing::Values(FreshCase{"PulseAudioSilent", ovtest::PulseServer::Kind::PulseAudio, false},
-                      FreshCase{"PulseAudioTone", ovtest::PulseServer::Kind::PulseAudio, true},
-                      FreshCase{"PipeWireSilent", ovtest::PulseServer::Kind::PipeWire, false},
-                      FreshCase{"PipeWireTone", ovtest::PulseServer::Kind::PipeWire, true}),
-    [](const auto& info) { return std::string(info.param.label); });
-
-// A sink of its own format: what the device gives is what the file holds.
-struct SinkCase {
-  const char* label;
-  RawFormat format;
-  const char* channelMap;  // as the sink lays its channels out
-  uint32_t mask;
-  bool isFloat;
-  std::vector<uint32_t> channelOf;  // file channel -> sink channel
-};
-
-class SinkFormatTest : public AudioCaptureTest, public ::testing::WithParamInterface<SinkCase> {};
-
-TEST_P(SinkFormatTest, RecordsInTheDevicesOwnFormat) {
-  const SinkCase& c = GetParam();
-  const std::string module =
-      Pactl(std::string("load-module module-null-sink sink_name=fmtsink format=") + c.format.name +
-            " rate=" + std::to_string(c.format.rate) +
-            " channels=" + std::to_string(c.format.channels) + " channel_map=" + c.channelMap);
+// A float 5.1 sink laid out in another order than wave files use: the file
+// holds the device's own format, the channels in mask order, each unchanged.
+TEST_F(AudioCaptureTest, RecordsInTheDevicesOwnFormat) {
+  constexpr RawFormat kFormat{"float32le", 44100, 6};
+  const char* map = "front-left,front-right,rear-left,rear-right,front-center,lfe";
+  const std::string module = Pactl(
+      "load-module module-null-sink sink_name=fmtsink format=float32le rate=44100 channels=6 "
+      "channel_map=" +
+      std::string(map));
   ASSERT_GT(std::atoi(module.c_str()), 0) << module;
   Pactl("set-default-sink fmtsink");
   CScreenCapture* session = Record(Options(1, 0));
-  const Signal tone = Signal::Tone(c.format, 1.0, 700, 0.4);
+  const Signal tone = Signal::Tone(kFormat, 1.0, 700, 0.4);
   if (session) {
     session->Start();
-    const pid_t player = Play(tone, "fmtsink", c.channelMap);
+    const pid_t player = Play(tone, "fmtsink", map);
     SleepMs(3500);
     session->Destroy();
     ovtest::Stop(player);
@@ -267,26 +252,10 @@ TEST_P(SinkFormatTest, RecordsInTheDevicesOwnFormat) {
   Pactl("set-default-sink nullsink");
   Pactl("unload-module " + std::to_string(std::atoi(module.c_str())));
   ASSERT_NE(session, nullptr);
-
   const WaveContent wave = ovtest::ReadWave(GetCapturedFile()->szWaveOutFile);
-  ExpectFormat(wave, c.format, c.mask, c.isFloat);
-  ExpectHoldsExactly(wave, tone, c.channelOf);
+  ExpectFormat(wave, kFormat, 0x3F, true);
+  ExpectHoldsExactly(wave, tone, {0, 1, 4, 5, 2, 3});
 }
-
-INSTANTIATE_TEST_SUITE_P(
-    Sinks, SinkFormatTest,
-    ::testing::Values(
-        SinkCase{"FloatMono", {"float32le", 44100, 1}, "mono", 0x4, true, {}},
-        // Laid out in another order than wave files use: the file holds the
-        // channels in mask order, each one unchanged.
-        SinkCase{"Float51",
-                 {"float32le", 48000, 6},
-                 "front-left,front-right,rear-left,rear-right,front-center,lfe",
-                 0x3F,
-                 true,
-                 {0, 1, 4, 5, 2, 3}},
-        SinkCase{"S32Stereo", {"s32le", 96000, 2}, "front-left,front-right", 0x3, false, {}}),
-    [](const auto& info) { return std::string(info.param.label); });
 
 // Every frame of a counter signal names the instant it was played: a
 // recording paused and resumed must hold one long jump, besides the time
@@ -315,7 +284,9 @@ TEST_F(AudioCaptureTest, PausedStretchIsAbsentFromFilesAndClock) {
   const pid_t p2 = Play(counter, "micsink");
   SleepMs(500);
   session->Start();
-  SleepMs(1200);
+  // A sink that idled plays a new stream up to two seconds late: the pause
+  // comes after the counter is surely heard.
+  SleepMs(3000);
   session->Pause();
   SleepMs(100);  // the packet in hand when the flag fell is written still
   const uint64_t atPause = session->m_pClock->GetTime();
@@ -339,59 +310,50 @@ TEST_F(AudioCaptureTest, PausedStretchIsAbsentFromFilesAndClock) {
   const CapturedFile* file = GetCapturedFile();
   ExpectOneJump(ovtest::ReadWave(file->szWaveOutFile), 1.0);
   ExpectOneJump(ovtest::ReadWave(file->szWaveInFile), 1.0);
-  EXPECT_LT(Seconds(file->nWaveOutDuration), 3.0) << "the pause is not in the file";
+  EXPECT_LT(Seconds(file->nWaveOutDuration), 4.5) << "the pause is not in the file";
 }
 
 // A device unloaded during the recording ends its own source; the other one
 // and the session go on, and both files are finished.
-class VanishingDeviceTest : public AudioCaptureTest,
-                            public ::testing::WithParamInterface<AudioDeviceType> {};
+TEST_F(AudioCaptureTest, VanishingDeviceEndsOnlyItsOwnSource) {
+  for (const bool render : {true, false}) {
+    SCOPED_TRACE(render ? "output" : "microphone");
+    const std::string module = Pactl("load-module module-null-sink sink_name=gonesink rate=48000");
+    ASSERT_GT(std::atoi(module.c_str()), 0) << module;
+    Pactl(render ? "set-default-sink gonesink" : "set-default-source gonesink.monitor");
+    const ovtest::LogMark mark;
+    CScreenCapture* session = Record(Options(1, 1));
+    if (session) {
+      session->Start();
+      SleepMs(700);
+      Pactl("unload-module " + std::to_string(std::atoi(module.c_str())));
+      SleepMs(1300);
+      session->Destroy();
+    }
+    Pactl("set-default-sink nullsink");
+    Pactl("set-default-source micsink.monitor");
+    ASSERT_NE(session, nullptr);
 
-TEST_P(VanishingDeviceTest, EndsOnlyItsOwnSource) {
-  const AudioDeviceType gone = GetParam();
-  const std::string module = Pactl("load-module module-null-sink sink_name=gonesink rate=48000");
-  ASSERT_GT(std::atoi(module.c_str()), 0) << module;
-  Pactl(gone == AudioDevice_Render ? "set-default-sink gonesink"
-                                   : "set-default-source gonesink.monitor");
-  const ovtest::LogMark mark;
-  CScreenCapture* session = Record(Options(1, 1));
-  if (session) {
-    session->Start();
-    SleepMs(700);
-    Pactl("unload-module " + std::to_string(std::atoi(module.c_str())));
-    SleepMs(1300);
-    session->Destroy();
+    const std::string log = mark.Text();
+    EXPECT_NE(log.find("Failed(0x88890004) in "
+                       "m_pCaptureClient->GetNextPacketSize(&NumFramesInNextPacket), FILE:"),
+              std::string::npos)
+        << log;
+    const CapturedFile* file = GetCapturedFile();
+    const REFERENCE_TIME lost = render ? file->nWaveOutDuration : file->nWaveInDuration;
+    const REFERENCE_TIME kept = render ? file->nWaveInDuration : file->nWaveOutDuration;
+    // The lost one ends where its device went, the other at the stop.
+    EXPECT_LT(Seconds(lost), Seconds(kept) - 1.0);
+    EXPECT_GT(Seconds(kept), 1.5) << "the other source went on";
+    for (const wchar_t* path : {file->szWaveOutFile, file->szWaveInFile}) {
+      const std::string probe = ovtest::Probe(path);
+      EXPECT_EQ(probe.rfind("pcm_s16le,48000,2,", 0), 0u) << probe;
+    }
+    EXPECT_EQ(ovtest::ReadWave(file->szWaveOutFile).data.size() * 10000000ull / 192000,
+              static_cast<uint64_t>(file->nWaveOutDuration));
+    FreeCapturedFile(1);
   }
-  Pactl("set-default-sink nullsink");
-  Pactl("set-default-source micsink.monitor");
-  ASSERT_NE(session, nullptr);
-
-  const std::string log = mark.Text();
-  EXPECT_NE(log.find("Failed(0x88890004) in "
-                     "m_pCaptureClient->GetNextPacketSize(&NumFramesInNextPacket), FILE:"),
-            std::string::npos)
-      << log;
-  const CapturedFile* file = GetCapturedFile();
-  const bool render = gone == AudioDevice_Render;
-  const REFERENCE_TIME lost = render ? file->nWaveOutDuration : file->nWaveInDuration;
-  const REFERENCE_TIME kept = render ? file->nWaveInDuration : file->nWaveOutDuration;
-  // The lost one ends where its device went, the other at the stop.
-  EXPECT_LT(Seconds(lost), Seconds(kept) - 1.0);
-  EXPECT_GT(Seconds(kept), 1.5) << "the other source went on";
-  for (const wchar_t* path : {file->szWaveOutFile, file->szWaveInFile}) {
-    const std::string probe = ovtest::Probe(path);
-    EXPECT_EQ(probe.rfind("pcm_s16le,48000,2,", 0), 0u) << probe;
-  }
-  EXPECT_EQ(ovtest::ReadWave(file->szWaveOutFile).data.size() * 10000000ull / 192000,
-            static_cast<uint64_t>(file->nWaveOutDuration));
 }
-
-INSTANTIATE_TEST_SUITE_P(Devices, VanishingDeviceTest,
-                         ::testing::Values(AudioDevice_Render, AudioDevice_Capture),
-                         [](const auto& info) {
-                           return std::string(info.param == AudioDevice_Render ? "Output"
-                                                                               : "Microphone");
-                         });
 
 TEST_F(AudioCaptureTest, MicrophoneFailureFailsTheWholeStart) {
   // A folder where the microphone's file should go: it cannot be created.

@@ -20,9 +20,6 @@ void Signal::Set(size_t frame, uint32_t channel, double value) {
   if (std::strcmp(m_format.name, "s16le") == 0) {
     int16_t v = static_cast<int16_t>(std::lround(value * 32767.0));
     std::memcpy(at, &v, 2);
-  } else if (std::strcmp(m_format.name, "s32le") == 0) {
-    int32_t v = static_cast<int32_t>(std::llround(value * 2147483647.0));
-    std::memcpy(at, &v, 4);
   } else {
     float v = static_cast<float>(value);
     std::memcpy(at, &v, 4);

@@ -14,7 +14,7 @@ namespace ovtest {
 
 // A raw sample format as pacat and the null sink name it.
 struct RawFormat {
-  const char* name;  // "s16le", "float32le", "s32le"
+  const char* name;  // "s16le" or "float32le"
   uint32_t rate;
   uint32_t channels;
   uint32_t SampleBytes() const;

@@ -151,33 +151,4 @@ TEST_F(WaveFileTest, LengthsPast4GiBComeFromTheFileSize) {
   EXPECT_EQ(reader.Position(), 27000ll * 192000) << "a position past 4 GiB";
 }
 
-TEST_F(WaveFileTest, FilesThatCannotBeMadeOrReadAreRefusedWithTheirLogLine) {
-  const WAVEFORMATEXTENSIBLE format = ovtest::StereoS16(48000);
-  const ovtest::LogMark mark;
-  {
-    CWaveEncoder encoder;
-    EXPECT_EQ(encoder.Initialize(WideOf("no/such/folder.wav").c_str(), &format), E_FAIL);
-    encoder.Write(Pattern(16).data(), 16);
-  }
-  const std::wstring longPath(300, L'x');
-  CWaveEncoder longName;
-  longName.Initialize(longPath.c_str(), &format);
-  EXPECT_EQ(std::wcslen(longName.Path()), 259u);
-
-  ovtest::WriteFile(PathOf("short.wav"), "RIFF");
-  ovtest::WriteFile(PathOf("other.wav"), "RIFF" + std::string(80, 'x'));
-  CWaveReader reader;
-  for (const char* name : {"absent.wav", "short.wav", "other.wav"})
-    EXPECT_EQ(reader.Open(WideOf(name).c_str()), E_FAIL) << name;
-  uint8_t byte;
-  EXPECT_EQ(reader.Read(&byte, 1), 0u);
-  const std::string log = mark.Text();
-  EXPECT_NE(log.find("Failed(2) to create file:" + PathOf("no/such/folder.wav") + "\n"),
-            std::string::npos)
-      << log;
-  EXPECT_NE(log.find("Failed(2) to create file:" + PathOf("absent.wav") + "\n"), std::string::npos);
-  EXPECT_NE(log.find("to read file:" + PathOf("short.wav") + "\n"), std::string::npos);
-  EXPECT_NE(log.find("Error format:" + PathOf("other.wav") + "\n"), std::string::npos) << log;
-}
-
 }  // namespace
