@@ -4,11 +4,9 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <atomic>
 #include <chrono>
-#include <cmath>
+#include <cstdio>
 #include <cstring>
-#include <cwchar>
 #include <filesystem>
 #include <string>
 #include <thread>
@@ -32,12 +30,6 @@ constexpr RawFormat kNullSink{"s16le", 48000, 2};
 void SleepMs(int ms) { std::this_thread::sleep_for(std::chrono::milliseconds(ms)); }
 
 std::string Pactl(const std::string& args) { return ovtest::RunCapture("pactl " + args + " 2>&1"); }
-
-std::string Utf8(const wchar_t* path) {
-  std::string out;
-  for (; *path; ++path) out += static_cast<char>(*path);
-  return out;
-}
 
 double Seconds(REFERENCE_TIME t) { return t / 1e7; }
 
@@ -84,6 +76,18 @@ void ExpectHoldsExactly(const WaveContent& wave, const Signal& played,
   EXPECT_LE(moved, corrections);
 }
 
+void ExpectFormat(const WaveContent& wave, RawFormat raw, uint32_t mask, bool isFloat) {
+  ASSERT_TRUE(wave.opened);
+  const WAVEFORMATEX& f = wave.format.Format;
+  EXPECT_EQ(f.wFormatTag, WAVE_FORMAT_EXTENSIBLE);
+  EXPECT_EQ(f.nChannels, raw.channels);
+  EXPECT_EQ(f.nSamplesPerSec, raw.rate);
+  EXPECT_EQ(f.wBitsPerSample, 8 * raw.SampleBytes());
+  EXPECT_EQ(wave.format.dwChannelMask, mask);
+  EXPECT_TRUE(IsEqualGUID(wave.format.SubFormat,
+                          isFloat ? KSDATAFORMAT_SUBTYPE_IEEE_FLOAT : KSDATAFORMAT_SUBTYPE_PCM));
+}
+
 struct Options {
   VideoOpt video{};
   AudioOpt audio{};
@@ -112,96 +116,55 @@ class AudioCaptureTest : public ::testing::Test {
   ovtest::ScratchFolder m_folder{"ovaudio"};
 };
 
-TEST_F(AudioCaptureTest, LoopbackRecordsThePlayedToneUnchanged) {
+TEST_F(AudioCaptureTest, BothDevicesRecordWhatWasPlayedUnchanged) {
   const ovtest::LogMark mark;
-  CScreenCapture* session = Record(Options(1, 0));
+  CScreenCapture* session = Record(Options(1, 1));
   ASSERT_NE(session, nullptr);
-  ASSERT_NE(session->m_pClock, nullptr);
-  const Signal tone = Signal::Tone(kNullSink, 2.0, 1000, 0.5);
+  EXPECT_EQ(session->m_pClock, static_cast<CRecoderProvidedClock*>(
+                                   session->m_pAudioStream->Source(AudioDevice_Render)))
+      << "the loopback source is the clock";
+  const Signal speaker = Signal::Tone(kNullSink, 2.0, 1000, 0.5);
+  const Signal voice = Signal::Tone(kNullSink, 1.0, 600, 0.25);
   SleepMs(300);  // packets arrive, and are dropped
   EXPECT_EQ(session->m_pClock->GetTime(), 0u) << "nothing is written before the start";
 
   const int64_t begin = ov::MonotonicTime100ns();
   session->Start();
-  const pid_t player = Play(tone, "nullsink");
+  const pid_t p1 = Play(speaker, "nullsink");
+  const pid_t p2 = Play(voice, "micsink");
   SleepMs(1000);
   const std::string inputs = Pactl("list sink-inputs");
-  // A sink that idled plays a new stream up to its render-ahead late.
-  SleepMs(3500);
+  SleepMs(3500);  // a sink that idled plays a new stream up to its render-ahead late
   const double recorded = Seconds(ov::MonotonicTime100ns() - begin);
   session->Destroy();
-  EXPECT_TRUE(ovtest::WaitForExit(player, 5000));
+  ovtest::Stop(p1);
+  ovtest::Stop(p2);
 
   EXPECT_NE(inputs.find("Orvanta silent player"), std::string::npos) << inputs;
   const CapturedFile* file = GetCapturedFile();
   ASSERT_NE(file, nullptr);
-  const WaveContent wave = ovtest::ReadWave(file->szWaveOutFile);
-  ASSERT_TRUE(wave.opened);
-  const ovtest::FormatFields f = ovtest::Fields(wave.format);
-  EXPECT_EQ(f.tag, WAVE_FORMAT_EXTENSIBLE);
-  EXPECT_EQ(f.channels, 2u);
-  EXPECT_EQ(f.rate, 48000u);
-  EXPECT_EQ(f.bits, 16u);
-  EXPECT_FALSE(f.isFloat);
-  EXPECT_TRUE(IsEqualGUID(wave.format.SubFormat, KSDATAFORMAT_SUBTYPE_PCM));
-  EXPECT_EQ(f.mask, 3u);
+  const WaveContent loopback = ovtest::ReadWave(file->szWaveOutFile);
+  const WaveContent microphone = ovtest::ReadWave(file->szWaveInFile);
+  ExpectFormat(loopback, kNullSink, 3, false);
+  ExpectFormat(microphone, kNullSink, 3, false);
+  EXPECT_NE(std::wstring(file->szWaveInFile).find(L"/AudioCapture.wav"), std::wstring::npos);
 
   // As long as the recording, silence included.
   EXPECT_NEAR(Seconds(file->nWaveOutDuration), recorded, 0.03);
   EXPECT_EQ(file->nWaveOutDuration,
-            static_cast<REFERENCE_TIME>(wave.data.size() * 10000000ull / f.avgBytes));
-  EXPECT_EQ(file->nDuration, static_cast<uint32_t>(file->nWaveOutDuration / 10000000 + 1))
-      << "whole seconds, rounded up past the exact value";
-  const std::string probe = ovtest::Probe(Utf8(file->szWaveOutFile));
+            static_cast<REFERENCE_TIME>(loopback.data.size() * 10000000ull / 192000));
+  const std::string probe = ovtest::Probe(file->szWaveOutFile);
   EXPECT_EQ(probe.rfind("pcm_s16le,48000,2,", 0), 0u) << probe;
   EXPECT_NEAR(std::stod(probe.substr(probe.rfind(',') + 1)), Seconds(file->nWaveOutDuration), 1e-3);
 
-  ExpectHoldsExactly(wave, tone);
-  size_t first = 0, last = 0;
-  ASSERT_TRUE(ovtest::NonSilentSpan(wave, &first, &last));
-  EXPECT_NEAR(ovtest::Rms(wave, 0, first, last), 0.5 / std::sqrt(2.0), 0.005);
-  const double at1k = ovtest::Power(wave, 0, first, last, 1000);
-  EXPECT_NEAR(4 * at1k, 0.25, 0.01) << "amplitude 0.5 at 1 kHz";
-  EXPECT_GT(at1k, 1000 * ovtest::Power(wave, 0, first, last, 900));
-  EXPECT_GT(ovtest::Power(wave, 1, first, last, 1250),
-            1000 * ovtest::Power(wave, 1, first, last, 1000));
+  ExpectHoldsExactly(loopback, speaker);
+  ExpectHoldsExactly(microphone, voice);
 
   const std::string log = mark.Text();
   EXPECT_NE(log.find("Render Device:Null Output\n"), std::string::npos) << log;
+  EXPECT_NE(log.find("Capture Device:Monitor of Null Output\n"), std::string::npos) << log;
   EXPECT_EQ(log.find("Retry:"), std::string::npos);
   EXPECT_NE(log.find("Call:CAudioSource::~CAudioSource\n"), std::string::npos);
-}
-
-TEST_F(AudioCaptureTest, MicrophoneAndLoopbackRecordTheirOwnDevices) {
-  const ovtest::LogMark mark;
-  CScreenCapture* session = Record(Options(1, 1));
-  ASSERT_NE(session, nullptr);
-  ASSERT_NE(session->m_pAudioStream, nullptr);
-  EXPECT_EQ(session->m_pClock, static_cast<CRecoderProvidedClock*>(
-                                   session->m_pAudioStream->Source(AudioDevice_Render)))
-      << "the loopback source is the clock";
-  const Signal speaker = Signal::Tone(kNullSink, 1.5, 1000, 0.5);
-  const Signal voice = Signal::Tone(kNullSink, 1.0, 600, 0.25);
-  session->Start();
-  const pid_t p1 = Play(speaker, "nullsink");
-  const pid_t p2 = Play(voice, "micsink");
-  SleepMs(4000);
-  session->Destroy();
-  EXPECT_TRUE(ovtest::WaitForExit(p1, 5000));
-  EXPECT_TRUE(ovtest::WaitForExit(p2, 5000));
-
-  const CapturedFile* file = GetCapturedFile();
-  ASSERT_NE(file, nullptr);
-  const WaveContent loopback = ovtest::ReadWave(file->szWaveOutFile);
-  const WaveContent microphone = ovtest::ReadWave(file->szWaveInFile);
-  ASSERT_TRUE(loopback.opened);
-  ASSERT_TRUE(microphone.opened);
-  EXPECT_NE(std::wstring(file->szWaveInFile).find(L"/AudioCapture.wav"), std::wstring::npos);
-  ExpectHoldsExactly(loopback, speaker);
-  ExpectHoldsExactly(microphone, voice);
-  EXPECT_GT(file->nWaveInDuration, 0);
-  const std::string log = mark.Text();
-  EXPECT_NE(log.find("Capture Device:Monitor of Null Output\n"), std::string::npos) << log;
 }
 
 TEST_F(AudioCaptureTest, MicrophoneAloneIsTheClockAndStartsNoSilentPlayer) {
@@ -221,136 +184,88 @@ TEST_F(AudioCaptureTest, MicrophoneAloneIsTheClockAndStartsNoSilentPlayer) {
 
 // A server started a moment ago, as a user's is after log-in: nothing reads
 // its monitors, the null sink renders far ahead, and the recording starts
-// at once. Both files last as long as the recording, to the frame's
-// precision of the time line, whether anything plays or not.
-struct FreshCase {
-  const char* label;
-  ovtest::PulseServer::Kind kind;
-  bool tone;
-};
+// at once. Both files last as long as the recording, whether anything
+// plays or not.
+TEST_F(AudioCaptureTest, WaveFilesOfAFreshServerLastAsLongAsTheRecording) {
+  using Kind = ovtest::PulseServer::Kind;
+  for (const Kind kind : {Kind::PulseAudio, Kind::PipeWire}) {
+    for (const bool tone : {false, true}) {
+      SCOPED_TRACE(std::string(kind == Kind::PipeWire ? "PipeWire" : "PulseAudio") +
+                   (tone ? " with a tone" : " silent"));
+      ovtest::PulseServer server(kind);
+      if (!server.Running() && kind == Kind::PipeWire) {
+        std::printf("no PipeWire here: %s\n", server.Missing().c_str());
+        break;
+      }
+      ASSERT_TRUE(server.Running());
+      const ovtest::LogMark mark;
+      CScreenCapture* session = Record(Options(1, 1));
+      ASSERT_NE(session, nullptr);
+      const int64_t begin = ov::MonotonicTime100ns();
+      session->Start();
+      const pid_t player = tone ? Play(Signal::Tone(kNullSink, 2.0, 1000, 0.5), "nullsink") : -1;
+      SleepMs(3000);
+      const double recorded = Seconds(ov::MonotonicTime100ns() - begin);
+      session->Destroy();
+      if (player > 0) ovtest::Stop(player);
 
-class FreshServerTest : public AudioCaptureTest, public ::testing::WithParamInterface<FreshCase> {};
-
-TEST_P(FreshServerTest, WaveFilesLastAsLongAsTheRecording) {
-  const FreshCase& c = GetParam();
-  ovtest::PulseServer server(c.kind);
-  if (!server.Running() && c.kind == ovtest::PulseServer::Kind::PipeWire)
-    GTEST_SKIP() << "no PipeWire here: " << server.Missing();
-  ASSERT_TRUE(server.Running());
-  const ovtest::LogMark mark;
-  CScreenCapture* session = Record(Options(1, 1));
-  ASSERT_NE(session, nullptr);
-  const Signal tone = Signal::Tone(kNullSink, 2.0, 1000, 0.5);
-  const int64_t begin = ov::MonotonicTime100ns();
-  session->Start();
-  const pid_t player = c.tone ? Play(tone, "nullsink") : -1;
-  SleepMs(3000);
-  const double recorded = Seconds(ov::MonotonicTime100ns() - begin);
-  session->Destroy();
-  if (player > 0) {
-    EXPECT_TRUE(ovtest::WaitForExit(player, 5000));
+      const CapturedFile* file = GetCapturedFile();
+      ASSERT_NE(file, nullptr);
+      EXPECT_NEAR(Seconds(file->nWaveOutDuration), recorded, 0.03);
+      EXPECT_NEAR(Seconds(file->nWaveInDuration), recorded, 0.03);
+      const WaveContent loopback = ovtest::ReadWave(file->szWaveOutFile);
+      ASSERT_TRUE(loopback.opened);
+      EXPECT_EQ(file->nWaveOutDuration,
+                static_cast<REFERENCE_TIME>(loopback.data.size() * 10000000ull /
+                                            loopback.format.Format.nAvgBytesPerSec));
+      // The tone may outlast the recording; it is there, and nothing comes of silence.
+      size_t first = 0, last = 0;
+      EXPECT_EQ(ovtest::NonSilentSpan(loopback, &first, &last), tone) << first;
+      const std::string log = mark.Text();
+      EXPECT_NE(log.find("eRender timeline: silence="), std::string::npos) << log;
+      EXPECT_NE(log.find("Capture timeline: silence="), std::string::npos) << log;
+      FreeCapturedFile(1);
+    }
   }
-
-  const CapturedFile* file = GetCapturedFile();
-  ASSERT_NE(file, nullptr);
-  EXPECT_NEAR(Seconds(file->nWaveOutDuration), recorded, 0.03);
-  EXPECT_NEAR(Seconds(file->nWaveInDuration), recorded, 0.03);
-  const WaveContent loopback = ovtest::ReadWave(file->szWaveOutFile);
-  ASSERT_TRUE(loopback.opened);
-  EXPECT_EQ(file->nWaveOutDuration,
-            static_cast<REFERENCE_TIME>(loopback.data.size() * 10000000ull /
-                                        loopback.format.Format.nAvgBytesPerSec));
-  // A sink that idled plays a new stream late, so the tone may outlast the
-  // recording; it is there, and nothing comes of silence.
-  size_t first = 0, last = 0;
-  EXPECT_EQ(ovtest::NonSilentSpan(loopback, &first, &last), c.tone) << first;
-  const std::string log = mark.Text();
-  EXPECT_NE(log.find("eRender timeline: silence="), std::string::npos) << log;
-  EXPECT_NE(log.find("Capture timeline: silence="), std::string::npos) << log;
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Servers, FreshServerTest,
-    ::testing::Values(FreshCase{"PulseAudioSilent", ovtest::PulseServer::Kind::PulseAudio, false},
-                      FreshCase{"PulseAudioTone", ovtest::PulseServer::Kind::PulseAudio, true},
-                      FreshCase{"PipeWireSilent", ovtest::PulseServer::Kind::PipeWire, false},
-                      FreshCase{"PipeWireTone", ovtest::PulseServer::Kind::PipeWire, true}),
-    [](const auto& info) { return std::string(info.param.label); });
-
-// A sink of its own format: what the device gives is what the file holds.
-struct SinkCase {
-  const char* label;
-  RawFormat format;
-  const char* channelMap;  // as the sink lays its channels out
-  uint32_t mask;
-  bool isFloat;
-  std::vector<uint32_t> channelOf;  // file channel -> sink channel
-};
-
-class SinkFormatTest : public AudioCaptureTest, public ::testing::WithParamInterface<SinkCase> {};
-
-TEST_P(SinkFormatTest, RecordsInTheDevicesOwnFormat) {
-  const SinkCase& c = GetParam();
-  const std::string module =
-      Pactl(std::string("load-module module-null-sink sink_name=fmtsink format=") + c.format.name +
-            " rate=" + std::to_string(c.format.rate) +
-            " channels=" + std::to_string(c.format.channels) + " channel_map=" + c.channelMap);
+// A float 5.1 sink laid out in another order than wave files use: the file
+// holds the device's own format, the channels in mask order, each unchanged.
+TEST_F(AudioCaptureTest, RecordsInTheDevicesOwnFormat) {
+  constexpr RawFormat kFormat{"float32le", 44100, 6};
+  const char* map = "front-left,front-right,rear-left,rear-right,front-center,lfe";
+  const std::string module = Pactl(
+      "load-module module-null-sink sink_name=fmtsink format=float32le rate=44100 channels=6 "
+      "channel_map=" +
+      std::string(map));
   ASSERT_GT(std::atoi(module.c_str()), 0) << module;
   Pactl("set-default-sink fmtsink");
   CScreenCapture* session = Record(Options(1, 0));
-  const Signal tone = Signal::Tone(c.format, 1.0, 700, 0.4);
+  const Signal tone = Signal::Tone(kFormat, 1.0, 700, 0.4);
   if (session) {
     session->Start();
-    const pid_t player = Play(tone, "fmtsink", c.channelMap);
+    const pid_t player = Play(tone, "fmtsink", map);
     SleepMs(3500);
     session->Destroy();
-    EXPECT_TRUE(ovtest::WaitForExit(player, 5000));
+    ovtest::Stop(player);
   }
   Pactl("set-default-sink nullsink");
   Pactl("unload-module " + std::to_string(std::atoi(module.c_str())));
   ASSERT_NE(session, nullptr);
-
   const WaveContent wave = ovtest::ReadWave(GetCapturedFile()->szWaveOutFile);
-  ASSERT_TRUE(wave.opened);
-  const ovtest::FormatFields f = ovtest::Fields(wave.format);
-  EXPECT_EQ(f.tag, WAVE_FORMAT_EXTENSIBLE);
-  EXPECT_EQ(f.channels, c.format.channels);
-  EXPECT_EQ(f.rate, c.format.rate);
-  EXPECT_EQ(f.bits, 8 * c.format.SampleBytes());
-  EXPECT_EQ(f.mask, c.mask);
-  EXPECT_TRUE(IsEqualGUID(wave.format.SubFormat,
-                          c.isFloat ? KSDATAFORMAT_SUBTYPE_IEEE_FLOAT : KSDATAFORMAT_SUBTYPE_PCM));
-  ExpectHoldsExactly(wave, tone, c.channelOf);
+  ExpectFormat(wave, kFormat, 0x3F, true);
+  ExpectHoldsExactly(wave, tone, {0, 1, 4, 5, 2, 3});
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Sinks, SinkFormatTest,
-    ::testing::Values(
-        SinkCase{"FloatMono", {"float32le", 44100, 1}, "mono", 0x4, true, {}},
-        // Laid out in another order than wave files use: the file holds the
-        // channels in mask order, each one unchanged.
-        SinkCase{"Float51",
-                 {"float32le", 48000, 6},
-                 "front-left,front-right,rear-left,rear-right,front-center,lfe",
-                 0x3F,
-                 true,
-                 {0, 1, 4, 5, 2, 3}},
-        SinkCase{"S32Stereo", {"s32le", 96000, 2}, "front-left,front-right", 0x3, false, {}}),
-    [](const auto& info) { return std::string(info.param.label); });
-
 // Every frame of a counter signal names the instant it was played: a
-// recording paused and resumed must hold one long jump. Besides it there
-// may be only the time line's own small corrections; silence (a count of 0)
-// stands for what the server had not delivered.
+// recording paused and resumed must hold one long jump, besides the time
+// line's own small corrections; silence (a count of 0) stands for what the
+// server had not delivered.
 void ExpectOneJump(const WaveContent& wave, double minimumJumpSeconds) {
   ASSERT_TRUE(wave.opened);
   std::vector<uint32_t> counts;
-  for (size_t n = 0; n < wave.Frames(); ++n) {
-    uint16_t halves[2];
-    std::memcpy(halves, wave.Frame(n), 4);
-    uint32_t count = halves[0] | (static_cast<uint32_t>(halves[1]) << 16);
-    if (count != 0) counts.push_back(count);
-  }
+  for (size_t n = 0; n < wave.Frames(); ++n)
+    if (const uint32_t count = wave.CountAt(n)) counts.push_back(count);
   ASSERT_GT(counts.size(), 48000u);
   std::vector<int64_t> jumps;
   for (size_t i = 1; i < counts.size(); ++i) {
@@ -369,7 +284,9 @@ TEST_F(AudioCaptureTest, PausedStretchIsAbsentFromFilesAndClock) {
   const pid_t p2 = Play(counter, "micsink");
   SleepMs(500);
   session->Start();
-  SleepMs(1200);
+  // A sink that idled plays a new stream up to two seconds late: the pause
+  // comes after the counter is surely heard.
+  SleepMs(3000);
   session->Pause();
   SleepMs(100);  // the packet in hand when the flag fell is written still
   const uint64_t atPause = session->m_pClock->GetTime();
@@ -393,112 +310,49 @@ TEST_F(AudioCaptureTest, PausedStretchIsAbsentFromFilesAndClock) {
   const CapturedFile* file = GetCapturedFile();
   ExpectOneJump(ovtest::ReadWave(file->szWaveOutFile), 1.0);
   ExpectOneJump(ovtest::ReadWave(file->szWaveInFile), 1.0);
-  EXPECT_LT(Seconds(file->nWaveOutDuration), 3.0) << "the pause is not in the file";
+  EXPECT_LT(Seconds(file->nWaveOutDuration), 4.5) << "the pause is not in the file";
 }
 
 // A device unloaded during the recording ends its own source; the other one
 // and the session go on, and both files are finished.
-class VanishingDeviceTest : public AudioCaptureTest,
-                            public ::testing::WithParamInterface<AudioDeviceType> {};
+TEST_F(AudioCaptureTest, VanishingDeviceEndsOnlyItsOwnSource) {
+  for (const bool render : {true, false}) {
+    SCOPED_TRACE(render ? "output" : "microphone");
+    const std::string module = Pactl("load-module module-null-sink sink_name=gonesink rate=48000");
+    ASSERT_GT(std::atoi(module.c_str()), 0) << module;
+    Pactl(render ? "set-default-sink gonesink" : "set-default-source gonesink.monitor");
+    const ovtest::LogMark mark;
+    CScreenCapture* session = Record(Options(1, 1));
+    if (session) {
+      session->Start();
+      SleepMs(700);
+      Pactl("unload-module " + std::to_string(std::atoi(module.c_str())));
+      SleepMs(1300);
+      session->Destroy();
+    }
+    Pactl("set-default-sink nullsink");
+    Pactl("set-default-source micsink.monitor");
+    ASSERT_NE(session, nullptr);
 
-TEST_P(VanishingDeviceTest, EndsOnlyItsOwnSource) {
-  const AudioDeviceType gone = GetParam();
-  const std::string module = Pactl("load-module module-null-sink sink_name=gonesink rate=48000");
-  ASSERT_GT(std::atoi(module.c_str()), 0) << module;
-  Pactl(gone == AudioDevice_Render ? "set-default-sink gonesink"
-                                   : "set-default-source gonesink.monitor");
-  const ovtest::LogMark mark;
-  CScreenCapture* session = Record(Options(1, 1));
-  if (session) {
-    session->Start();
-    SleepMs(700);
-    Pactl("unload-module " + std::to_string(std::atoi(module.c_str())));
-    SleepMs(1300);
-    session->Destroy();
+    const std::string log = mark.Text();
+    EXPECT_NE(log.find("Failed(0x88890004) in "
+                       "m_pCaptureClient->GetNextPacketSize(&NumFramesInNextPacket), FILE:"),
+              std::string::npos)
+        << log;
+    const CapturedFile* file = GetCapturedFile();
+    const REFERENCE_TIME lost = render ? file->nWaveOutDuration : file->nWaveInDuration;
+    const REFERENCE_TIME kept = render ? file->nWaveInDuration : file->nWaveOutDuration;
+    // The lost one ends where its device went, the other at the stop.
+    EXPECT_LT(Seconds(lost), Seconds(kept) - 1.0);
+    EXPECT_GT(Seconds(kept), 1.5) << "the other source went on";
+    for (const wchar_t* path : {file->szWaveOutFile, file->szWaveInFile}) {
+      const std::string probe = ovtest::Probe(path);
+      EXPECT_EQ(probe.rfind("pcm_s16le,48000,2,", 0), 0u) << probe;
+    }
+    EXPECT_EQ(ovtest::ReadWave(file->szWaveOutFile).data.size() * 10000000ull / 192000,
+              static_cast<uint64_t>(file->nWaveOutDuration));
+    FreeCapturedFile(1);
   }
-  Pactl("set-default-sink nullsink");
-  Pactl("set-default-source micsink.monitor");
-  ASSERT_NE(session, nullptr);
-
-  const std::string log = mark.Text();
-  EXPECT_NE(log.find("Failed(0x88890004) in "
-                     "m_pCaptureClient->GetNextPacketSize(&NumFramesInNextPacket), FILE:"),
-            std::string::npos)
-      << log;
-  const CapturedFile* file = GetCapturedFile();
-  const REFERENCE_TIME lost =
-      gone == AudioDevice_Render ? file->nWaveOutDuration : file->nWaveInDuration;
-  const REFERENCE_TIME kept =
-      gone == AudioDevice_Render ? file->nWaveInDuration : file->nWaveOutDuration;
-  // The lost one ends where its device went, the other at the stop.
-  EXPECT_LT(Seconds(lost), Seconds(kept) - 1.0);
-  EXPECT_GT(Seconds(kept), 1.5) << "the other source went on";
-  for (const wchar_t* path : {file->szWaveOutFile, file->szWaveInFile}) {
-    const std::string probe = ovtest::Probe(Utf8(path));
-    EXPECT_EQ(probe.rfind("pcm_s16le,48000,2,", 0), 0u) << probe;
-  }
-  EXPECT_EQ(ovtest::ReadWave(file->szWaveOutFile).data.size() * 10000000ull / 192000,
-            static_cast<uint64_t>(file->nWaveOutDuration));
-}
-
-INSTANTIATE_TEST_SUITE_P(Devices, VanishingDeviceTest,
-                         ::testing::Values(AudioDevice_Render, AudioDevice_Capture),
-                         [](const auto& info) {
-                           return std::string(info.param == AudioDevice_Render ? "Output"
-                                                                               : "Microphone");
-                         });
-
-}  // namespace
-
-namespace {
-
-// Stands for the audio-only recorder: counts what the sources report.
-struct PacketCounter : CWriterStatistics, CAudioSourceCallback {
-  std::atomic<int64_t> samples{0};
-  std::atomic<int64_t> frames[2] = {0, 0};
-  std::atomic<int> formatMismatches{0};
-  std::atomic<const WAVEFORMATEXTENSIBLE*> formats[2] = {nullptr, nullptr};
-  void AddBytes(int64_t count) override { samples += count; }
-  void AddFrame() override {}
-  void OnAudioPacket(AudioDeviceType type, const WAVEFORMATEXTENSIBLE* pFormat, const BYTE*,
-                     uint32_t nFrames) override {
-    if (pFormat != formats[type]) ++formatMismatches;
-    frames[type] += nFrames;
-  }
-};
-
-TEST_F(AudioCaptureTest, StreamReportsEveryPacketItWritesAndStopWritesDurations) {
-  const std::wstring folder = m_folder.WidePath();
-  g_Recording = new CapturedFile{};
-  std::swprintf(g_Recording->szWaveOutFile, OV_MAX_PATH, L"%ls/Speaker.wav", folder.c_str());
-  std::swprintf(g_Recording->szWaveInFile, OV_MAX_PATH, L"%ls/AudioCapture.wav", folder.c_str());
-  g_bAudioEnabled[0] = g_bAudioEnabled[1] = 1;
-  ov::SetRecording(0);
-  g_bRunning.exchange(1);
-
-  PacketCounter counter;
-  auto stream = std::make_unique<CAudioStream>();
-  ASSERT_EQ(stream->Initialize(&counter, &counter), S_OK);
-  for (int i = 0; i < 2; ++i) counter.formats[i] = &stream->Source(i)->Format();
-  ov::SetRecording(1);
-  SleepMs(800);
-  ov::SetRecording(0);
-  g_bRunning.exchange(0);
-  stream->Stop();
-  const int64_t written[2] = {stream->Source(0)->BytesWritten(), stream->Source(1)->BytesWritten()};
-  stream.reset();
-
-  EXPECT_EQ(counter.formatMismatches.load(), 0) << "each packet comes with its source's format";
-  for (int i = 0; i < 2; ++i) {
-    EXPECT_GT(counter.frames[i].load(), 0);
-    EXPECT_EQ(counter.frames[i].load() * 4, written[i]);
-  }
-  EXPECT_EQ(counter.samples.load(), 2 * (counter.frames[0].load() + counter.frames[1].load()))
-      << "statistics count samples, not bytes";
-  EXPECT_EQ(g_Recording->nWaveOutDuration, written[0] * 10000000 / 192000);
-  EXPECT_EQ(g_Recording->nWaveInDuration, written[1] * 10000000 / 192000);
-  EXPECT_EQ(ovtest::ReadWave(g_Recording->szWaveInFile).data.size(),
-            static_cast<size_t>(written[1]));
 }
 
 TEST_F(AudioCaptureTest, MicrophoneFailureFailsTheWholeStart) {
@@ -507,23 +361,18 @@ TEST_F(AudioCaptureTest, MicrophoneFailureFailsTheWholeStart) {
   const ovtest::LogMark mark;
   Options o(1, 1);
   HRESULT hr = S_OK;
-  CScreenRecoderObject* recorder =
-      ovVideoRecord(0, m_folder.WidePath().c_str(), &o.video, o.audio, &o.mouse, 0, &hr);
-  EXPECT_EQ(recorder, nullptr);
+  EXPECT_EQ(ovVideoRecord(0, m_folder.WidePath().c_str(), &o.video, o.audio, &o.mouse, 0, &hr),
+            nullptr);
   EXPECT_EQ(hr, E_FAIL);
   EXPECT_FALSE(g_bRunning.load());
   const std::string log = mark.Text();
-  const char* expected[] = {"Failed(21) to create file:",
-                            "Failed(0x80004005) to Initialize recorder, delete...\n"};
-  size_t at = 0;
-  for (const char* line : expected) {
-    size_t found = log.find(line, at);
-    ASSERT_NE(found, std::string::npos) << "missing or out of order: " << line << "\n" << log;
-    at = found;
-  }
+  const size_t created = log.find("Failed(21) to create file:");
+  ASSERT_NE(created, std::string::npos) << log;
+  EXPECT_NE(log.find("Failed(0x80004005) to Initialize recorder, delete...\n", created),
+            std::string::npos)
+      << log;
   // The loopback source had started: it was stopped and its file finished.
-  const WaveContent loopback = ovtest::ReadWave(GetCapturedFile()->szWaveOutFile);
-  EXPECT_TRUE(loopback.opened);
+  EXPECT_TRUE(ovtest::ReadWave(GetCapturedFile()->szWaveOutFile).opened);
 }
 
 }  // namespace

@@ -22,15 +22,6 @@ constexpr uint32_t kRate = 8000;
 constexpr int64_t kUnits = 10000000;
 constexpr int64_t kMs = 10000;
 
-WAVEFORMATEXTENSIBLE StereoS16() {
-  WAVEFORMATEXTENSIBLE f{};
-  f.Format = {WAVE_FORMAT_EXTENSIBLE, 2, kRate, kRate * 4, 4, 16, 22};
-  f.Samples.wValidBitsPerSample = 16;
-  f.dwChannelMask = 3;
-  f.SubFormat = KSDATAFORMAT_SUBTYPE_PCM;
-  return f;
-}
-
 // A device that makes `speed` times the nominal rate of frames per second
 // of the system clock, starting at firstHeard. Frame i is a counter of i + 1
 // (low half on the left, high half on the right) and is heard at
@@ -51,7 +42,7 @@ class SimulatedDevice final : public ov::AudioClient, public ov::AudioClock {
   int64_t HeardAt(int64_t frame) const { return HeardAt(m_speed, m_firstHeard, frame); }
 
   HRESULT GetMixFormat(WAVEFORMATEXTENSIBLE* format) override {
-    *format = StereoS16();
+    *format = ovtest::StereoS16(kRate);
     return S_OK;
   }
   HRESULT IsFormatSupported(const WAVEFORMATEXTENSIBLE&, WAVEFORMATEXTENSIBLE*,
@@ -172,9 +163,7 @@ TEST_P(DeviceClockTest, WaveFileKeepsTheRecordingsTimeForTenMinutes) {
   double worst = 0;
   size_t silent = 0;
   for (size_t k = 0; k < wave.Frames(); ++k) {
-    uint16_t halves[2];
-    std::memcpy(halves, wave.Frame(k), 4);
-    const uint32_t count = halves[0] | (uint32_t{halves[1]} << 16);
+    const uint32_t count = wave.CountAt(k);
     if (count == 0) {
       ++silent;
       continue;

@@ -1,14 +1,10 @@
 #include "AudioTools.h"
 
-#include <signal.h>
-#include <sys/wait.h>
-
-#include <chrono>
 #include <cmath>
 #include <cstring>
-#include <thread>
 
 #include "audio/WaveReader.h"
+#include "platform/Text.h"
 #include "support/Servers.h"
 #include "support/TestEnv.h"
 
@@ -24,9 +20,6 @@ void Signal::Set(size_t frame, uint32_t channel, double value) {
   if (std::strcmp(m_format.name, "s16le") == 0) {
     int16_t v = static_cast<int16_t>(std::lround(value * 32767.0));
     std::memcpy(at, &v, 2);
-  } else if (std::strcmp(m_format.name, "s32le") == 0) {
-    int32_t v = static_cast<int32_t>(std::llround(value * 2147483647.0));
-    std::memcpy(at, &v, 4);
   } else {
     float v = static_cast<float>(value);
     std::memcpy(at, &v, 4);
@@ -81,52 +74,23 @@ pid_t Play(const Signal& signal, const std::string& sink, const std::string& fol
   return Spawn(args);
 }
 
-bool WaitForExit(pid_t pid, int timeoutMs) {
-  auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
-  while (std::chrono::steady_clock::now() < end) {
-    if (waitpid(pid, nullptr, WNOHANG) == pid) return true;
-    std::this_thread::sleep_for(std::chrono::milliseconds(20));
-  }
-  kill(pid, SIGKILL);
-  waitpid(pid, nullptr, 0);
-  return false;
-}
-
-FormatFields Fields(const WAVEFORMATEXTENSIBLE& format) {
-  const WAVEFORMATEX& f = format.Format;
-  const bool extensible = f.wFormatTag == WAVE_FORMAT_EXTENSIBLE;
-  return {f.wFormatTag,
-          f.nChannels,
-          f.nSamplesPerSec,
-          f.nAvgBytesPerSec,
-          f.nBlockAlign,
-          f.wBitsPerSample,
-          extensible ? format.Samples.wValidBitsPerSample : f.wBitsPerSample,
-          extensible ? format.dwChannelMask : 0u,
-          extensible ? IsEqualGUID(format.SubFormat, KSDATAFORMAT_SUBTYPE_IEEE_FLOAT)
-                     : f.wFormatTag == WAVE_FORMAT_IEEE_FLOAT};
+WAVEFORMATEXTENSIBLE StereoS16(uint32_t rate) {
+  WAVEFORMATEXTENSIBLE f{};
+  f.Format = {WAVE_FORMAT_EXTENSIBLE, 2, rate, rate * 4, 4, 16, 22};
+  f.Samples.wValidBitsPerSample = 16;
+  f.dwChannelMask = 3;
+  f.SubFormat = KSDATAFORMAT_SUBTYPE_PCM;
+  return f;
 }
 
 size_t WaveContent::Frames() const {
   return format.Format.nBlockAlign ? data.size() / format.Format.nBlockAlign : 0;
 }
 
-double WaveContent::Sample(size_t frame, uint32_t channel) const {
-  const uint32_t bytes = format.Format.wBitsPerSample / 8;
-  const uint8_t* at = Frame(frame) + channel * bytes;
-  if (Fields(format).isFloat) {
-    float v;
-    std::memcpy(&v, at, 4);
-    return v;
-  }
-  if (bytes == 2) {
-    int16_t v;
-    std::memcpy(&v, at, 2);
-    return v / 32768.0;
-  }
-  int32_t v;
-  std::memcpy(&v, at, 4);
-  return v / 2147483648.0;
+uint32_t WaveContent::CountAt(size_t frame) const {
+  uint16_t halves[2];
+  std::memcpy(halves, Frame(frame), 4);
+  return halves[0] | (uint32_t{halves[1]} << 16);
 }
 
 WaveContent ReadWave(const std::wstring& path) {
@@ -165,31 +129,11 @@ bool NonSilentSpan(const WaveContent& wave, size_t* first, size_t* last) {
   return true;
 }
 
-double Rms(const WaveContent& wave, uint32_t channel, size_t from, size_t to) {
-  double sum = 0;
-  for (size_t f = from; f < to; ++f) sum += wave.Sample(f, channel) * wave.Sample(f, channel);
-  return to > from ? std::sqrt(sum / static_cast<double>(to - from)) : 0.0;
-}
-
-double Power(const WaveContent& wave, uint32_t channel, size_t from, size_t to, double frequency) {
-  // Goertzel: the squared magnitude of one DFT bin, normalised by length.
-  const double w = 2 * M_PI * frequency / wave.format.Format.nSamplesPerSec;
-  const double k = 2 * std::cos(w);
-  double s1 = 0, s2 = 0;
-  for (size_t f = from; f < to; ++f) {
-    double s0 = wave.Sample(f, channel) + k * s1 - s2;
-    s2 = s1;
-    s1 = s0;
-  }
-  const double n = static_cast<double>(to - from);
-  return (s1 * s1 + s2 * s2 - k * s1 * s2) / (n * n);
-}
-
-std::string Probe(const std::string& path) {
+std::string Probe(const std::wstring& path) {
   std::string out = RunCapture(
       "ffprobe -v error -show_entries stream=codec_name,sample_rate,channels,duration -of csv=p=0 "
       "'" +
-      path + "' 2>&1");
+      ov::ToUtf8(path) + "' 2>&1");
   while (!out.empty() && (out.back() == '\n' || out.back() == '\r')) out.pop_back();
   return out;
 }

@@ -14,7 +14,7 @@ namespace ovtest {
 
 // A raw sample format as pacat and the null sink name it.
 struct RawFormat {
-  const char* name;  // "s16le", "float32le", "s32le"
+  const char* name;  // "s16le" or "float32le"
   uint32_t rate;
   uint32_t channels;
   uint32_t SampleBytes() const;
@@ -28,8 +28,8 @@ class Signal {
   void Set(size_t frame, uint32_t channel, double value);
   // Channel c carries a sine of frequency f * (1 + c / 4), never exactly 0.
   static Signal Tone(RawFormat format, double seconds, double frequency, double amplitude);
-  // A 32-bit frame counter starting at 1, low half on channel 0 and high
-  // half on channel 1 (s16le stereo): every frame tells when it was played.
+  // A 32-bit frame counter starting at 1 (s16le stereo, see CountAt): every
+  // frame tells when it was played.
   static Signal Counter(RawFormat format, double seconds);
   const std::vector<uint8_t>& Bytes() const { return m_bytes; }
   RawFormat Format() const { return m_format; }
@@ -40,21 +40,13 @@ class Signal {
   std::vector<uint8_t> m_bytes;
 };
 
-// Plays the signal, after 200 ms of silence, into a sink with pacat;
-// returns its pid. channelMap as
-// pactl writes it; empty for the default of the channel count.
+// Plays the signal, after 200 ms of silence, into a sink with pacat; returns
+// its pid. channelMap as pactl writes it; empty for the channel count's default.
 pid_t Play(const Signal& signal, const std::string& sink, const std::string& folder,
            const std::string& channelMap = "");
-// Waits for a child to end; false (and the child killed) after timeoutMs.
-bool WaitForExit(pid_t pid, int timeoutMs);
 
-// The fields of a packed format record, as plain values that test macros
-// can take by reference.
-struct FormatFields {
-  uint32_t tag, channels, rate, avgBytes, blockAlign, bits, validBits, mask;
-  bool isFloat;
-};
-FormatFields Fields(const WAVEFORMATEXTENSIBLE& format);
+// 16-bit stereo PCM, extensible.
+WAVEFORMATEXTENSIBLE StereoS16(uint32_t rate);
 
 // A wave temp file read back with the engine's reader.
 struct WaveContent {
@@ -62,22 +54,18 @@ struct WaveContent {
   WAVEFORMATEXTENSIBLE format{};
   std::vector<uint8_t> data;
   size_t Frames() const;
-  // Normalised sample of frame f, channel c, for PCM 16/32 and float 32.
-  double Sample(size_t frame, uint32_t channel) const;
   const uint8_t* Frame(size_t frame) const {
     return data.data() + frame * format.Format.nBlockAlign;
   }
+  // The counter of a Counter signal: low half on the left, high on the right.
+  uint32_t CountAt(size_t frame) const;
 };
 WaveContent ReadWave(const std::wstring& path);
 
 // The frames in which any channel is not zero: [first, last].
 bool NonSilentSpan(const WaveContent& wave, size_t* first, size_t* last);
-// Root mean square of one channel over frames [from, to).
-double Rms(const WaveContent& wave, uint32_t channel, size_t from, size_t to);
-// Relative power of one frequency in one channel over frames [from, to).
-double Power(const WaveContent& wave, uint32_t channel, size_t from, size_t to, double frequency);
 
 // "codec_name,sample_rate,channels,duration" as ffprobe sees the file.
-std::string Probe(const std::string& path);
+std::string Probe(const std::wstring& path);
 
 }  // namespace ovtest

@@ -1,5 +1,5 @@
 // Wave temp files written and read back by the engine's own pair, and
-// checked against what ffprobe makes of them.
+// checked against what ffprobe and ffmpeg make of them.
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/wait.h>
@@ -8,27 +8,17 @@
 #include <algorithm>
 #include <cstring>
 #include <filesystem>
-#include <memory>
 #include <string>
 
 #include "AudioTools.h"
 #include "audio/WaveEncoder.h"
-#include "audio/WaveFormat.h"
 #include "audio/WaveReader.h"
 #include "support/Engine.h"
 
 namespace {
 
 constexpr uint32_t kBuffer = CWaveEncoder::kBufferSize;
-
-WAVEFORMATEXTENSIBLE StereoS16(uint32_t rate = 48000) {
-  WAVEFORMATEXTENSIBLE f{};
-  f.Format = {WAVE_FORMAT_EXTENSIBLE, 2, rate, rate * 4, 4, 16, 22};
-  f.Samples.wValidBitsPerSample = 16;
-  f.dwChannelMask = 3;
-  f.SubFormat = KSDATAFORMAT_SUBTYPE_PCM;
-  return f;
-}
+constexpr uint32_t kHeader = 68;
 
 // Bytes whose value tells their offset, so that a misplaced block shows.
 std::vector<uint8_t> Pattern(size_t size) {
@@ -53,70 +43,37 @@ class WaveFileTest : public ::testing::Test {
   ovtest::ScratchFolder m_folder{"ovwave"};
 };
 
-TEST_F(WaveFileTest, RecordingWithoutSamplesIsAHeaderOnlyFile) {
-  WAVEFORMATEXTENSIBLE plain = StereoS16();
-  plain.Format.wFormatTag = WAVE_FORMAT_PCM;
-  plain.Format.cbSize = 0;
-  {
-    CWaveEncoder encoder;
-    ASSERT_EQ(encoder.Initialize(WideOf("empty.wav").c_str(), &plain), S_OK);
-  }
-  const std::string file = ovtest::ReadFile(PathOf("empty.wav"));
-  ASSERT_EQ(file.size(), 68u);
-  EXPECT_EQ(file.substr(0, 4), "RIFF");
-  EXPECT_EQ(U32At(file, 4), 60u);
-  EXPECT_EQ(file.substr(8, 8), "WAVEfmt ");
-  EXPECT_EQ(U32At(file, 16), 40u);
-  EXPECT_EQ(std::memcmp(file.data() + 20, &plain, 18), 0);
-  EXPECT_EQ(file.substr(38, 22), std::string(22, '\0')) << "a plain tag has zeros behind cbSize";
-  EXPECT_EQ(file.substr(60, 4), "data");
-  EXPECT_EQ(U32At(file, 64), 0u);
-
-  CWaveReader reader;
-  ASSERT_EQ(reader.Open(WideOf("empty.wav").c_str()), S_OK);
-  EXPECT_EQ(reader.Duration(), 0);
-  uint8_t byte;
-  EXPECT_EQ(reader.Read(&byte, 1), 0u);
-  EXPECT_TRUE(reader.IsEndOfFile());
-}
-
 TEST_F(WaveFileTest, SamplesReachTheDiskEveryTenthOfASecondAndReadBackExactly) {
-  const WAVEFORMATEXTENSIBLE format = StereoS16();
+  const WAVEFORMATEXTENSIBLE format = ovtest::StereoS16(48000);
   const std::string path = PathOf("pattern.wav");
   const std::vector<uint8_t> data = Pattern(3 * kBuffer + 1000);
   {
     CWaveEncoder encoder;
     ASSERT_EQ(encoder.Initialize(WideOf("pattern.wav").c_str(), &format), S_OK);
     const uint32_t tenth = format.Format.nAvgBytesPerSec / 10;
-    EXPECT_EQ(encoder.FlushBytes(), tenth);
     // Device packets of 10 ms, then odd blocks, one longer than the buffer:
     // what waits in memory never reaches a tenth of a second.
     size_t at = 0;
-    for (uint32_t block : {1920u, 1920u, 1920u, 4000u, 1021u * 4, kBuffer + 332u, 77776u}) {
+    for (uint32_t block : {1920u, 4000u, 1021u * 4, kBuffer + 332u, 77776u}) {
       for (int i = 0; i < 40 && at + block <= data.size(); ++i) {
         ASSERT_EQ(encoder.Write(data.data() + at, block), S_OK);
         at += block;
-        ASSERT_LT(at + 68 - SizeOf(path), tenth + block) << "after " << at << " bytes";
-        ASSERT_EQ((SizeOf(path) - 68) % 4, 0u) << "only whole sample frames on the disk";
+        ASSERT_LT(at + kHeader - SizeOf(path), tenth + block) << "after " << at << " bytes";
+        ASSERT_EQ((SizeOf(path) - kHeader) % 4, 0u) << "only whole sample frames on the disk";
       }
     }
     encoder.Write(data.data() + at, static_cast<uint32_t>(data.size() - at));
-    EXPECT_EQ(encoder.BytesWritten(), static_cast<int64_t>(data.size()));
   }
-  EXPECT_EQ(SizeOf(path), data.size() + 68);
-  const std::string header = ovtest::ReadFile(path).substr(0, 68);
+  const std::string header = ovtest::ReadFile(path).substr(0, kHeader);
   EXPECT_EQ(U32At(header, 64), data.size());
   EXPECT_EQ(U32At(header, 4), data.size() + 60);
-  const double seconds = static_cast<double>(data.size()) / format.Format.nAvgBytesPerSec;
-  const std::string probe = ovtest::Probe(path);
+  const std::string probe = ovtest::Probe(WideOf("pattern.wav"));
   EXPECT_EQ(probe.rfind("pcm_s16le,48000,2,", 0), 0u) << probe;
-  EXPECT_NEAR(std::stod(probe.substr(probe.rfind(',') + 1)), seconds, 1e-3);
+  EXPECT_NEAR(std::stod(probe.substr(probe.rfind(',') + 1)), data.size() / 192000.0, 1e-3);
 
   CWaveReader reader;
   ASSERT_EQ(reader.Open(WideOf("pattern.wav").c_str()), S_OK);
-  EXPECT_EQ(reader.DataLength(), static_cast<int64_t>(data.size()));
-  EXPECT_EQ(reader.Duration(),
-            static_cast<REFERENCE_TIME>(data.size() * 10000000ull / format.Format.nAvgBytesPerSec));
+  EXPECT_EQ(reader.Duration(), static_cast<REFERENCE_TIME>(data.size() * 10000000ull / 192000));
   std::vector<uint8_t> back(data.size());
   size_t got = 0;
   while (uint32_t n = reader.Read(back.data() + got, 100000)) got += n;
@@ -124,26 +81,20 @@ TEST_F(WaveFileTest, SamplesReachTheDiskEveryTenthOfASecondAndReadBackExactly) {
   EXPECT_TRUE(back == data);
   EXPECT_TRUE(reader.IsEndOfFile());
 
-  // Into the middle of frame 1000: back to its start.
+  // Into the middle of frame 1000: back to its start, and the end cleared.
   EXPECT_NE(reader.Seek(1000 * 10000000ll / 48000 + 100), 0);
-  EXPECT_FALSE(reader.IsEndOfFile()) << "a seek back clears the end";
-  EXPECT_EQ(reader.Position(), 4000);
+  EXPECT_FALSE(reader.IsEndOfFile());
   uint8_t frame[4];
   ASSERT_EQ(reader.Read(frame, 4), 4u);
   EXPECT_EQ(std::memcmp(frame, data.data() + 4000, 4), 0);
-
-  // The first instant whose byte position is the data length.
-  const REFERENCE_TIME end =
-      (static_cast<REFERENCE_TIME>(data.size()) * 10000000 + 191999) / 192000;
-  EXPECT_EQ(reader.Seek(end), 0) << "the exact end lies outside the data";
-  EXPECT_TRUE(reader.IsEndOfFile());
-  EXPECT_EQ(reader.Position(), reader.DataLength());
+  // The first instant whose byte position is the data length lies outside.
+  EXPECT_EQ(reader.Seek((static_cast<REFERENCE_TIME>(data.size()) * 10000000 + 191999) / 192000),
+            0);
   EXPECT_EQ(reader.Read(frame, 4), 0u);
 }
 
 TEST_F(WaveFileTest, WriterKilledBeforeItsFinishLosesAtMostATenthOfASecond) {
-  const WAVEFORMATEXTENSIBLE format = StereoS16();
-  const uint32_t tenth = format.Format.nAvgBytesPerSec / 10;
+  const WAVEFORMATEXTENSIBLE format = ovtest::StereoS16(48000);
   const uint32_t packet = 1920;  // 10 ms
   const std::vector<uint8_t> data = Pattern(packet * 500);
   struct Case {
@@ -166,82 +117,38 @@ TEST_F(WaveFileTest, WriterKilledBeforeItsFinishLosesAtMostATenthOfASecond) {
     waitpid(child, &status, 0);
     ASSERT_TRUE(WIFSIGNALED(status));
 
-    ovtest::WaveContent wave = ovtest::ReadWave(path);
+    const ovtest::WaveContent wave = ovtest::ReadWave(path);
     ASSERT_TRUE(wave.opened);
     EXPECT_EQ(std::memcmp(&wave.format, &format, sizeof format), 0);
     const size_t written = static_cast<size_t>(c.packets) * packet;
     ASSERT_LE(wave.data.size(), written);
-    EXPECT_LT(written - wave.data.size(), tenth) << "lost more than a tenth of a second";
+    EXPECT_LT(written - wave.data.size(), 19200u) << "lost more than a tenth of a second";
     EXPECT_EQ(wave.data.size() % packet, 0u) << "the file ends between two packets";
     EXPECT_TRUE(std::equal(wave.data.begin(), wave.data.end(), data.begin()));
-    const size_t readable = wave.data.size();
-    const std::string header = ovtest::ReadFile(PathOf(c.name)).substr(0, 68);
+    const std::string header = ovtest::ReadFile(PathOf(c.name)).substr(0, kHeader);
     EXPECT_EQ(U32At(header, 64), 0xFFFFFFFFu) << "an unfinished file says its length is unknown";
     // Other readers take the unknown length as "to the end of the file".
-    if (readable > 0) {
-      const std::string decoded =
-          ovtest::RunCapture("ffmpeg -v error -i '" + PathOf(c.name) + "' -f s16le - 2>/dev/null");
-      EXPECT_EQ(decoded.size(), readable);
-      EXPECT_EQ(
-          std::memcmp(decoded.data(), data.data(), std::min<size_t>(decoded.size(), readable)), 0);
-    }
+    const std::string decoded =
+        ovtest::RunCapture("ffmpeg -v error -i '" + PathOf(c.name) + "' -f s16le - 2>/dev/null");
+    EXPECT_EQ(decoded.size(), wave.data.size());
+    EXPECT_EQ(std::memcmp(decoded.data(), data.data(), std::min(decoded.size(), data.size())), 0);
   }
 }
 
 TEST_F(WaveFileTest, LengthsPast4GiBComeFromTheFileSize) {
-  const WAVEFORMATEXTENSIBLE format = StereoS16();
-  const ov::WaveHeader capped = ov::MakeWaveHeader(format, 5ull << 30);
-  const uint32_t dataSize = capped.dataSize, riffSize = capped.riffSize;
-  EXPECT_EQ(dataSize, 0xFFFFFFFFu);
-  EXPECT_EQ(riffSize, 0xFFFFFFFFu);
+  const WAVEFORMATEXTENSIBLE format = ovtest::StereoS16(48000);
   {
     CWaveEncoder encoder;
     ASSERT_EQ(encoder.Initialize(WideOf("big.wav").c_str(), &format), S_OK);
     encoder.Write(Pattern(64).data(), 64);
   }
   const uint64_t data = (5ull << 30) + 4;
-  std::filesystem::resize_file(PathOf("big.wav"), data + 68);  // sparse
+  std::filesystem::resize_file(PathOf("big.wav"), data + kHeader);  // sparse
   CWaveReader reader;
   ASSERT_EQ(reader.Open(WideOf("big.wav").c_str()), S_OK);
   EXPECT_EQ(reader.DataLength(), static_cast<int64_t>(data));
-  EXPECT_EQ(reader.Duration(), static_cast<REFERENCE_TIME>(data * 10000000ull / 192000));
   EXPECT_NE(reader.Seek(27000ll * 10000000), 0);
   EXPECT_EQ(reader.Position(), 27000ll * 192000) << "a position past 4 GiB";
-}
-
-TEST_F(WaveFileTest, FilesThatCannotBeMadeOrReadAreRefusedWithTheirLogLine) {
-  const WAVEFORMATEXTENSIBLE format = StereoS16();
-  ovtest::LogMark mark;
-  const std::wstring missingFolder = WideOf("no/such/folder.wav");
-  {
-    CWaveEncoder encoder;
-    EXPECT_EQ(encoder.Initialize(missingFolder.c_str(), &format), E_FAIL);
-    encoder.Write(Pattern(16).data(), 16);
-  }
-  std::string log = mark.Text();
-  EXPECT_NE(log.find("Failed(2) to create file:" + PathOf("no/such/folder.wav") + "\n"),
-            std::string::npos)
-      << log;
-
-  const std::wstring longPath(300, L'x');
-  CWaveEncoder longName;
-  longName.Initialize(longPath.c_str(), &format);
-  EXPECT_EQ(std::wcslen(longName.Path()), 259u);
-
-  ovtest::WriteFile(PathOf("short.wav"), "RIFF");
-  std::string other = ovtest::ReadFile(PathOf("short.wav")) + std::string(80, 'x');
-  ovtest::WriteFile(PathOf("other.wav"), other);
-  mark = ovtest::LogMark();
-  CWaveReader reader;
-  EXPECT_EQ(reader.Open(WideOf("absent.wav").c_str()), E_FAIL);
-  EXPECT_EQ(reader.Open(WideOf("short.wav").c_str()), E_FAIL);
-  EXPECT_EQ(reader.Open(WideOf("other.wav").c_str()), E_FAIL);
-  uint8_t byte;
-  EXPECT_EQ(reader.Read(&byte, 1), 0u);
-  log = mark.Text();
-  EXPECT_NE(log.find("Failed(2) to create file:" + PathOf("absent.wav") + "\n"), std::string::npos);
-  EXPECT_NE(log.find("to read file:" + PathOf("short.wav") + "\n"), std::string::npos);
-  EXPECT_NE(log.find("Error format:" + PathOf("other.wav") + "\n"), std::string::npos) << log;
 }
 
 }  // namespace

@@ -4,10 +4,11 @@
 
 #include <cmath>
 #include <cstdlib>
-#include <fstream>
 
+#include "audio/WaveEncoder.h"
 #include "audio/convert/ConvertFunctions.h"
 #include "core/Log.h"
+#include "platform/Text.h"
 #include "support/TestEnv.h"
 
 namespace audiotest {
@@ -64,90 +65,11 @@ class LogEnvironment : public ::testing::Environment {
 
 void WriteWaveTempFile(const std::string& path, const WAVEFORMATEXTENSIBLE& format,
                        const std::vector<uint8_t>& samples) {
-  uint8_t header[68] = {};
-  auto put32 = [&](int at, uint32_t v) { std::memcpy(header + at, &v, 4); };
-  std::memcpy(header, "RIFF", 4);
-  put32(4, static_cast<uint32_t>(samples.size() + 60));
-  std::memcpy(header + 8, "WAVE", 4);
-  std::memcpy(header + 12, "fmt ", 4);
-  put32(16, 40);
-  std::memcpy(header + 20, &format, 40);
-  if (format.Format.wFormatTag != WAVE_FORMAT_EXTENSIBLE) std::memset(header + 38, 0, 22);
-  std::memcpy(header + 60, "data", 4);
-  put32(64, static_cast<uint32_t>(samples.size()));
-  std::ofstream out(path, std::ios::binary | std::ios::trunc);
-  out.write(reinterpret_cast<const char*>(header), sizeof header);
-  out.write(reinterpret_cast<const char*>(samples.data()),
-            static_cast<std::streamsize>(samples.size()));
-}
-
-std::vector<float> Sine(double f, double a, uint32_t rate, size_t n) {
-  std::vector<float> x(n);
-  for (size_t i = 0; i < n; ++i)
-    x[i] = static_cast<float>(a * std::sin(2 * M_PI * f * static_cast<double>(i) / rate));
-  return x;
-}
-
-ToneMeasure MeasureTone(const std::vector<float>& x, uint32_t rate) {
-  const size_t begin = x.size() / 10;
-  const size_t end = x.size() - x.size() / 10;
-  // Rising zero crossings, placed between samples by linear interpolation.
-  double first = -1, last = -1;
-  int cycles = -1;
-  for (size_t i = begin; i + 1 < end; ++i) {
-    if (x[i] < 0 && x[i + 1] >= 0) {
-      const double t = static_cast<double>(i) + x[i] / (x[i] - x[i + 1]);
-      if (first < 0) first = t;
-      last = t;
-      ++cycles;
-    }
+  CWaveEncoder writer;
+  ASSERT_EQ(writer.Initialize(ov::FromUtf8(path).c_str(), &format), S_OK);
+  if (!samples.empty()) {
+    ASSERT_EQ(writer.Write(samples.data(), static_cast<uint32_t>(samples.size())), S_OK);
   }
-  ToneMeasure m{};
-  if (cycles <= 0) return m;
-  m.frequency = cycles * static_cast<double>(rate) / (last - first);
-  // Least squares fit of a sin + b cos + c at that frequency: a correlation
-  // over whole cycles, where the three are orthogonal.
-  const size_t span = static_cast<size_t>((last - first));
-  const size_t from = static_cast<size_t>(first);
-  double s = 0, c = 0, dc = 0;
-  const double w = 2 * M_PI * m.frequency / rate;
-  for (size_t i = from; i < from + span; ++i) {
-    s += x[i] * std::sin(w * static_cast<double>(i));
-    c += x[i] * std::cos(w * static_cast<double>(i));
-    dc += x[i];
-  }
-  s *= 2.0 / static_cast<double>(span);
-  c *= 2.0 / static_cast<double>(span);
-  dc /= static_cast<double>(span);
-  m.amplitude = std::hypot(s, c);
-  double residual = 0;
-  for (size_t i = from; i < from + span; ++i) {
-    const double fit =
-        s * std::sin(w * static_cast<double>(i)) + c * std::cos(w * static_cast<double>(i)) + dc;
-    residual += (x[i] - fit) * (x[i] - fit);
-  }
-  const double residualRms = std::sqrt(residual / static_cast<double>(span));
-  m.residualDb = 20 * std::log10(residualRms / (m.amplitude / std::sqrt(2.0)));
-  return m;
-}
-
-double AmplitudeAt(const std::vector<float>& x, uint32_t rate, double f, size_t count) {
-  double s = 0, c = 0;
-  const double w = 2 * M_PI * f / rate;
-  for (size_t i = 0; i < count && i < x.size(); ++i) {
-    s += x[i] * std::sin(w * static_cast<double>(i));
-    c += x[i] * std::cos(w * static_cast<double>(i));
-  }
-  return std::hypot(s, c) * 2.0 / static_cast<double>(count);
-}
-
-std::vector<float> Channel(const std::vector<float>& interleaved, int channels, int c) {
-  std::vector<float> x;
-  x.reserve(interleaved.size() / static_cast<size_t>(channels));
-  for (size_t i = static_cast<size_t>(c); i < interleaved.size();
-       i += static_cast<size_t>(channels))
-    x.push_back(interleaved[i]);
-  return x;
 }
 
 }  // namespace audiotest

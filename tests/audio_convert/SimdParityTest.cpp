@@ -19,23 +19,24 @@ using ov::audio::SampleKind;
 constexpr int kFrames = 4099;
 
 float AwkwardFloat(std::mt19937& rng) {
+  using limits = std::numeric_limits<float>;
   static const float edgeValues[] = {0.0f,
                                      -0.0f,
                                      1.0f,
                                      -1.0f,
-                                     0.5f / 32768.0f,
-                                     1.5f / 32768.0f,
-                                     -2.5f / 32768.0f,
-                                     32767.5f / 32768.0f,
-                                     0.5f / 128.0f,
-                                     127.5f / 128.0f,
+                                     0.5f / 32768,
+                                     1.5f / 32768,
+                                     -2.5f / 32768,
+                                     32767.5f / 32768,
+                                     0.5f / 128,
+                                     127.5f / 128,
                                      1e30f,
                                      -1e30f,
-                                     std::numeric_limits<float>::infinity(),
-                                     -std::numeric_limits<float>::infinity(),
-                                     std::numeric_limits<float>::quiet_NaN(),
-                                     std::numeric_limits<float>::denorm_min(),
-                                     std::numeric_limits<float>::max()};
+                                     limits::infinity(),
+                                     -limits::infinity(),
+                                     limits::quiet_NaN(),
+                                     limits::denorm_min(),
+                                     limits::max()};
   std::uniform_int_distribution<int> pick(0, 7);
   if (pick(rng) == 0) {
     std::uniform_int_distribution<size_t> which(0, std::size(edgeValues) - 1);

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstring>
+#include <cwchar>
 #include <sstream>
 
 #include "audio/WaveEncoder.h"
@@ -35,11 +36,11 @@ void DrawFrame(const VideoSpec& video, int i, int stride, std::vector<uint32_t>*
 
 std::string Quoted(const std::string& path) { return "'" + path + "'"; }
 
-}  // namespace
-
-int64_t FrameTime(const VideoSpec& video, int i) {
-  return static_cast<int64_t>(i) * 10000000 / video.fps;
+void CopyPath(wchar_t* field, const std::string& path) {
+  std::wcsncpy(field, ov::FromUtf8(path).c_str(), OV_MAX_PATH - 1);
 }
+
+}  // namespace
 
 bool WriteTempVideo(const std::wstring& path, const VideoSpec& video) {
   NullStatistics reports;
@@ -52,7 +53,7 @@ bool WriteTempVideo(const std::wstring& path, const VideoSpec& video) {
   std::vector<uint32_t> pixels(static_cast<size_t>(stride) * video.height);
   int64_t nextKey = 0;
   for (int i = 0; i < video.frames; ++i) {
-    const int64_t time = FrameTime(video, i);
+    const int64_t time = static_cast<int64_t>(i) * 10000000 / video.fps;
     const bool key = time >= nextKey;
     if (key) nextKey += static_cast<int64_t>(video.keyEverySeconds) * 10000000;
     const bool unchanged = !key && video.skipEvery > 0 && i % video.skipEvery == 0;
@@ -67,6 +68,7 @@ bool WriteTempVideo(const std::wstring& path, const VideoSpec& video) {
 bool WriteWave(const std::wstring& path, const WaveSpec& wave) {
   WAVEFORMATEXTENSIBLE format{};
   WAVEFORMATEX& f = format.Format;
+  f.wFormatTag = WAVE_FORMAT_PCM;
   f.nChannels = static_cast<WORD>(wave.channels);
   f.nSamplesPerSec = static_cast<DWORD>(wave.rate);
   f.wBitsPerSample = wave.floatSamples ? 32 : 16;
@@ -78,8 +80,6 @@ bool WriteWave(const std::wstring& path, const WaveSpec& wave) {
     format.Samples.wValidBitsPerSample = 32;
     format.dwChannelMask = wave.channels == 2 ? 3 : 4;
     format.SubFormat = KSDATAFORMAT_SUBTYPE_IEEE_FLOAT;
-  } else {
-    f.wFormatTag = WAVE_FORMAT_PCM;
   }
   CWaveEncoder writer;
   if (writer.Initialize(path.c_str(), &format) != S_OK) return false;
@@ -160,24 +160,19 @@ std::string RecordingSet::VideoPath(int codecType) const {
 void RecordingSet::UseVideo(int codecType) {
   m_record->bScreenStream = 1;
   m_record->CodecType = codecType;
-  std::wcsncpy(m_record->szScreenCaptureFile, ov::FromUtf8(VideoPath(codecType)).c_str(),
-               OV_MAX_PATH - 1);
+  CopyPath(m_record->szScreenCaptureFile, VideoPath(codecType));
 }
 
 void RecordingSet::UseSpeaker() {
-  m_record->bWaveOutStream = 1;
-  m_record->bUseWaveOut = 1;
+  m_record->bWaveOutStream = m_record->bUseWaveOut = 1;
   m_record->lWaveOutVolume = 100;
-  std::wcsncpy(m_record->szWaveOutFile, ov::FromUtf8(m_folder + "/Speaker.wav").c_str(),
-               OV_MAX_PATH - 1);
+  CopyPath(m_record->szWaveOutFile, m_folder + "/Speaker.wav");
 }
 
 void RecordingSet::UseMicrophone() {
-  m_record->bWaveInStream = 1;
-  m_record->bUseWaveIn = 1;
+  m_record->bWaveInStream = m_record->bUseWaveIn = 1;
   m_record->lWaveInVolume = 100;
-  std::wcsncpy(m_record->szWaveInFile, ov::FromUtf8(m_folder + "/AudioCapture.wav").c_str(),
-               OV_MAX_PATH - 1);
+  CopyPath(m_record->szWaveInFile, m_folder + "/AudioCapture.wav");
 }
 
 HRESULT RunMux(int muxer, const std::string& output, int duration, MuxWaiter* waiter) {
@@ -186,7 +181,7 @@ HRESULT RunMux(int muxer, const std::string& output, int duration, MuxWaiter* wa
   const HRESULT started = FFMux(muxer, 0, ov::FromUtf8(output).c_str(), duration, waiter);
   if (started != S_OK) return started;
   // Generous: the host must never be left waiting, and a slow machine is no hang.
-  if (!waiter->Wait(120)) return kMuxNeverEnded;
+  if (!waiter->Wait(120)) return 0x7FFF0001;
   return waiter->Result();
 }
 
@@ -206,6 +201,12 @@ std::vector<StreamInfo> ProbeStreams(const std::string& file) {
     if (!info.type.empty()) streams.push_back(info);
   }
   return streams;
+}
+
+std::string Codecs(const std::string& file) {
+  std::string text;
+  for (const StreamInfo& s : ProbeStreams(file)) text += (text.empty() ? "" : "+") + s.codec;
+  return text;
 }
 
 // Variable-rate files: "-vsync vfr" keeps ffmpeg's null output off a guessed

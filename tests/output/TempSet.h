@@ -1,6 +1,6 @@
 // What the output tests work on: a temp set made by the real encoder library
-// and the real wave writer, the recording record set by hand, a host
-// callback (support/Doubles.h), and probes of the files made.
+// and the real wave writer, the recording record set by hand, and probes of
+// the files made.
 #pragma once
 
 #include <cstdint>
@@ -24,16 +24,9 @@ struct VideoSpec {
   int fps = 30;
   int frames = 300;
   int keyEverySeconds = 5;
-  // Every n-th frame is left out (the screen did not change), so that the
-  // frame rate varies; 0 leaves none out.
-  int skipEvery = 0;
+  int skipEvery = 0;  // every n-th frame is left out (unchanged), so the rate varies
 };
-
-// 100-ns time of frame i of a video.
-int64_t FrameTime(const VideoSpec& video, int i);
-
-// Writes the temp video and its ".idx" through the encoder library of the
-// vendor table. False when the encoder failed.
+// Writes the temp video and its ".idx" through the encoder library.
 bool WriteTempVideo(const std::wstring& path, const VideoSpec& video);
 
 struct WaveSpec {
@@ -43,7 +36,7 @@ struct WaveSpec {
   double seconds = 10.0;
   std::vector<double> beeps;  // start times of 50 ms bursts of 1 kHz
 };
-bool WriteWave(const std::wstring& path, const WaveSpec& video);
+bool WriteWave(const std::wstring& path, const WaveSpec& wave);
 
 // The record of a recording in folder, set as g_Recording while it lives.
 class RecordingSet {
@@ -75,14 +68,11 @@ const BaseSet& BaseTempSet();
 // Copies the base set's files into folder.
 void CopyBaseSet(const std::string& folder);
 
-// A 64 x 48 red picture at half opacity, as a PNG in folder; its path.
+// A 64 x 48 red picture at half opacity, folder/watermark.png; its path.
 std::string MakeWatermarkPicture(const std::string& folder);
 
-// What RunMux gives when OnComplete never came.
-inline constexpr HRESULT kMuxNeverEnded = 0x7FFF0001;
-
 // Runs FFMux and waits for its end: the result of FFMux when it did not
-// start, else that of OnComplete.
+// start, else that of OnComplete (0x7FFF0001 when that never came).
 HRESULT RunMux(int muxer, const std::string& output, int duration = 0, MuxWaiter* waiter = nullptr);
 
 struct StreamInfo {
@@ -91,6 +81,8 @@ struct StreamInfo {
   double duration = 0;
 };
 std::vector<StreamInfo> ProbeStreams(const std::string& file);
+// The streams' codecs as "h264+aac".
+std::string Codecs(const std::string& file);
 // What ffmpeg says while decoding the whole file; empty when clean.
 std::string DecodeErrors(const std::string& file);
 // Presentation times in seconds of the first video stream's packets.
