@@ -78,14 +78,18 @@ void ExpectHoldsExactly(const WaveContent& wave, const Signal& played,
 
 void ExpectFormat(const WaveContent& wave, RawFormat raw, uint32_t mask, bool isFloat) {
   ASSERT_TRUE(wave.opened);
-  const WAVEFORMATEX& f = wave.format.Format;
-  EXPECT_EQ(f.wFormatTag, WAVE_FORMAT_EXTENSIBLE);
-  EXPECT_EQ(f.nChannels, raw.channels);
-  EXPECT_EQ(f.nSamplesPerSec, raw.rate);
-  EXPECT_EQ(f.wBitsPerSample, 8 * raw.SampleBytes());
-  EXPECT_EQ(wave.format.dwChannelMask, mask);
-  EXPECT_TRUE(IsEqualGUID(wave.format.SubFormat,
-                          isFloat ? KSDATAFORMAT_SUBTYPE_IEEE_FLOAT : KSDATAFORMAT_SUBTYPE_PCM));
+  // The record is packed: its fields are read by value, never bound to.
+  const WAVEFORMATEX f = wave.format.Format;
+  const int tag = f.wFormatTag, channels = f.nChannels, bits = f.wBitsPerSample;
+  const uint32_t rate = f.nSamplesPerSec, channelMask = wave.format.dwChannelMask;
+  const GUID subFormat = wave.format.SubFormat;
+  EXPECT_EQ(tag, WAVE_FORMAT_EXTENSIBLE);
+  EXPECT_EQ(channels, raw.channels);
+  EXPECT_EQ(rate, raw.rate);
+  EXPECT_EQ(bits, 8 * raw.SampleBytes());
+  EXPECT_EQ(channelMask, mask);
+  EXPECT_TRUE(
+      IsEqualGUID(subFormat, isFloat ? KSDATAFORMAT_SUBTYPE_IEEE_FLOAT : KSDATAFORMAT_SUBTYPE_PCM));
 }
 
 struct Options {
