@@ -6,18 +6,15 @@
 
 #include "AudioTestUtil.h"
 #include "audio/convert/AudioConverter.h"
-#include "audio/convert/ConvertFunctions.h"
 
 namespace {
 
 using audiotest::As;
 using audiotest::Bytes;
-using audiotest::MakeFormat;
 using audiotest::RunMember;
 using ov::audio::SampleKind;
 constexpr SampleKind kU8 = SampleKind::kU8;
 constexpr SampleKind kI16 = SampleKind::kI16;
-constexpr SampleKind kI32 = SampleKind::kI32;
 constexpr SampleKind kF32 = SampleKind::kF32;
 
 TEST(SampleEncode, RoundsToEvenAndLimits) {
@@ -63,26 +60,6 @@ TEST(ChannelMix, LayoutsWithoutArithmeticCopyDropOrAddSilence) {
             (V{1, 2, 3, 4, 5, 6}));
   // A depth change and an up-mix together: u8 mono into 16-bit stereo.
   EXPECT_EQ(As<int16_t>(RunMember(kU8, 1, kI16, 2, {0, 255})), (V{-32768, -32768, 32512, 32512}));
-}
-
-TEST(ConvertMember, CountsWholeFramesOnly) {
-  auto fn = ov::audio::FindConvertFunction(kI16, 2, kF32, 2);
-  float out[8];
-  const int16_t in[4] = {1, 2, 3, 4};
-  EXPECT_EQ(fn(out, in, 0), 0);
-  EXPECT_EQ(fn(out, in, 3), 0);
-  EXPECT_EQ(fn(out, in, 7), 8);  // one frame; the three trailing bytes are ignored
-}
-
-TEST(FormatPairs, SameFormatIsKnownAcrossTagStyles) {
-  auto same = [](WAVEFORMATEXTENSIBLE x, WAVEFORMATEXTENSIBLE y) {
-    return IsSameWaveFormat(&x.Format, &y.Format);
-  };
-  EXPECT_TRUE(same(MakeFormat(kI16, 2, 48000), MakeFormat(kI16, 2, 48000, false)));
-  EXPECT_TRUE(same(MakeFormat(kF32, 2, 48000), MakeFormat(kF32, 2, 48000, false)));
-  EXPECT_FALSE(same(MakeFormat(kF32, 2, 48000), MakeFormat(kI32, 2, 48000))) << "PCM or float";
-  EXPECT_FALSE(same(MakeFormat(kI16, 2, 48000), MakeFormat(kI16, 2, 44100)));
-  EXPECT_FALSE(same(MakeFormat(kI16, 2, 48000), MakeFormat(kI16, 1, 48000)));
 }
 
 }  // namespace
