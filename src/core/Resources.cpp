@@ -29,6 +29,9 @@ void DrawScaled(cairo_surface_t* target, cairo_surface_t* image, int width, int 
               static_cast<double>(height) / cairo_image_surface_get_height(image));
   cairo_set_source_surface(cr, image, 0, 0);
   cairo_pattern_set_filter(cairo_get_source(cr), CAIRO_FILTER_GOOD);
+  // The picture's own edge pixels reach its scaled edge, not a blend with
+  // the clear outside.
+  cairo_pattern_set_extend(cairo_get_source(cr), CAIRO_EXTEND_PAD);
   cairo_paint(cr);
   cairo_destroy(cr);
 }
