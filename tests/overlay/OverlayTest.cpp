@@ -12,6 +12,7 @@
 
 #include "overlay/BoxStyles.h"
 #include "overlay/VideoRender.h"
+#include "overlay/ZoomTips.h"
 #include "pixels/OverlayKernels.h"
 #include "platform/OverlayWindow.h"
 #include "support/Engine.h"
@@ -231,6 +232,36 @@ TEST_F(OverlayTest, ClicksPassThroughAClickThroughOverlayOnly) {
   };
   EXPECT_TRUE(click(100, 100)) << "the desktop got the click through the overlay";
   EXPECT_FALSE(click(500, 100)) << "an overlay that is not click-through keeps it";
+}
+
+// The glass magnifies the cells round the pointer four times, black beyond
+// the picture, with the crosshair in the inverse of what it covers; near the
+// display's far edges it moves to the pointer's other side.
+TEST(ZoomGlass, MagnifiesRoundThePointerAndFlipsAtTheEdges) {
+  std::vector<uint32_t> source(100 * 80), target(kWidth * kHeight, 0);
+  for (int y = 0; y < 80; ++y)
+    for (int x = 0; x < 100; ++x) source[y * 100 + x] = 0xFF0000C0 | (x * 2) << 16 | (y * 3) << 8;
+  ov::ZoomRecord record;
+  record.target = target.data();
+  record.targetStride = record.targetWidth = kWidth;
+  record.targetHeight = kHeight;
+  record.source = source.data();
+  record.sourceWidth = 100;
+  record.sourceHeight = 80;
+  const POINT at = ov::DrawZoomGlass(record, 50, 50, 10, 5, {0, 0, 10, 10});
+  ASSERT_EQ(at.x, 50 + 48);
+  ASSERT_EQ(at.y, 50 + 48);
+  auto shown = [&](int x, int y) { return target[(at.y + y) * kWidth + at.x + x]; };
+  EXPECT_EQ(shown(96 + 1, 64 + 3), source[5 * 100 + 10]) << "the pointer's cell";
+  EXPECT_EQ(shown(100 + 12, 68 + 9), source[7 * 100 + 13]) << "lower right: from the pointer on";
+  EXPECT_EQ(shown(4 * 20 + 2, 4 * 15), source[4 * 100 + 6]) << "upper left: before it";
+  EXPECT_EQ(shown(1, 1), 0xFF000000u) << "beyond the picture";
+  EXPECT_EQ(shown(97, 2), 0xFFFFFFFFu) << "the inverse of a black cell";
+  EXPECT_EQ(shown(100 + 21, 65), 0xFFFFFF00u) << "the inverse of " << source[5 * 100 + 15];
+  const POINT flipped = ov::DrawZoomGlass(record, 600, 450, 10, 5, {0, 0, 10, 10});
+  EXPECT_EQ(flipped.x, 600 - (2 * 4 + 196) - 48);
+  EXPECT_EQ(flipped.y, 450 - (2 * 4 + 172) - 48);
+  EXPECT_EQ(ov::FormatTip(L"%d%%%s %d", {5, 6, 25, 36}), L"20%%s 30") << "only %d is filled";
 }
 
 class ComposeParity : public ::testing::TestWithParam<int> {};
