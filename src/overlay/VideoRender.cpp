@@ -50,9 +50,10 @@ HRESULT CVideoRender::Initialize(const RECT& rect, bool clickThrough) {
 
 HRESULT CVideoRender::CreateObjects() {
   m_pTexture1.reset(AllocatePixels(m_Width, m_Height));
+  m_pDimmed.reset(AllocatePixels(m_Width, m_Height));
   m_pTextureDynamic.reset(AllocatePixels(m_Width, m_Height));
   m_pBackBuffer.reset(AllocatePixels(m_Width, m_Height));
-  if (!m_pTexture1 || !m_pTextureDynamic || !m_pBackBuffer) {
+  if (!m_pTexture1 || !m_pDimmed || !m_pTextureDynamic || !m_pBackBuffer) {
     WriteLog(ov::kErr, "Failed(0x%x) in CreateObjects(%d, %d), FILE:%s, LINE:%d\n",
              static_cast<unsigned>(E_OUTOFMEMORY), m_Width, m_Height, OV_FILE, __LINE__);
     return E_OUTOFMEMORY;
@@ -67,6 +68,8 @@ void CVideoRender::SetPicture(const uint8_t* pixels, int32_t pitch) {
   for (int32_t y = 0; y < m_Height; ++y)
     memcpy(m_pTexture1.get() + static_cast<ptrdiff_t>(y) * m_Width * 4,
            pixels + static_cast<ptrdiff_t>(y) * pitch, static_cast<size_t>(m_Width) * 4);
+  const ptrdiff_t rowBytes = static_cast<ptrdiff_t>(m_Width) * 4;
+  ov::pixels::DimPicture(m_pDimmed.get(), rowBytes, m_pTexture1.get(), rowBytes, m_Width, m_Height);
 }
 
 void CVideoRender::SetCropRect(const float crop[4]) {
@@ -85,7 +88,7 @@ void CVideoRender::SetCropRect(const float crop[4]) {
 HRESULT CVideoRender::Draw() {
   if (!m_pBackBuffer) return E_FAIL;
   const ptrdiff_t pitch = static_cast<ptrdiff_t>(m_Width) * 4;
-  ov::pixels::ComposeOverlay(m_pBackBuffer.get(), pitch, m_pTexture1.get(), pitch,
+  ov::pixels::ComposeOverlay(m_pBackBuffer.get(), m_pTexture1.get(), m_pDimmed.get(),
                              m_pTextureDynamic.get(), pitch, m_Width, m_Height, m_crop[0],
                              m_crop[1], m_crop[2], m_crop[3]);
   return Present();

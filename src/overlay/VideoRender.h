@@ -27,7 +27,9 @@ class CVideoRender : private ov::NonCopyable {
   // (Re)makes both layers at the window's size, clears them, and shows the
   // whole picture undimmed.
   HRESULT CreateObjects();
-  // Copies a picture of the window's size (BGRA rows) into the picture layer.
+  // Copies a picture of the window's size (BGRA rows) into the picture layer;
+  // its dimmed form is made here, once, since only the overlay changes
+  // while the pointer moves.
   void SetPicture(const uint8_t* pixels, int32_t pitch);
   // The overlay layer: premultiplied BGRA, OverlayStride() pixels a row.
   uint32_t* Overlay() const { return reinterpret_cast<uint32_t*>(m_pTextureDynamic.get()); }
@@ -56,6 +58,7 @@ class CVideoRender : private ov::NonCopyable {
   HWND m_hwnd = 0;
   std::unique_ptr<ov::OverlayWindow> m_window;
   Pixels m_pTexture1;        // the picture
+  Pixels m_pDimmed;          // the picture as it shows outside the kept rectangle
   Pixels m_pTextureDynamic;  // the overlay
   Pixels m_pBackBuffer;      // what is shown
   int32_t m_crop[4] = {};    // in pixels, edges included

@@ -21,30 +21,34 @@ inline uint32_t Div255(uint32_t t) {
   return (t + (t >> 8)) >> 8;
 }
 
-inline uint32_t ComposePixel(uint32_t c, uint32_t o, bool dim) {
-  const uint32_t b = c & 0xFF, g = (c >> 8) & 0xFF, r = (c >> 16) & 0xFF;
-  const uint32_t sum = b + g + r;
+inline uint32_t DimPixel(uint32_t c) {
+  const uint32_t sum = (c & 0xFF) + ((c >> 8) & 0xFF) + ((c >> 16) & 0xFF);
+  uint32_t out = 0xFF000000u;
+  for (int shift = 0; shift < 24; shift += 8)
+    out |= ((sum * kDimSum + ((c >> shift) & 0xFF) * kDimChannel + kDimBias) >> 16) << shift;
+  return out;
+}
+
+inline uint32_t OverPixel(uint32_t c, uint32_t o) {
   const uint32_t ia = 255 - (o >> 24);
   uint32_t out = 0xFF000000u;
   for (int shift = 0; shift < 24; shift += 8) {
-    uint32_t ch = (c >> shift) & 0xFF;
-    if (dim) ch = (sum * kDimSum + ch * kDimChannel + kDimBias) >> 16;
-    uint32_t v = Div255(ch * ia) + ((o >> shift) & 0xFF);
+    uint32_t v = Div255(((c >> shift) & 0xFF) * ia) + ((o >> shift) & 0xFF);
     out |= std::min<uint32_t>(v, 255) << shift;
   }
   return out;
 }
 
-}  // namespace
+void DimRowPlain(uint32_t* dst, const uint32_t* src, int xBegin, int xEnd) {
+  for (int x = xBegin; x < xEnd; ++x) dst[x] = DimPixel(src[x]);
+}
 
-void ComposeRowPlain(uint32_t* dst, const uint32_t* picture, const uint32_t* overlay, int xBegin,
-                     int xEnd, bool dim) {
-  for (int x = xBegin; x < xEnd; ++x) dst[x] = ComposePixel(picture[x], overlay[x], dim);
+void OverRowPlain(uint32_t* dst, const uint32_t* base, const uint32_t* overlay, int xBegin,
+                  int xEnd) {
+  for (int x = xBegin; x < xEnd; ++x) dst[x] = OverPixel(base[x], overlay[x]);
 }
 
 #if defined(__x86_64__) || defined(__i386__)
-
-namespace {
 
 // Eight 16-bit channels (two pixels) dimmed.
 inline __m128i Dim16(__m128i p) {
@@ -71,57 +75,91 @@ inline __m128i Under16(__m128i base, __m128i o16) {
   return _mm_srli_epi16(_mm_add_epi16(t, _mm_srli_epi16(t, 8)), 8);
 }
 
-}  // namespace
-
-void ComposeRowSse2(uint32_t* dst, const uint32_t* picture, const uint32_t* overlay, int xBegin,
-                    int xEnd, bool dim) {
+void DimRowSse2(uint32_t* dst, const uint32_t* src, int xBegin, int xEnd) {
   const __m128i zero = _mm_setzero_si128();
   const __m128i opaque = _mm_set1_epi32(static_cast<int32_t>(0xFF000000u));
   int x = xBegin;
   for (; x + 4 <= xEnd; x += 4) {
-    __m128i c = _mm_loadu_si128(reinterpret_cast<const __m128i*>(picture + x));
-    __m128i o = _mm_loadu_si128(reinterpret_cast<const __m128i*>(overlay + x));
-    __m128i cl = _mm_unpacklo_epi8(c, zero), ch = _mm_unpackhi_epi8(c, zero);
-    if (dim) {
-      cl = Dim16(cl);
-      ch = Dim16(ch);
-    }
-    cl = Under16(cl, _mm_unpacklo_epi8(o, zero));
-    ch = Under16(ch, _mm_unpackhi_epi8(o, zero));
-    __m128i out = _mm_adds_epu8(_mm_packus_epi16(cl, ch), o);
+    __m128i c = _mm_loadu_si128(reinterpret_cast<const __m128i*>(src + x));
+    __m128i out =
+        _mm_packus_epi16(Dim16(_mm_unpacklo_epi8(c, zero)), Dim16(_mm_unpackhi_epi8(c, zero)));
     _mm_storeu_si128(reinterpret_cast<__m128i*>(dst + x), _mm_or_si128(out, opaque));
   }
-  ComposeRowPlain(dst, picture, overlay, x, xEnd, dim);
+  DimRowPlain(dst, src, x, xEnd);
+}
+
+void OverRowSse2(uint32_t* dst, const uint32_t* base, const uint32_t* overlay, int xBegin,
+                 int xEnd) {
+  const __m128i zero = _mm_setzero_si128();
+  const __m128i opaque = _mm_set1_epi32(static_cast<int32_t>(0xFF000000u));
+  int x = xBegin;
+  for (; x + 4 <= xEnd; x += 4) {
+    __m128i c = _mm_loadu_si128(reinterpret_cast<const __m128i*>(base + x));
+    __m128i o = _mm_loadu_si128(reinterpret_cast<const __m128i*>(overlay + x));
+    // Most of an overlay is clear: the base shows as it is.
+    if (_mm_movemask_epi8(_mm_cmpeq_epi32(o, zero)) == 0xFFFF) {
+      _mm_storeu_si128(reinterpret_cast<__m128i*>(dst + x), _mm_or_si128(c, opaque));
+      continue;
+    }
+    __m128i lo = Under16(_mm_unpacklo_epi8(c, zero), _mm_unpacklo_epi8(o, zero));
+    __m128i hi = Under16(_mm_unpackhi_epi8(c, zero), _mm_unpackhi_epi8(o, zero));
+    __m128i out = _mm_adds_epu8(_mm_packus_epi16(lo, hi), o);
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(dst + x), _mm_or_si128(out, opaque));
+  }
+  OverRowPlain(dst, base, overlay, x, xEnd);
 }
 
 #endif
 
-ComposeRowFn ComposeRow() {
+}  // namespace
+
+const OverlayKernels& PlainOverlayKernels() {
+  static const OverlayKernels kernels = {DimRowPlain, OverRowPlain};
+  return kernels;
+}
+
 #if defined(__x86_64__) || defined(__i386__)
-  return ComposeRowSse2;
+const OverlayKernels& Sse2OverlayKernels() {
+  static const OverlayKernels kernels = {DimRowSse2, OverRowSse2};
+  return kernels;
+}
+#endif
+
+const OverlayKernels& ActiveOverlayKernels() {
+#if defined(__x86_64__) || defined(__i386__)
+  return Sse2OverlayKernels();
 #else
-  return ComposeRowPlain;
+  return PlainOverlayKernels();
 #endif
 }
 
-void ComposeOverlay(uint8_t* dst, ptrdiff_t dstPitch, const uint8_t* picture,
-                    ptrdiff_t picturePitch, const uint8_t* overlay, ptrdiff_t overlayPitch,
-                    int width, int height, int cropLeft, int cropTop, int cropRight,
-                    int cropBottom) {
-  const ComposeRowFn compose = ComposeRow();
+void DimPicture(uint8_t* dst, ptrdiff_t dstPitch, const uint8_t* src, ptrdiff_t srcPitch, int width,
+                int height) {
+  const DimRowFn dim = ActiveOverlayKernels().dimRow;
+  for (int y = 0; y < height; ++y)
+    dim(reinterpret_cast<uint32_t*>(dst + y * dstPitch),
+        reinterpret_cast<const uint32_t*>(src + y * srcPitch), 0, width);
+}
+
+void ComposeOverlay(uint8_t* dst, const uint8_t* picture, const uint8_t* dimmed,
+                    const uint8_t* overlay, ptrdiff_t pitch, int width, int height, int cropLeft,
+                    int cropTop, int cropRight, int cropBottom) {
+  const OverRowFn over = ActiveOverlayKernels().overRow;
   const int keepBegin = std::clamp(cropLeft, 0, width);
   const int keepEnd = std::clamp(cropRight + 1, keepBegin, width);
   for (int y = 0; y < height; ++y) {
-    auto* d = reinterpret_cast<uint32_t*>(dst + y * dstPitch);
-    auto* p = reinterpret_cast<const uint32_t*>(picture + y * picturePitch);
-    auto* o = reinterpret_cast<const uint32_t*>(overlay + y * overlayPitch);
+    const ptrdiff_t at = y * pitch;
+    auto* d = reinterpret_cast<uint32_t*>(dst + at);
+    auto* p = reinterpret_cast<const uint32_t*>(picture + at);
+    auto* m = reinterpret_cast<const uint32_t*>(dimmed + at);
+    auto* o = reinterpret_cast<const uint32_t*>(overlay + at);
     if (y < cropTop || y > cropBottom || keepBegin == keepEnd) {
-      compose(d, p, o, 0, width, true);
+      over(d, m, o, 0, width);
       continue;
     }
-    compose(d, p, o, 0, keepBegin, true);
-    compose(d, p, o, keepBegin, keepEnd, false);
-    compose(d, p, o, keepEnd, width, true);
+    over(d, m, o, 0, keepBegin);
+    over(d, p, o, keepBegin, keepEnd);
+    over(d, m, o, keepEnd, width);
   }
 }
 
