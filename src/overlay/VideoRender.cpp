@@ -63,6 +63,19 @@ HRESULT CVideoRender::CreateObjects() {
   return S_OK;
 }
 
+HRESULT CVideoRender::Resize(const RECT& rect) {
+  if (!m_window) return E_FAIL;
+  if (!m_window->MoveResize(rect)) {
+    WriteLog(ov::kErr, "Failed(0x%x) in m_window->MoveResize(%d, %d), FILE:%s, LINE:%d\n",
+             static_cast<unsigned>(E_FAIL), rect.right - rect.left, rect.bottom - rect.top, OV_FILE,
+             __LINE__);
+    return E_FAIL;
+  }
+  m_Width = m_window->Width();
+  m_Height = m_window->Height();
+  return CreateObjects();
+}
+
 void CVideoRender::SetPicture(const uint8_t* pixels, int32_t pitch) {
   if (!m_pTexture1 || !pixels) return;
   for (int32_t y = 0; y < m_Height; ++y)

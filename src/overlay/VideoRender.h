@@ -37,6 +37,8 @@ class CVideoRender : private ov::NonCopyable {
   // The rectangle left undimmed, as fractions of the window (left, top,
   // right, bottom), edges included.
   void SetCropRect(const float crop[4]);
+  // Moves the window to rect and remakes the layers at its new size.
+  HRESULT Resize(const RECT& rect);
   // Composes the layers and shows them.
   HRESULT Draw();
   // Shows what was composed last.

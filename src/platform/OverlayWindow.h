@@ -43,6 +43,9 @@ class OverlayWindow {
   // The pointer's shape over the window; a null shape means the parent's.
   virtual void SetCursor(const PointerShape* shape) = 0;
   virtual void Show(bool show) = 0;
+  // Moves the window to rect (root coordinates); false when it cannot take
+  // the new size, and the window then keeps its old one.
+  virtual bool MoveResize(const RECT& rect) = 0;
 };
 
 // Null without a server or for an empty rectangle.

@@ -130,8 +130,7 @@ TEST_F(OverlayTest, EveryStyleShowsItsRingsDashesAndHandlesOverTheDimmedPicture)
   CVideoRender render;
   ASSERT_EQ(render.Initialize({0, 0, kWidth, kHeight}, true), S_OK);
   ASSERT_TRUE(render.Translucent());
-  std::vector<uint32_t> picture(kWidth * kHeight, kPicture);
-  render.SetPicture(reinterpret_cast<const uint8_t*>(picture.data()), kWidth * 4);
+  std::vector<uint32_t> picture(kWidth * kHeight);
   const RECT box{200, 150, 440, 330};
   const float crop[4] = {200.f / kWidth, 150.f / kHeight, 439.f / kWidth, 329.f / kHeight};
   render.SetCropRect(crop);
@@ -157,6 +156,11 @@ TEST_F(OverlayTest, EveryStyleShowsItsRingsDashesAndHandlesOverTheDimmedPicture)
     SCOPED_TRACE(n);
     const int period = n == 2 ? 6 : 8, on = n == 2 ? 2 : 4;
     SetDashValue(period, on);
+    // A picture of its own for each box, so that the screenshot shows when
+    // the compositing manager has put this one on the screen.
+    const uint32_t shown = kPicture + uint32_t(n) * 0x020000;
+    std::fill(picture.begin(), picture.end(), shown);
+    render.SetPicture(reinterpret_cast<const uint8_t*>(picture.data()), kWidth * 4);
     std::fill_n(render.Overlay(), kWidth * kHeight, 0u);
     ov::DrawRings(render.Overlay(), render.OverlayStride(), kWidth, kHeight, cases[n].style, box);
     if (cases[n].handle) {
@@ -169,10 +173,12 @@ TEST_F(OverlayTest, EveryStyleShowsItsRingsDashesAndHandlesOverTheDimmedPicture)
       cairo_surface_destroy(s);
     }
     ASSERT_EQ(render.Draw(), S_OK);
-    const Screenshot shot = Xwd();
+    Screenshot shot = Xwd();
+    for (int i = 0; i < 100 && !shot.pixels.empty() && shot.At(320, 240) != (shown & 0xFFFFFF); ++i)
+      shot = Xwd();
     ASSERT_EQ(shot.pixels.size(), size_t(kWidth) * kHeight);
-    const uint32_t dim = Dimmed(kPicture);
-    EXPECT_TRUE(Near(shot.At(320, 240), kPicture & 0xFFFFFF)) << "inside: the picture";
+    const uint32_t dim = Dimmed(shown);
+    EXPECT_TRUE(Near(shot.At(320, 240), shown & 0xFFFFFF)) << "inside: the picture";
     EXPECT_TRUE(Near(shot.At(20, 20), dim)) << "outside: dimmed";
     // The straight colours of the style as the host gave them (the tables
     // hold them premultiplied; ours was set above).
@@ -232,6 +238,9 @@ TEST_F(OverlayTest, ClicksPassThroughAClickThroughOverlayOnly) {
   };
   EXPECT_TRUE(click(100, 100)) << "the desktop got the click through the overlay";
   EXPECT_FALSE(click(500, 100)) << "an overlay that is not click-through keeps it";
+  ASSERT_EQ(solid.Resize({320, 0, 400, kHeight}), S_OK);
+  EXPECT_EQ(solid.Draw(), S_OK);
+  EXPECT_TRUE(click(500, 100)) << "until it shrinks out of the way";
 }
 
 // The glass magnifies the cells round the pointer four times, black beyond

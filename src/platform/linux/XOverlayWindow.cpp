@@ -32,18 +32,13 @@ class XOverlayWindow : public OverlayWindow {
  public:
   ~XOverlayWindow() override {
     if (!m_display) return;
+    ReleaseImage();
     if (!XConnectionLost(m_display)) {
-      if (m_shmAttached) XShmDetach(m_display, &m_shm);
-      if (m_image) {
-        m_image->data = nullptr;
-        XDestroyImage(m_image);
-      }
       if (m_cursor) XFreeCursor(m_display, m_cursor);
       if (m_gc) XFreeGC(m_display, m_gc);
       if (m_window) XDestroyWindow(m_display, m_window);
       if (m_colormap) XFreeColormap(m_display, m_colormap);
     }
-    if (m_shm.shmaddr && m_shm.shmaddr != reinterpret_cast<char*>(-1)) shmdt(m_shm.shmaddr);
     CloseXConnection(m_display);
   }
 
@@ -84,7 +79,9 @@ class XOverlayWindow : public OverlayWindow {
                     reinterpret_cast<unsigned char*>(&utility), 1);
     m_gc = XCreateGC(m_display, m_window, 0, nullptr);
     if (trap.Failed()) return false;
-    MakeImage(visual, depth);
+    m_visual = visual;
+    m_depth = depth;
+    MakeImage();
     return m_image != nullptr;
   }
 
@@ -128,6 +125,28 @@ class XOverlayWindow : public OverlayWindow {
     XFlush(m_display);
   }
 
+  bool MoveResize(const RECT& rect) override {
+    const int32_t width = rect.right - rect.left, height = rect.bottom - rect.top;
+    if (XConnectionLost(m_display) || width <= 0 || height <= 0) return false;
+    if (width != m_width || height != m_height) {
+      ReleaseImage();
+      const int32_t oldWidth = m_width, oldHeight = m_height;
+      m_width = width;
+      m_height = height;
+      MakeImage();
+      if (!m_image) {
+        m_width = oldWidth;
+        m_height = oldHeight;
+        MakeImage();
+        return false;
+      }
+    }
+    XMoveResizeWindow(m_display, m_window, rect.left, rect.top, static_cast<unsigned>(width),
+                      static_cast<unsigned>(height));
+    XSync(m_display, False);
+    return true;
+  }
+
   void Show(bool show) override {
     if (XConnectionLost(m_display)) return;
     if (show)
@@ -138,7 +157,24 @@ class XOverlayWindow : public OverlayWindow {
   }
 
  private:
-  void MakeImage(Visual* visual, int depth) {
+  void ReleaseImage() {
+    if (!XConnectionLost(m_display)) {
+      if (m_shmAttached) XShmDetach(m_display, &m_shm);
+      XSync(m_display, False);
+    }
+    if (m_image) {
+      m_image->data = nullptr;
+      XDestroyImage(m_image);
+      m_image = nullptr;
+    }
+    if (m_shm.shmaddr && m_shm.shmaddr != reinterpret_cast<char*>(-1)) shmdt(m_shm.shmaddr);
+    m_shm = XShmSegmentInfo{};
+    m_shmAttached = false;
+  }
+
+  void MakeImage() {
+    Visual* visual = m_visual;
+    const int depth = m_depth;
     const size_t bytes = static_cast<size_t>(m_width) * 4 * static_cast<size_t>(m_height);
     if (XShmQueryExtension(m_display)) {
       m_image =
@@ -177,6 +213,8 @@ class XOverlayWindow : public OverlayWindow {
   GC m_gc = nullptr;
   Cursor m_cursor = 0;
   XImage* m_image = nullptr;
+  Visual* m_visual = nullptr;
+  int m_depth = 0;
   XShmSegmentInfo m_shm{};
   bool m_shmAttached = false;
   std::vector<uint8_t> m_buffer;
