@@ -271,6 +271,22 @@ TEST(ZoomGlass, MagnifiesRoundThePointerAndFlipsAtTheEdges) {
   EXPECT_EQ(flipped.x, 600 - (2 * 4 + 196) - 48);
   EXPECT_EQ(flipped.y, 450 - (2 * 4 + 172) - 48);
   EXPECT_EQ(ov::FormatTip(L"%d%%%s %d", {5, 6, 25, 36}), L"20%%s 30") << "only %d is filled";
+
+  // The size tip: a label on the brush with a black frame and black text.
+  cairo_surface_t* s =
+      cairo_image_surface_create_for_data(reinterpret_cast<unsigned char*>(target.data()),
+                                          CAIRO_FORMAT_ARGB32, kWidth, kHeight, kWidth * 4);
+  cairo_t* cr = cairo_create(s);
+  ov::Font font = ov::MakeFont("Tahoma", 14);
+  std::fill(target.begin(), target.end(), 0u);
+  ov::DrawSizeTip(cr, font.get(), 0xFFFFFFE0, 300, 300, {0, 0, 1280, 720});
+  cairo_destroy(cr);
+  cairo_surface_destroy(s);
+  EXPECT_EQ(target[300 * kWidth + 300], 0xFF000000u) << "the frame";
+  EXPECT_EQ(target[303 * kWidth + 303], 0xFFFFFFE0u) << "the brush";
+  int text = 0;
+  for (int x = 302; x < 340; ++x) text += target[312 * kWidth + x] != 0xFFFFFFE0u;
+  EXPECT_GT(text, 3) << "the text";
 }
 
 class KernelParity : public ::testing::TestWithParam<int> {};
