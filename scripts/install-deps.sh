@@ -7,14 +7,14 @@ packages=(
   # build
   g++ cmake make pkg-config git ca-certificates clang-format dpkg-dev file
   libx11-dev libxext-dev libxfixes-dev libxcomposite-dev libxdamage-dev libxi-dev
-  libxrandr-dev libxinerama-dev libxss-dev libxtst-dev libpulse-dev
+  libxrandr-dev libxinerama-dev libxss-dev libxtst-dev libxcursor-dev libpulse-dev
   libavcodec-dev libavformat-dev libavutil-dev libswscale-dev libswresample-dev
   libcairo2-dev libpango1.0-dev libpng-dev libjpeg-dev libtiff-dev libgif-dev
   libv4l-dev libegl-dev libgtest-dev libgmock-dev libbenchmark-dev
   # fuzzing with libFuzzer
   clang libclang-rt-14-dev
   # run and test: a private X server, a sound server, FFmpeg's tools
-  xvfb xauth x11-utils x11-xserver-utils xdotool xcompmgr
+  xvfb xauth x11-apps x11-utils x11-xserver-utils xdotool xcompmgr
   pulseaudio pulseaudio-utils sox ffmpeg libgl1-mesa-dri libegl1 time procps
   # the same recordings on PipeWire's Pulse server, on a session bus of its own
   pipewire pipewire-pulse wireplumber dbus-daemon

@@ -10,4 +10,5 @@
 #include "orvanta/mux.h"
 #include "orvanta/pixels.h"
 #include "orvanta/recorder.h"
+#include "orvanta/styles.h"
 #include "orvanta/types.h"

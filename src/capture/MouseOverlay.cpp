@@ -8,30 +8,15 @@
 #include "core/Globals.h"
 #include "platform/Clock.h"
 #include "platform/CursorMonitor.h"
-#include "platform/Library.h"
-
-namespace ov {
-
-void SurfaceRelease::operator()(cairo_surface_t* surface) const {
-  cairo_surface_destroy(surface);
-  g_nGdiplusBitmaps.fetch_sub(1);
-}
-
-}  // namespace ov
 
 namespace {
 
 constexpr uint32_t kClickShowMs = 300;
 constexpr int kDiscSize = 32;
 
-ov::Surface Counted(cairo_surface_t* surface) {
-  if (cairo_surface_status(surface) != CAIRO_STATUS_SUCCESS) {
-    cairo_surface_destroy(surface);
-    return nullptr;  // drawn as nothing
-  }
-  g_nGdiplusBitmaps.fetch_add(1);
-  return ov::Surface(surface);
-}
+constexpr int kClickImageSize = 16;
+
+using ov::CountedSurface;
 
 bool Inside(POINT p, const RECT& r) {
   return p.x >= r.left && p.x < r.right && p.y >= r.top && p.y < r.bottom;
@@ -50,12 +35,7 @@ ov::Surface CreateDisc(uint32_t colour) {
   cairo_fill(cr);
   cairo_pattern_destroy(gradient);
   cairo_destroy(cr);
-  return Counted(disc);
-}
-
-ov::Surface LoadClickImage(const char* name) {
-  const std::string path = ov::HelperFolder() + "/Resource/" + name;
-  return Counted(cairo_image_surface_create_from_png(path.c_str()));
+  return CountedSurface(disc);
 }
 
 void PaintAt(cairo_t* cr, cairo_surface_t* surface, double x, double y, double scale = 1.0,
@@ -77,8 +57,9 @@ CMouseOverlay::CMouseOverlay() {
   const uint32_t flag = g_mouseOpt.Flag;
   if (flag & MOUSE_DRAW_CURSOR) m_cursor = ov::CreateCursorMonitor();
   if (flag & MOUSE_DRAW_CLICKS) {
-    m_leftClickImage = LoadClickImage("Mouse-Left-Click.png");
-    m_rightClickImage = LoadClickImage("Mouse-Right-Click.png");
+    m_leftClickImage = ov::LoadImageSized("Mouse-Left-Click.png", kClickImageSize, kClickImageSize);
+    m_rightClickImage =
+        ov::LoadImageSized("Mouse-Right-Click.png", kClickImageSize, kClickImageSize);
   }
   if (flag & MOUSE_CLICK_HIGHLIGHT) m_clickDisc = CreateDisc(g_mouseOpt.clickColor);
   if (flag & MOUSE_POINTER_HIGHLIGHT) m_highlightDisc = CreateDisc(g_mouseOpt.highlightColor);
@@ -88,7 +69,7 @@ CMouseOverlay::~CMouseOverlay() = default;
 
 void CMouseOverlay::DrawMouse(cairo_t* cr, const RECT& rc) {
   const uint32_t flag = g_mouseOpt.Flag;
-  if (flag == 0 || !cr) return;
+  if (flag == 0 || !cr || g_bCanvasToolSelected || g_bMoveBarDragging) return;
   uint32_t clickTick;
   BOOL leftDown, rightDown;
   POINT mouse, click;
@@ -130,7 +111,7 @@ void CMouseOverlay::DrawCursor(cairo_t* cr, const RECT& rc, POINT pointer) {
   const ov::CursorImage& image = m_cursor->Current();
   if (image.width <= 0 || image.height <= 0) return;
   if (image.serial != m_cursorSerial || !m_cursorSurface) {
-    m_cursorSurface = Counted(cairo_image_surface_create_for_data(
+    m_cursorSurface = CountedSurface(cairo_image_surface_create_for_data(
         reinterpret_cast<unsigned char*>(const_cast<uint32_t*>(image.pixels.data())),
         CAIRO_FORMAT_ARGB32, image.width, image.height, image.width * 4));
     m_cursorSerial = image.serial;

@@ -5,20 +5,14 @@
 #include <cstdint>
 #include <memory>
 
+#include "core/Resources.h"
 #include "orvanta/types.h"
 #include "platform/NonCopyable.h"
 
 typedef struct _cairo cairo_t;
-typedef struct _cairo_surface cairo_surface_t;
 
 namespace ov {
 class CursorMonitor;
-
-// A cairo surface of the engine's, counted among its live bitmaps.
-struct SurfaceRelease {
-  void operator()(cairo_surface_t* surface) const;
-};
-using Surface = std::unique_ptr<cairo_surface_t, SurfaceRelease>;
 }  // namespace ov
 
 // Draws the pointer into a capture stream's frames; one per stream, made and

@@ -17,6 +17,9 @@ POINT g_ptClick;
 uint32_t g_dwClickTick;
 BOOL g_bLeftDown;
 BOOL g_bRightDown;
+std::atomic<bool> g_bCanvasToolSelected;
+std::atomic<bool> g_bCanvasDrawing;
+std::atomic<bool> g_bMoveBarDragging;
 
 using ov::Height;
 using ov::Width;
@@ -30,6 +33,21 @@ uint32_t g_notifyThread;
 std::unique_ptr<ov::PointerWatcher> g_hook;
 std::thread g_hookThread;
 POINT g_lastMoveRound{-1, -1};
+std::atomic<ov::PointerMoveTarget*> g_moveTarget;
+
+// Moves the box to g_ptRegion, and keeps where the box ended.
+void MoveBoxToRegion() {
+  ov::PointerMoveTarget* target = g_moveTarget.load();
+  if (!target) return;
+  POINT region;
+  {
+    std::lock_guard<std::recursive_mutex> lock(g_csMouse);
+    region = g_ptRegion;
+  }
+  POINT ended = target->MoveRegionTo(region);
+  std::lock_guard<std::recursive_mutex> lock(g_csMouse);
+  g_ptRegion = ended;
+}
 
 POINT ClampToDisplay(int32_t x, int32_t y) {
   return {std::clamp(x, g_rcDisplay.left, g_rcDisplay.right - 1),
@@ -97,6 +115,7 @@ void StartMouseHook(uint32_t uiThreadId) {
     } else {
       MoveCenterRegion(p.x, p.y);
     }
+    if (g_bRunning) MoveBoxToRegion();
   }
   g_hook = CreatePointerWatcher();
   if (!g_hook) {
@@ -120,16 +139,29 @@ void StopMouseHook() {
   g_lastMoveRound = {-1, -1};
 }
 
+void SetPointerMoveTarget(PointerMoveTarget* target) { g_moveTarget = target; }
+
 void OnPointerMoved(MessageQueue& queue) {
+  // A burst of moves costs one round.
   queue.RemoveMessages(kPointerMovedMessage);
+  std::this_thread::yield();
+  if (g_bCanvasDrawing || g_bMoveBarDragging) return;
   int32_t x, y;
   if (!QueryPointer(&x, &y)) return;
   if (x == g_lastMoveRound.x && y == g_lastMoveRound.y) return;
   g_lastMoveRound = {x, y};
-  if (g_mouseOpt.Mode == MOUSE_MODE_FOLLOW)
-    MoveFollowRegion(x, y);
-  else if (g_mouseOpt.Mode == MOUSE_MODE_CENTER)
+  if (g_videoOpt.hWindow) {
+    if (PointerMoveTarget* target = g_moveTarget.load()) target->FollowWindow();
+    return;
+  }
+  if (g_mouseOpt.Mode == MOUSE_MODE_FOLLOW) {
+    if (!MoveFollowRegion(x, y)) return;
+  } else if (g_mouseOpt.Mode == MOUSE_MODE_CENTER) {
     MoveCenterRegion(x, y);
+  } else {
+    return;
+  }
+  MoveBoxToRegion();
 }
 
 bool MoveFollowRegion(int32_t x, int32_t y) {

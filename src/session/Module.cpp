@@ -3,10 +3,12 @@
 
 #include <new>
 
+#include "capture/CursorCatalogue.h"
 #include "capture/DisplayCatalogue.h"
 #include "core/Globals.h"
 #include "core/Log.h"
 #include "core/ObjectRegistry.h"
+#include "core/Resources.h"
 #include "encode/VendorTable.h"
 #include "output/MuxWorkers.h"
 #include "pixels/PixelDispatch.h"
@@ -110,12 +112,14 @@ extern "C" HRESULT ovInitialize() {
   g_mainThreadId = CurrentThreadId();
   // The steps of subsystems still to come take their places in this order:
   // the crash reporter first; the image encoders after the displays; the
-  // cursor files after the pixel dispatch; the camera and audio-device
-  // catalogues after the encoders; the hardware capture probe last.
+  // camera and audio-device catalogues after the encoders; the hardware
+  // capture probe last.
   std::set_new_handler(OnAllocationFailure);
   ReportVideoHardware();
   BuildDisplayCatalogue();
+  InitializeResourceFolder();
   InitializePixelDispatch();
+  LoadCursors();
   ProbeVideoEncoders();
   ProbeGraphics();
   SuspendScreenSaver(true);

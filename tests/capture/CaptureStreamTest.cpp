@@ -4,6 +4,7 @@
 // events from xdotool.
 #include <cairo.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <functional>
 
@@ -11,6 +12,7 @@
 #include "capture/PointerTracker.h"
 #include "capture/RecordingCodec.h"
 #include "core/Globals.h"
+#include "core/Resources.h"
 #include "platform/Files.h"
 
 namespace {
@@ -219,7 +221,7 @@ TEST_F(CaptureTest, CentreModeFollowsThePointerAndTheCursorIsDrawn) {
   EXPECT_EQ(Pixel(last, 20, 110), 0u);
 }
 
-TEST_F(CaptureTest, WithoutFlagsNothingIsDrawnAndClicksLightTheDisc) {
+TEST_F(CaptureTest, WithoutFlagsNothingIsDrawnClicksLightTheDiscAndShowTheButton) {
   video.FrameRate = 20;
   Xdotool("mousemove 100 100");
   video.rcScreen = {0, 0, 256, 256};
@@ -231,29 +233,60 @@ TEST_F(CaptureTest, WithoutFlagsNothingIsDrawnAndClicksLightTheDisc) {
   EXPECT_EQ(Marked(recorded.frames.back(), 100, 100, 20), 0) << "no flags: the screen as it is";
   FreeCapturedFile(1);
 
+  // The click pictures come from the resource folder at 16 x 16; the
+  // right button's is missing there.
+  ovtest::ScratchFolder resources{"ovresources"};
+  ASSERT_EQ(mkdir((resources.Path() + "/Images").c_str(), 0755), 0);
+  cairo_surface_t* image = cairo_image_surface_create(CAIRO_FORMAT_ARGB32, 40, 40);
+  cairo_t* cr = cairo_create(image);
+  cairo_set_source_rgb(cr, 0, 1, 0);
+  cairo_paint(cr);
+  cairo_destroy(cr);
+  cairo_surface_write_to_png(image, (resources.Path() + "/Images/Mouse-Left-Click.png").c_str());
+  cairo_surface_destroy(image);
+  const std::wstring defaultFolder = g_szResourcePath;
+  SetResourceFilePath((resources.WidePath() + L"/").c_str());
+  ovtest::LogMark mark;
+
   Recorded clicks;
   g_codec = &clicks;
-  mouse.Flag = MOUSE_CLICK_HIGHLIGHT;
+  mouse.Flag = MOUSE_CLICK_HIGHLIGHT | MOUSE_DRAW_CLICKS;
   mouse.clickColor = 0xFFFF00;
   recorder = Record();
   ASSERT_NE(recorder, nullptr);
   recorder->Start();
   SleepMs(150);
-  Xdotool("mousemove 60 70 click 1");
+  Xdotool("mousemove 60 70 mousedown 1");
   ASSERT_TRUE(WaitFor([] {
     std::lock_guard<std::recursive_mutex> lock(g_csMouse);
     return g_ptClick.x == 60 && g_ptClick.y == 70;
   }));
+  SleepMs(300);
+  Xdotool("mouseup 1");
   SleepMs(800);
   recorder->Destroy();
-  int lit = 0, lastLit = 0;
+  SetResourceFilePath(defaultFolder.c_str());
+  EXPECT_NE(
+      mark.Text().find("Failed to load file:" + resources.Path() + "/Images/Mouse-Right-Click.png"),
+      std::string::npos);
+  int lit = 0, lastLit = 0, pictured = 0;
   for (const Frame& f : clicks.frames) {
     int n = Marked(f, 60, 70, 14);
     lit += n > 0;
     lastLit = n;
+    // The held button's picture: 16 x 16 at the pointer + (16, 16).
+    int green = 0, inPlace = 0;
+    for (int y = 0; y < 256; ++y)
+      for (int x = 0; x < 256; ++x)
+        if (Pixel(f, x, y) == kGreen) {
+          ++green;
+          inPlace += x >= 76 && x < 92 && y >= 86 && y < 102;
+        }
+    pictured += green == 256 && inPlace == 256;
   }
   EXPECT_GE(lit, 1) << "the disc shows after the click";
   EXPECT_EQ(lastLit, 0) << "and is gone 300 ms later";
+  EXPECT_GE(pictured, 1) << "the held button's picture";
 }
 
 }  // namespace

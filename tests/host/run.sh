@@ -24,7 +24,8 @@ lib=$(dirname "$(find "$prefix" -name 'liborvanta.so' | head -1)")
 strays=$(find "$lib" -mindepth 1 -maxdepth 1 ! -name 'liborvanta.so*' ! -name orvanta \
          ! -name pkgconfig ! -name cmake)
 [ -z "$strays" ] || { echo "files of ours in $lib: $strays"; exit 1; }
-for helper in orvanta/mux orvanta/libIntelCodec.so; do
+for helper in orvanta/mux orvanta/libIntelCodec.so orvanta/Resource/Images/Mouse-Left-Click.png \
+              orvanta/Resource/Cursors/splitv.cur; do
   [ -e "$lib/$helper" ] || { echo "missing $lib/$helper"; exit 1; }
 done
 [ -e "$prefix/share/man/man1/orvanta.1.gz" ] || { echo "no manual page"; exit 1; }
@@ -33,7 +34,7 @@ done
 exported=$(nm -D --defined-only "$lib/liborvanta.so")
 for symbol in ovInitialize ovUninitialize ovVideoRecord GetCapturedFile FreeCapturedFile \
               DeleteFolder GetDiskFreeBytes WriteLog LogFile FFMux \
-              RecoverCapturedFile; do
+              RecoverCapturedFile SetScreenCropBox SetDashValue SetResourceFilePath; do
   grep -qE " T $symbol\$" <<<"$exported" || { echo "not exported unmangled: $symbol"; exit 1; }
 done
 
