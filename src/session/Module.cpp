@@ -3,12 +3,14 @@
 
 #include <new>
 
+#include "audio/AudioCatalogue.h"
 #include "capture/DisplayCatalogue.h"
 #include "core/Globals.h"
 #include "core/Log.h"
 #include "core/ObjectRegistry.h"
 #include "encode/VendorTable.h"
 #include "output/MuxWorkers.h"
+#include "output/WmaFormats.h"
 #include "pixels/PixelDispatch.h"
 #include "platform/ChildProcess.h"
 #include "platform/GraphicsProbe.h"
@@ -110,13 +112,14 @@ extern "C" HRESULT ovInitialize() {
   g_mainThreadId = CurrentThreadId();
   // The steps of subsystems still to come take their places in this order:
   // the crash reporter first; the image encoders after the displays; the
-  // cursor files after the pixel dispatch; the camera and audio-device
-  // catalogues after the encoders; the hardware capture probe last.
+  // cursor files after the pixel dispatch; the camera catalogue after
+  // the encoders; the hardware capture probe last.
   std::set_new_handler(OnAllocationFailure);
   ReportVideoHardware();
   BuildDisplayCatalogue();
   InitializePixelDispatch();
   ProbeVideoEncoders();
+  BuildAudioCatalogue(EnumAudioCodecs);
   ProbeGraphics();
   SuspendScreenSaver(true);
   return S_OK;
