@@ -9,6 +9,7 @@
 #include "core/Log.h"
 #include "output/MuxOutput.h"
 #include "output/MuxWorkers.h"
+#include "output/Watermark.h"
 #include "output/WmaFormats.h"
 #include "platform/Clock.h"
 #include "platform/Files.h"
@@ -35,10 +36,16 @@ bool In(const CapturedFile& r) { return r.bWaveInStream && r.bUseWaveIn && r.lWa
 
 CWMMuxVideoReader::~CWMMuxVideoReader() {
   av_packet_free(&m_pSample);
+  av_packet_free(&m_pOutput);
+  av_frame_free(&m_pDecoded);
+  av_frame_free(&m_pCovered);
+  avcodec_free_context(&m_pDecoder);
+  avcodec_free_context(&m_pEncoder);
   avformat_close_input(&m_pReader);
 }
 
-HRESULT CWMMuxVideoReader::Initialize(const wchar_t* pFile, REFERENCE_TIME* pTrimStart) {
+HRESULT CWMMuxVideoReader::Initialize(const wchar_t* pFile, REFERENCE_TIME* pTrimStart,
+                                      bool watermark) {
   const std::string path = ToUtf8(pFile);
   int error = avformat_open_input(&m_pReader, path.c_str(), nullptr, nullptr);
   if (error < 0) {
@@ -53,13 +60,51 @@ HRESULT CWMMuxVideoReader::Initialize(const wchar_t* pFile, REFERENCE_TIME* pTri
              static_cast<unsigned>(E_FAIL), OV_FILE, __LINE__);
     return E_FAIL;
   }
+  HRESULT hr;
+  if (watermark && OV_FAILED(hr, OpenWatermark())) return hr;
   if (*pTrimStart != 0) {
-    // Samples are copied, not decoded: the kept part must start on a key
-    // frame, and the sound then starts with it.
+    // The kept part must start on a key frame, and the sound then starts
+    // with it.
     m_nStartMs = KeyTimeAtOrBefore(*pTrimStart / REF_MSEC_UNITS);
     av_seek_frame(m_pReader, m_nStream, m_nStartMs, AVSEEK_FLAG_BACKWARD);
     *pTrimStart = m_nStartMs * REF_MSEC_UNITS;
   }
+  return S_OK;
+}
+
+HRESULT CWMMuxVideoReader::OpenWatermark() {
+  const AVCodecParameters& par = *m_pReader->streams[m_nStream]->codecpar;
+  const AVCodec* decoder = avcodec_find_decoder(par.codec_id);
+  const AVCodec* encoder = avcodec_find_encoder(AV_CODEC_ID_WMV2);
+  if (!decoder || !encoder || par.width < 2 || par.height < 2) return E_FAIL;
+  m_pDecoder = avcodec_alloc_context3(decoder);
+  m_pEncoder = avcodec_alloc_context3(encoder);
+  m_pDecoded = av_frame_alloc();
+  m_pCovered = av_frame_alloc();
+  m_pOutput = av_packet_alloc();
+  const size_t pixels = static_cast<size_t>(par.width) * par.height;
+  if (!m_pDecoder || !m_pEncoder || !m_pDecoded || !m_pCovered || !m_pOutput ||
+      pixels * 4 > INT32_MAX || !m_Raster.Allocate(static_cast<int32_t>(pixels * 4)))
+    return E_OUTOFMEMORY;
+  if (avcodec_parameters_to_context(m_pDecoder, &par) < 0 ||
+      avcodec_open2(m_pDecoder, decoder, nullptr) < 0)
+    return E_FAIL;
+  AVCodecContext& c = *m_pEncoder;
+  c.width = par.width & ~1;
+  c.height = par.height & ~1;
+  c.pix_fmt = AV_PIX_FMT_YUV420P;
+  c.time_base = {1, 30};
+  c.gop_size = 600;
+  c.max_b_frames = 0;
+  c.flags |= AV_CODEC_FLAG_QSCALE;
+  c.global_quality = FF_QP2LAMBDA * 4;
+  if (avcodec_open2(m_pEncoder, encoder, nullptr) < 0) return E_FAIL;
+  m_pCovered->format = AV_PIX_FMT_YUV420P;
+  m_pCovered->width = c.width;
+  m_pCovered->height = c.height;
+  if (av_frame_get_buffer(m_pCovered, 0) < 0) return E_OUTOFMEMORY;
+  std::memset(m_Raster.Data(), 0, pixels * 4);
+  DrawWatermark(m_Raster.Data(), c.width, c.height);
   return S_OK;
 }
 
@@ -80,8 +125,11 @@ int64_t CWMMuxVideoReader::KeyTimeAtOrBefore(int64_t ms) {
 
 HRESULT CWMMuxVideoReader::ReadProfile(AVFormatContext* pProfile) {
   AVStream* stream = avformat_new_stream(pProfile, nullptr);
-  if (!stream ||
-      avcodec_parameters_copy(stream->codecpar, m_pReader->streams[m_nStream]->codecpar) < 0) {
+  const int error = !stream      ? -1
+                    : m_pEncoder ? avcodec_parameters_from_context(stream->codecpar, m_pEncoder)
+                                 : avcodec_parameters_copy(stream->codecpar,
+                                                           m_pReader->streams[m_nStream]->codecpar);
+  if (error < 0) {
     WriteLog(kErr, "Failed(0x%x) in pProfile->AddStream(pStreamConfig), FILE:%s, LINE:%d\n",
              static_cast<unsigned>(E_FAIL), OV_FILE, __LINE__);
     return E_FAIL;
@@ -97,22 +145,84 @@ HRESULT CWMMuxVideoReader::CopyAttribute(AVStream* pStream) {
   return S_OK;
 }
 
-AVPacket* CWMMuxVideoReader::ReadSample(int64_t* time, int64_t* duration, uint32_t* flags) {
+bool CWMMuxVideoReader::NextSample() {
   for (;;) {
     av_packet_unref(m_pSample);
-    if (av_read_frame(m_pReader, m_pSample) < 0) {
-      m_bEndOfStream = true;
-      return nullptr;
-    }
+    if (av_read_frame(m_pReader, m_pSample) < 0) return false;
     if (m_pSample->stream_index == m_nStream && m_pSample->pts != AV_NOPTS_VALUE &&
         m_pSample->pts >= m_nStartMs)
-      break;
+      return true;
   }
-  *time = (m_pSample->pts - m_nStartMs) * REF_MSEC_UNITS;
+}
+
+AVPacket* CWMMuxVideoReader::ReadSample(int64_t* time, int64_t* duration, uint32_t* flags) {
+  AVPacket* sample = m_pEncoder ? m_pOutput : m_pSample;
+  if (!(m_pEncoder ? NextCoveredSample() : NextSample())) {
+    m_bEndOfStream = true;
+    return nullptr;
+  }
+  const int64_t ms =
+      m_pEncoder ? m_Times[static_cast<size_t>(sample->pts) % m_Times.size()] : sample->pts;
+  *time = (ms - m_nStartMs) * REF_MSEC_UNITS;
   *duration = std::max<int64_t>(m_pSample->duration, 1) * REF_MSEC_UNITS;
-  *flags = (m_pSample->flags & AV_PKT_FLAG_KEY) ? kCleanPoint : 0;
+  *flags = (sample->flags & AV_PKT_FLAG_KEY) ? kCleanPoint : 0;
   m_nCurrentTime = static_cast<uint64_t>(*time);
-  return m_pSample;
+  return sample;
+}
+
+// Decodes until the encoder gives out a sample; key frames stay where the
+// temp file has them.
+bool CWMMuxVideoReader::NextCoveredSample() {
+  for (;;) {
+    av_packet_unref(m_pOutput);
+    int error = avcodec_receive_packet(m_pEncoder, m_pOutput);
+    if (error == 0) return true;
+    if (error != AVERROR(EAGAIN)) return false;
+    error = avcodec_receive_frame(m_pDecoder, m_pDecoded);
+    if (error == 0) {
+      Blend(m_pDecoded);
+      const int64_t sequence = m_nSequence++;
+      m_Times[static_cast<size_t>(sequence) % m_Times.size()] = m_pDecoded->best_effort_timestamp;
+      m_pCovered->pts = sequence;
+      m_pCovered->pict_type = m_pDecoded->key_frame ? AV_PICTURE_TYPE_I : AV_PICTURE_TYPE_NONE;
+      av_frame_unref(m_pDecoded);
+      if (avcodec_send_frame(m_pEncoder, m_pCovered) < 0) return false;
+    } else if (error == AVERROR_EOF) {
+      avcodec_send_frame(m_pEncoder, nullptr);
+    } else if (error != AVERROR(EAGAIN)) {
+      return false;
+    } else if (NextSample()) {
+      avcodec_send_packet(m_pDecoder, m_pSample);
+    } else if (!m_bDecoderDrained) {
+      m_bDecoderDrained = true;
+      avcodec_send_packet(m_pDecoder, nullptr);
+    } else {
+      return false;
+    }
+  }
+}
+
+// frame * (255 - alpha) + picture * alpha, over 255, plane by plane; the two
+// chroma planes share one alpha plane.
+void CWMMuxVideoReader::Blend(const AVFrame* pFrame) {
+  if (av_frame_make_writable(m_pCovered) < 0) return;
+  const int w = m_pCovered->width, h = m_pCovered->height;
+  const size_t pixels = static_cast<size_t>(w) * h;
+  const uint8_t* raster = m_Raster.Data();
+  const uint8_t* colour[3] = {raster, raster + pixels, raster + pixels * 5 / 4};
+  const uint8_t* alpha[3] = {raster + pixels * 3 / 2, raster + pixels * 5 / 2,
+                             raster + pixels * 5 / 2};
+  for (int p = 0; p < 3; ++p) {
+    const int pw = p ? w / 2 : w, ph = p ? h / 2 : h;
+    for (int y = 0; y < ph; ++y) {
+      const uint8_t* in = pFrame->data[p] + static_cast<ptrdiff_t>(y) * pFrame->linesize[p];
+      uint8_t* out = m_pCovered->data[p] + static_cast<ptrdiff_t>(y) * m_pCovered->linesize[p];
+      const uint8_t* c = colour[p] + static_cast<size_t>(y) * pw;
+      const uint8_t* a = alpha[p] + static_cast<size_t>(y) * pw;
+      for (int x = 0; x < pw; ++x)
+        out[x] = static_cast<uint8_t>((in[x] * (255 - a[x]) + c[x] * a[x] + 127) / 255);
+    }
+  }
 }
 
 // ---- audio: the wave temp files, encoded -----------------------------------
@@ -302,7 +412,8 @@ HRESULT CWMMuxer::BuildReaders(REFERENCE_TIME* pTrimStart) {
   HRESULT hr;
   if (r.bScreenStream) {
     auto video = std::make_unique<CWMMuxVideoReader>();
-    if (OV_FAILED(hr, video->Initialize(r.szScreenCaptureFile, pTrimStart))) return hr;
+    const bool watermark = g_szWatermarkFile[0] != L'\0';
+    if (OV_FAILED(hr, video->Initialize(r.szScreenCaptureFile, pTrimStart, watermark))) return hr;
     m_Readers[m_nReaders++] = std::move(video);
   }
   auto addAudio = [&](const AudioCodecInfo* info, const wchar_t* file, LONG volume,

@@ -46,19 +46,38 @@ class CWMMuxVideoReader final : public CWMMuxReaderBase {
  public:
   ~CWMMuxVideoReader() override;
   // Opens the temp video; a trim start moves back to the key frame at or
-  // before it, and *pTrimStart becomes that frame's time.
-  HRESULT Initialize(const wchar_t* pFile, REFERENCE_TIME* pTrimStart);
+  // before it, and *pTrimStart becomes that frame's time. With a watermark
+  // the frames are decoded, covered and encoded again; else the samples are
+  // copied as they are.
+  HRESULT Initialize(const wchar_t* pFile, REFERENCE_TIME* pTrimStart, bool watermark);
   HRESULT ReadProfile(AVFormatContext* pProfile) override;
   HRESULT CopyAttribute(AVStream* pStream) override;
   AVPacket* ReadSample(int64_t* time, int64_t* duration, uint32_t* flags) override;
 
  private:
   int64_t KeyTimeAtOrBefore(int64_t ms);
+  HRESULT OpenWatermark();
+  // The next sample of the kept part, into m_pSample; false at the end.
+  bool NextSample();
+  // The next sample of the watermarked video, into m_pOutput.
+  bool NextCoveredSample();
+  void Blend(const AVFrame* pFrame);
 
   AVFormatContext* m_pReader = nullptr;
   int m_nStream = -1;
   AVPacket* m_pSample = nullptr;
   int64_t m_nStartMs = 0;
+
+  // The watermark's path.
+  AVCodecContext* m_pDecoder = nullptr;
+  AVCodecContext* m_pEncoder = nullptr;
+  AVFrame* m_pDecoded = nullptr;
+  AVFrame* m_pCovered = nullptr;
+  AVPacket* m_pOutput = nullptr;
+  ov::audio::AlignedBuffer m_Raster;  // DrawWatermark's layout
+  std::array<int64_t, 32> m_Times{};  // ms of the frames in the encoder
+  int64_t m_nSequence = 0;
+  bool m_bDecoderDrained = false;
 };
 
 class CWMMuxAudioReader final : public CWMMuxReaderBase {

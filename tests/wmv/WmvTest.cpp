@@ -223,4 +223,27 @@ TEST_F(WMMuxTest, CancelEndsWithAbortAndLeavesNoFile) {
   EXPECT_TRUE(std::filesystem::is_empty(m_out.Path()));
 }
 
+TEST_F(WMMuxTest, WatermarkIsLaidOnTheVideo) {
+  const std::string picture = m_out.Path() + "/mark.png";
+  ovtest::RunCapture("ffmpeg -v error -f lavfi -i color=c=red:s=64x48 -frames:v 1 '" + picture +
+                     "'");
+  ASSERT_EQ(UseWatermark(ov::FromUtf8(picture).c_str(), 0, 0), S_OK);
+  const std::string out = m_out.Path() + "/mark.wmv";
+  const HRESULT hr = RunWMMux(out, GetAudioCodecInfo(0, 0), GetAudioCodecInfo(1, 0), 1);
+  UseWatermark(nullptr, 0, 0);
+  ASSERT_EQ(hr, S_OK);
+  EXPECT_EQ(ovtest::DecodeErrors(out), "");
+  // Red under the picture, 16 pixels from the corner; the scene elsewhere.
+  auto pixel = [&](int x, int y) {
+    return ovtest::RunCapture("ffmpeg -v error -i '" + out + "' -vf crop=2:2:" + std::to_string(x) +
+                              ":" + std::to_string(y) +
+                              " -frames:v 1 -f rawvideo -pix_fmt rgb24 - | od -An -tu1");
+  };
+  unsigned r = 0, g = 0, b = 0;
+  ASSERT_EQ(std::sscanf(pixel(40, 36).c_str(), "%u %u %u", &r, &g, &b), 3);
+  EXPECT_GT(r, 200u);
+  EXPECT_LT(g + b, 80u);
+  ASSERT_EQ(std::sscanf(pixel(300, 230).c_str(), "%u %u %u", &r, &g, &b), 3);
+  EXPECT_LT(r, 100u);
+}
 }  // namespace
