@@ -62,9 +62,10 @@ OV_API HRESULT FFMux(int m_Muxer, int audioSetting, const wchar_t* pwszOutFile, 
 // limit). With Mix, both tracks become one, in the first track's format. A
 // trim start moves back to the key frame at or before it, and the sound
 // starts there too. Returns 0 when the work has started on a thread of its
-// own, which reports progress and the end through pCallback; progress 0 on
-// cancels, with E_ABORT. The file is written under a hidden name and put in
-// place only when complete. The record must be left alone until OnComplete.
+// own, which reports progress and the end through pCallback; an OnProgress
+// that returns 0 cancels, and the end is then E_ABORT. The file is written
+// under a hidden name and put in place only when complete. The record must
+// be left alone until OnComplete.
 OV_API HRESULT WMMux(const wchar_t* pwszOutFile, int Second,
                      const AudioCodecInfo* pWaveOutAudioCodecInfo,
                      const AudioCodecInfo* pWaveInAudioCodecInfo, int Mix, CMuxCallback* pCallback);
