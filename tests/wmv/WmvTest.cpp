@@ -217,9 +217,16 @@ TEST_F(WMMuxTest, SoundOnlyGivesWmaInEveryListedFormat) {
   }
 }
 
-TEST_F(WMMuxTest, CancelEndsWithAbortAndLeavesNoFile) {
+TEST_F(WMMuxTest, CancelOrMisuseLeavesNoFile) {
   const std::string out = m_out.Path() + "/cancel.wmv";
   EXPECT_EQ(RunWMMux(out, GetAudioCodecInfo(0, 0), GetAudioCodecInfo(1, 0), 1, 0), E_ABORT);
+  // A track in use without its format, a relative path, a trim the wrong way round.
+  EXPECT_EQ(RunWMMux(out, nullptr, GetAudioCodecInfo(1, 0), 1), E_FAIL);
+  EXPECT_EQ(RunWMMux("cancel.wmv", GetAudioCodecInfo(0, 0), GetAudioCodecInfo(1, 0), 1),
+            E_INVALIDARG);
+  GetCapturedFile()->nTrimStart = 20000000;
+  GetCapturedFile()->nTrimEnd = 10000000;
+  EXPECT_EQ(RunWMMux(out, GetAudioCodecInfo(0, 0), GetAudioCodecInfo(1, 0), 1), E_INVALIDARG);
   EXPECT_TRUE(std::filesystem::is_empty(m_out.Path()));
 }
 
