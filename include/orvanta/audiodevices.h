@@ -45,7 +45,8 @@ struct AudioDeviceInfo {
 
 extern "C" {
 
-// Device 0 or 1 (no other value is checked), or null when there is none.
+// Device 0 or 1, or null when there is none; any other i is refused with a
+// log line.
 OV_API const AudioDeviceInfo* GetAudioDeviceInfo(int i);
 // The number of formats of device i; 0 for a missing device.
 OV_API int GetAudioCodecInfoCount(int i);

@@ -158,7 +158,11 @@ void BuildAudioCatalogue(AudioCodecEnumerator enumerate) {
 extern "C" {
 
 const AudioDeviceInfo* GetAudioDeviceInfo(int i) {
-  const auto& device = ov::g_AudioDevices[static_cast<size_t>(i) & 1];
+  if (i < 0 || i > 1) {
+    OV_BAD_ARG(i);
+    return nullptr;
+  }
+  const auto& device = ov::g_AudioDevices[static_cast<size_t>(i)];
   return device ? &device->info : nullptr;
 }
 
