@@ -17,13 +17,14 @@ namespace {
 
 constexpr int kMaxSide = 16384;
 
-// wmv2 has no VBR-by-quality mode; a fixed quantiser is its counterpart.
-// The VBR quality scale runs from 75 (small files) to 98 (near lossless):
-//   75 -> 12   80 -> 9   85 -> 6   90 -> 4   95 -> 3   98 -> 2
-// The rest of the WMV9 settings have no wmv2 option: crisp mode, the video
-// window, complexity, interlaced coding, the packet overhead per frame and
-// live encoding are WMV3 encoder controls. The key-frame distance is kept
-// by the writer's own rule (one second at most between key frames).
+// The WMV9 encoder settings on wmv2:
+//   _VBRENABLED, _VBRQUALITY: wmv2 has no VBR-by-quality mode; a fixed
+//     quantiser is its counterpart. Quality 75 (small files) to 98:
+//     75 -> 12   80 -> 9   85 -> 6   90 -> 4   95 -> 3   98 -> 2
+//   _PASSESUSED 1: libavcodec encodes in one pass.
+//   _KEYDIST: WriteFrame asks for a key frame at most a second after the last.
+//   _CRISP, _VIDEOWINDOW, _COMPLEXITYEX, _INTERLACEDCODINGENABLED,
+//   _ASFOVERHEADPERFRAME, _LIVEENCODE: WMV3 controls with no wmv2 option.
 int Quantiser(int32_t vbrQuality) {
   if (vbrQuality >= 98) return 2;
   if (vbrQuality >= 95) return 3;
