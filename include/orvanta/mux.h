@@ -2,6 +2,7 @@
 // program beside the library, and the watermark laid on its video.
 #pragma once
 
+#include "orvanta/audiodevices.h"
 #include "orvanta/types.h"
 
 // Implemented by the host; called on the muxer's own thread.
@@ -53,6 +54,21 @@ extern "C" {
 // was. (A canceled mux lets the program finish; its file is then renamed.)
 OV_API HRESULT FFMux(int m_Muxer, int audioSetting, const wchar_t* pwszOutFile, int Duration,
                      CMuxCallback* pCallback);
+
+// Assembles the ASF file of a WMV recording (CodecType 0), or of one with
+// sound only, at pwszOutFile: the video as it was recorded, the sound
+// encoded to WMA in the formats chosen from the audio catalogue (required
+// for each track in use), with the trim, at most Second seconds long (0: no
+// limit). With Mix, both tracks become one, in the first track's format. A
+// trim start moves back to the key frame at or before it, and the sound
+// starts there too. Returns 0 when the work has started on a thread of its
+// own, which reports progress and the end through pCallback; an OnProgress
+// that returns 0 cancels, and the end is then E_ABORT. The file is written
+// under a hidden name and put in place only when complete. The record must
+// be left alone until OnComplete.
+OV_API HRESULT WMMux(const wchar_t* pwszOutFile, int Second,
+                     const AudioCodecInfo* pWaveOutAudioCodecInfo,
+                     const AudioCodecInfo* pWaveInAudioCodecInfo, int Mix, CMuxCallback* pCallback);
 
 // A picture laid on the video of the files made from now on; null turns it
 // off. alignX: 0 left, 1 centre, 2 right; alignY: 0 top, 1 centre, 2 bottom.

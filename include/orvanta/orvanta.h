@@ -2,6 +2,7 @@
 // `pkg-config --libs orvanta`.
 #pragma once
 
+#include "orvanta/audiodevices.h"
 #include "orvanta/captured.h"
 #include "orvanta/displays.h"
 #include "orvanta/encoders.h"

@@ -3,6 +3,7 @@
 
 #include <new>
 
+#include "audio/AudioCatalogue.h"
 #include "capture/CursorCatalogue.h"
 #include "capture/DisplayCatalogue.h"
 #include "core/Globals.h"
@@ -11,6 +12,7 @@
 #include "core/Resources.h"
 #include "encode/VendorTable.h"
 #include "output/MuxWorkers.h"
+#include "output/WmaFormats.h"
 #include "pixels/PixelDispatch.h"
 #include "platform/ChildProcess.h"
 #include "platform/GraphicsProbe.h"
@@ -112,8 +114,7 @@ extern "C" HRESULT ovInitialize() {
   g_mainThreadId = CurrentThreadId();
   // The steps of subsystems still to come take their places in this order:
   // the crash reporter first; the image encoders after the displays; the
-  // camera and audio-device catalogues after the encoders; the hardware
-  // capture probe last.
+  // camera catalogue after the encoders; the hardware capture probe last.
   std::set_new_handler(OnAllocationFailure);
   ReportVideoHardware();
   BuildDisplayCatalogue();
@@ -121,6 +122,7 @@ extern "C" HRESULT ovInitialize() {
   InitializePixelDispatch();
   LoadCursors();
   ProbeVideoEncoders();
+  BuildAudioCatalogue(EnumAudioCodecs);
   ProbeGraphics();
   SuspendScreenSaver(true);
   return S_OK;

@@ -13,6 +13,7 @@
 #include "core/Rect.h"
 #include "encode/VendorTable.h"
 #include "encode/VideoCodec.h"
+#include "output/WMVMediaObject.h"
 #include "platform/Clock.h"
 #include "platform/MessageQueue.h"
 #include "platform/Thread.h"
@@ -207,6 +208,8 @@ HRESULT CScreenCapture::Create() {
 
   if (s_codecFactoryForTesting)
     m_VideoCodec.reset(s_codecFactoryForTesting(codecType, this, this));
+  else if (codecType == CodecType_WMV)
+    m_VideoCodec = std::make_unique<CWMVMediaObject>(this, this);
   else if (codecType >= 1 && codecType <= 4)
     m_VideoCodec.reset(CreateLibraryVideoCodec(codecType, this, this));
   if (!m_VideoCodec) {

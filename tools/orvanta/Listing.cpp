@@ -30,27 +30,37 @@ bool NeedDisplay() {
   return true;
 }
 
-// The engine's device record starts with two wide strings of 128: the
-// friendly name and the endpoint id.
-struct AudioDeviceHead {
-  wchar_t szName[128];
-  wchar_t szId[128];
-};
-using GetAudioDeviceInfoFn = const AudioDeviceHead* (*)(int);
+using GetAudioDeviceInfoFn = const AudioDeviceInfo* (*)(int);
+using GetAudioCodecInfoCountFn = int (*)(int);
+using GetAudioCodecInfoFn = const AudioCodecInfo* (*)(int, int);
 
+// Each default device with the WMA formats that a WMV recording can give its
+// sound, best first.
 void PrintAudioEndpoints() {
   std::printf("Audio endpoints\n");
   auto getDevice = reinterpret_cast<GetAudioDeviceInfoFn>(EngineSymbol("GetAudioDeviceInfo"));
-  if (!getDevice) {
+  auto getCount =
+      reinterpret_cast<GetAudioCodecInfoCountFn>(EngineSymbol("GetAudioCodecInfoCount"));
+  auto getCodec = reinterpret_cast<GetAudioCodecInfoFn>(EngineSymbol("GetAudioCodecInfo"));
+  if (!getDevice || !getCount || !getCodec) {
     std::printf("  not available yet (this build's engine has no audio device catalogue)\n");
     return;
   }
   const char* roles[] = {"system sound (loopback of the default output)",
                          "microphone (default input)"};
   for (int i = 0; i < 2; ++i) {
-    const AudioDeviceHead* device = getDevice(i);
+    const AudioDeviceInfo* device = getDevice(i);
     std::printf("  %-48s %s\n", roles[i],
                 device ? ov::ToUtf8(device->szName).c_str() : "none found");
+    if (!device) continue;
+    const WAVEFORMATEX& f = device->Format.Format;
+    std::printf("    %s, %u Hz, %u channels, %u bits\n", ov::ToUtf8(device->szId).c_str(),
+                f.nSamplesPerSec, f.nChannels, f.wBitsPerSample);
+    for (int n = 0; n < getCount(i); ++n) {
+      const AudioCodecInfo* codec = getCodec(i, n);
+      std::printf("    [%d] %s: %s\n", n, ov::ToUtf8(codec->szName).c_str(),
+                  ov::ToUtf8(codec->szDescription).c_str());
+    }
   }
 }
 
