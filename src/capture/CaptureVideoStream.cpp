@@ -53,15 +53,7 @@ void CCaptureVideoStream::Run() {
   m_hReadyEvent.Set();
   if (!m_bSetUpOk) return;
 
-  CFrameTiming& owner = *m_pOwner;
-  while (g_bRunning.load()) {
-    if (!g_bRecording.load()) {
-      owner.m_hRunEvent.Wait();
-      continue;
-    }
-    if (owner.m_nFrameCount != 0) WaitForNextFrame();
-    if (g_bRecording.load()) MakeFrame();
-  }
+  CaptureLoop();
   if (g_bLastFrame.load()) {
     // Whatever the screen shows, the compare must find a change, so that a
     // still screen at the end does not shorten the video.
@@ -72,6 +64,18 @@ void CCaptureVideoStream::Run() {
     MakeFrame();
   }
   m_pCodec->Finish();
+}
+
+void CCaptureVideoStream::CaptureLoop() {
+  CFrameTiming& owner = *m_pOwner;
+  while (g_bRunning.load()) {
+    if (!g_bRecording.load()) {
+      owner.m_hRunEvent.Wait();
+      continue;
+    }
+    if (owner.m_nFrameCount != 0) WaitForNextFrame();
+    if (g_bRecording.load()) MakeFrame();
+  }
 }
 
 // The interval runs from the start of one capture to the start of the next.
@@ -107,7 +111,7 @@ void CCaptureVideoStream::WaitForNextFrame() {
   ++m_nPaced;
 }
 
-void CCaptureVideoStream::MakeFrame() {
+void CCaptureVideoStream::MakeFrame(bool dirty) {
   CFrameTiming& owner = *m_pOwner;
   uint32_t now = ov::TickCount();
   owner.m_dwFrameTick = now;
@@ -118,13 +122,13 @@ void CCaptureVideoStream::MakeFrame() {
     time = static_cast<int64_t>(owner.m_dwElapsed) * 10000;
   }
   const int32_t pitch = CFrameDetect::m_nWidth * 4;
-  if (!FillFrame(m_pBits, pitch)) return;
-  if (g_bUnborder) Unborder(m_pBits);
-  if (m_pBitmap) cairo_surface_mark_dirty(m_pBitmap);
-  m_mouse->DrawMouse(m_pGraphics, m_rcSource);
-  if (m_pBitmap) cairo_surface_flush(m_pBitmap);
-  bool changed;
-  {
+  bool changed = false;
+  if (dirty) {
+    if (!FillFrame(m_pBits, pitch)) return;
+    if (g_bUnborder) Unborder(m_pBits);
+    if (m_pBitmap) cairo_surface_mark_dirty(m_pBitmap);
+    m_mouse->DrawMouse(m_pGraphics, m_rcSource);
+    if (m_pBitmap) cairo_surface_flush(m_pBitmap);
     // The reference frame is also read by SaveFrameToFile on the host's thread.
     std::lock_guard<std::recursive_mutex> lock(g_csCanvas);
     changed = IsChanged(m_pBits);

@@ -46,6 +46,13 @@ class CCaptureVideoStream : public CFrameDetect, public CMemoryBitmap {
   // is cleared where the stream does not write. False loses this frame.
   virtual bool FillFrame(uint8_t* frame, int32_t pitch) = 0;
 
+  // The rounds of capture, from the start until the stop; by default a frame
+  // every interval, waiting while paused.
+  virtual void CaptureLoop();
+  // One frame. Without dirty the frame is handed over as it stands, as
+  // unchanged, and nothing is fetched, drawn or compared.
+  void MakeFrame(bool dirty = true);
+
   // Blackens the frame to the right of and below the region.
   void ClearMargins(uint8_t* frame, int32_t pitch) const;
 
@@ -57,7 +64,6 @@ class CCaptureVideoStream : public CFrameDetect, public CMemoryBitmap {
  private:
   void Run();
   void WaitForNextFrame();
-  void MakeFrame();
   void Unborder(uint8_t* frame);
 
   bool m_bSetUpOk = false;

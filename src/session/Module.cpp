@@ -4,6 +4,7 @@
 #include <new>
 
 #include "capture/DisplayCatalogue.h"
+#include "capture/MagnifierHost.h"
 #include "core/Globals.h"
 #include "core/Log.h"
 #include "core/ObjectRegistry.h"
@@ -118,6 +119,7 @@ extern "C" HRESULT ovInitialize() {
   InitializePixelDispatch();
   ProbeVideoEncoders();
   ProbeGraphics();
+  ProbeHardwareCapture();
   SuspendScreenSaver(true);
   return S_OK;
 }
