@@ -59,6 +59,7 @@ void CCaptureVideoStream::Run() {
     // still screen at the end does not shorten the video.
     reinterpret_cast<uint32_t*>(m_pLastFrame)[0] ^= 0xFFFFFFFFu;
     reinterpret_cast<uint32_t*>(m_pLastFrame)[1] ^= 0xFFFFFFFFu;
+    m_bFinalFrame = true;
     // Made at the stop, not at the next frame's time: it shows the screen
     // as it was when the recording ended, and the video ends there too.
     MakeFrame();
@@ -124,6 +125,8 @@ void CCaptureVideoStream::MakeFrame(bool dirty) {
   const int32_t pitch = CFrameDetect::m_nWidth * 4;
   bool changed = false;
   if (dirty) {
+    m_nChangedTop = 0;
+    m_nChangedBottom = CFrameDetect::m_nHeight;
     if (!FillFrame(m_pBits, pitch)) return;
     if (g_bUnborder) Unborder(m_pBits);
     if (m_pBitmap) cairo_surface_mark_dirty(m_pBitmap);
@@ -131,7 +134,11 @@ void CCaptureVideoStream::MakeFrame(bool dirty) {
     if (m_pBitmap) cairo_surface_flush(m_pBitmap);
     // The reference frame is also read by SaveFrameToFile on the host's thread.
     std::lock_guard<std::recursive_mutex> lock(g_csCanvas);
-    changed = IsChanged(m_pBits);
+    if (m_bFinalFrame || (m_nChangedTop == 0 && m_nChangedBottom == CFrameDetect::m_nHeight))
+      changed = IsChanged(m_pBits);
+    else
+      changed = IsChanged(m_pBits, static_cast<size_t>(m_nChangedTop) * pitch,
+                          static_cast<size_t>(m_nChangedBottom) * pitch);
   }
   BOOL keyFrame = 0;
   if (time - m_nLastKeyTime >= s_nKeyFrameSpacing.load()) {

@@ -58,6 +58,9 @@ class CCaptureVideoStream : public CFrameDetect, public CMemoryBitmap {
 
   // This frame's region in virtual-screen pixels, set by FillFrame.
   RECT m_rcSource{};
+  // Rows of the frame outside which FillFrame knows that it equals the
+  // reference frame; the whole frame unless FillFrame narrows them.
+  int32_t m_nChangedTop = 0, m_nChangedBottom = 0;
   const int32_t m_nRegionWidth;
   const int32_t m_nRegionHeight;
 
@@ -67,6 +70,7 @@ class CCaptureVideoStream : public CFrameDetect, public CMemoryBitmap {
   void Unborder(uint8_t* frame);
 
   bool m_bSetUpOk = false;
+  bool m_bFinalFrame = false;
   uint32_t m_dwPaceAnchor = 0;  // tick of the frame the schedule counts from
   uint64_t m_nPaced = 0;        // frames since the anchor
   std::unique_ptr<CMouseOverlay> m_mouse;

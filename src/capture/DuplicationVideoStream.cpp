@@ -20,13 +20,7 @@ constexpr uint32_t kRecreateMs = 100;
 CDesktopDuplicationVideoStream::CDesktopDuplicationVideoStream(CFrameTiming* pOwner,
                                                                CVideoCodec* pCodec, int32_t width,
                                                                int32_t height, bool composed)
-    : CCaptureVideoStream(pOwner, pCodec, width, height), m_bComposed(composed) {
-  void* block = nullptr;
-  if (posix_memalign(&block, 64, m_nFrameSize) == 0) {
-    std::memset(block, 0, m_nFrameSize);  // the margins stay black
-    m_pMirror = static_cast<uint8_t*>(block);
-  }
-}
+    : CCaptureVideoStream(pOwner, pCodec, width, height), m_bComposed(composed) {}
 
 CDesktopDuplicationVideoStream::~CDesktopDuplicationVideoStream() {
   Join();
@@ -57,7 +51,13 @@ HRESULT CDesktopDuplicationVideoStream::CreateDesktopDuplication() {
 }
 
 bool CDesktopDuplicationVideoStream::SetUp() {
-  if (!m_pMirror) return false;
+  m_bDirect = g_mouseOpt.Flag == 0 && !g_bUnborder;
+  if (!m_bDirect) {
+    void* block = nullptr;
+    if (posix_memalign(&block, 64, m_nFrameSize) != 0) return false;
+    std::memset(block, 0, m_nFrameSize);  // the margins stay black
+    m_pMirror = static_cast<uint8_t*>(block);
+  }
   HRESULT hr;
   if (OV_FAILED(hr, CreateDesktopDuplication())) return false;
   return true;
@@ -67,13 +67,20 @@ RECT CDesktopDuplicationVideoStream::FrameRegion() { return g_videoOpt.rcScreen;
 
 bool CDesktopDuplicationVideoStream::FillFrame(uint8_t* frame, int32_t pitch) {
   m_rcSource = FrameRegion();
-  if (m_pDuplication && !m_pDuplication->Update(m_rcSource, m_pMirror, pitch)) {
+  uint8_t* mirror = m_bDirect ? frame : m_pMirror;
+  if (m_pDuplication && !m_pDuplication->Update(m_rcSource, mirror, pitch)) {
     WriteLog(ov::kErr, "Failed(0x%x) to Map\n", static_cast<unsigned>(m_pDuplication->LastError()));
     m_pDuplication->Invalidate();
     return false;
   }
-  // Without a mirror (lost at the stop) the last picture is used again.
-  std::memcpy(frame, m_pMirror, m_nFrameSize);
+  if (!m_bDirect) {
+    // Without a mirror (lost at the stop) the last picture is used again.
+    std::memcpy(frame, m_pMirror, m_nFrameSize);
+    return true;
+  }
+  const RECT updated = m_pDuplication ? m_pDuplication->LastUpdated() : RECT{};
+  m_nChangedTop = std::clamp(updated.top - m_rcSource.top, 0, m_nRegionHeight);
+  m_nChangedBottom = std::clamp(updated.bottom - m_rcSource.top, m_nChangedTop, m_nRegionHeight);
   return true;
 }
 

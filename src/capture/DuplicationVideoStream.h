@@ -37,6 +37,9 @@ class CDesktopDuplicationVideoStream : public CCaptureVideoStream {
   HRESULT CreateDesktopDuplication();
 
   const bool m_bComposed;
+  // Without overlays nothing but the fetches writes the frame, so the frame
+  // itself is the mirror, and only the rows fetched need comparing.
+  bool m_bDirect = false;
   uint8_t* m_pMirror = nullptr;  // the region as last fetched, in the frame's layout
   int32_t m_nDesktopWidth = 0, m_nDesktopHeight = 0;
 };

@@ -33,6 +33,9 @@ class DesktopMirror {
   virtual bool Update(const RECT& region, uint8_t* dst, int32_t pitch) = 0;
   // The next Update fetches the whole region.
   virtual void Invalidate() = 0;
+  // The bounding box (screen pixels) of what the last Update wrote; empty
+  // when it wrote nothing.
+  virtual RECT LastUpdated() const = 0;
 
   // Composed kind only: the windows (any window; its top-level ancestor is
   // what goes) to leave out of the picture from the next Update on.

@@ -141,7 +141,7 @@ class XDamageMirror : public DesktopMirror {
   bool Update(const RECT& region, uint8_t* dst, int32_t pitch) override {
     const bool full = m_full || !Same(region, m_region);
     m_region = region;
-    bool fetched = full;
+    m_updated = {};
     bool ok = true;
     if (full) {
       ok = Fetch(region, region, dst, pitch);
@@ -149,16 +149,13 @@ class XDamageMirror : public DesktopMirror {
       RECT box = m_rects[0];
       for (size_t i = 1; i < m_count; ++i) box = Union(box, m_rects[i]);
       ok = Fetch(Intersect(box, region), region, dst, pitch);
-      fetched = true;
     } else {
       for (size_t i = 0; i < m_count && ok; ++i) {
         RECT part = Intersect(m_rects[i], region);
-        if (Empty(part)) continue;
-        ok = Fetch(part, region, dst, pitch);
-        fetched = true;
+        if (!Empty(part)) ok = Fetch(part, region, dst, pitch);
       }
     }
-    if (ok && fetched && m_excludedCount) ok = RecomposeExcluded(region, dst, pitch);
+    if (ok && !Empty(m_updated) && m_excludedCount) ok = RecomposeExcluded(region, dst, pitch);
     if (ok) {
       m_full = false;
       m_count = 0;
@@ -167,6 +164,7 @@ class XDamageMirror : public DesktopMirror {
   }
 
   void Invalidate() override { m_full = true; }
+  RECT LastUpdated() const override { return m_updated; }
 
   void SetExcludedWindows(const uint64_t* windows, size_t count) override {
     count = std::min(count, kMaxExcluded);
@@ -293,6 +291,7 @@ class XDamageMirror : public DesktopMirror {
 
   // Fetches part (inside region) of the screen into dst, which holds region.
   bool Fetch(const RECT& part, const RECT& region, uint8_t* dst, int32_t pitch) {
+    m_updated = Empty(m_updated) ? part : Union(m_updated, part);
     RECT inside = Intersect(part, m_screen);
     if (!Same(inside, part)) ClearOutside(part, inside, dst + Offset(part, region, pitch), pitch);
     if (Empty(inside)) return true;
@@ -402,6 +401,7 @@ class XDamageMirror : public DesktopMirror {
       RECT area = Intersect(Intersect(outer, region), m_screen);
       if (Empty(area)) continue;
       if (!ComposeArea(area, region, dst, pitch, excluded, 0)) return false;
+      m_updated = Union(m_updated, area);
     }
     return true;
   }
@@ -484,6 +484,7 @@ class XDamageMirror : public DesktopMirror {
   Atom m_rootPixmapAtom = 0;
   RECT m_screen{};
   RECT m_region{};
+  RECT m_updated{};
   bool m_full = true;
   bool m_heard = false;
   bool m_lost = false;
