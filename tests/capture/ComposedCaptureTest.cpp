@@ -5,6 +5,8 @@
 #include "capture/RecordingCodec.h"
 #include "core/Globals.h"
 #include "platform/DesktopMirror.h"
+#include "platform/Text.h"
+#include "support/FrameIndexFile.h"
 #include "support/Servers.h"
 // Last: Xlib's macros would break the test framework's headers.
 #include <X11/Xlib.h>
@@ -39,6 +41,23 @@ TEST_F(ChangeDrivenTest, ScreenSizeChangeIsAccessLostAndTheStreamComesBack) {
   EXPECT_EQ(Pixel(recorded.frames.back(), 10, 10), kGreen) << "frames again after the change";
   EXPECT_EQ(Pixel(recorded.frames.back(), 100, 10), kBlue);
   EXPECT_EQ(recorded.finishes, 1);
+}
+
+// With the real encoder: a still screen leaves nothing in the video but its
+// key frames and the last frame.
+TEST_F(ChangeDrivenTest, StillScreenWritesKeyFramesOnly) {
+  CScreenCapture::s_codecFactoryForTesting = nullptr;
+  video.rcScreen = {0, 0, 640, 480};
+  CScreenRecoderObject* recorder = Record();
+  ASSERT_NE(recorder, nullptr);
+  recorder->Start();
+  SleepMs(2300);
+  recorder->Destroy();
+  const auto entries =
+      ovtest::ReadFrameIndex(ov::ToUtf8(GetCapturedFile()->szScreenCaptureFile) + ".idx").entries;
+  ASSERT_GE(entries.size(), 3u) << "key frames at 0 and 1 s at least, and the last frame";
+  for (size_t i = 0; i + 1 < entries.size(); ++i)
+    EXPECT_NE(entries[i].pictureType, uint32_t{ov::kPicturePredicted}) << i;
 }
 
 struct Windows {
