@@ -37,7 +37,7 @@ HRESULT SetMagnifierSource(MagnifierHost* host, const RECT& rc, HWND target) {
   }
   host->source = rc;
   host->target = target;
-  host->mirror->SetExcludedWindows(host->windows.data(), host->windows.size());
+  host->mirror->SetWindowLists(host->windows.data(), host->windows.size(), nullptr, 0);
   return S_OK;
 }
 

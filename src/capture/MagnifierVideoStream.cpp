@@ -34,9 +34,8 @@ void CMagnifierVideoStream::AddIncludeWindow(HWND window) {
   if (!window ||
       std::find(m_IncludeWindows.begin(), m_IncludeWindows.end(), window) != m_IncludeWindows.end())
     return;
-  // Kept for the day the process's own windows leave the picture by
-  // themselves; a window named here would then stay.
   m_IncludeWindows.push_back(window);
+  m_bWindowsChanged = true;
 }
 
 RECT CMagnifierVideoStream::FrameRegion() {
@@ -57,8 +56,11 @@ bool CMagnifierVideoStream::BeforeFetch() {
     m_nExcluded = 0;
     m_nExcluded = std::min(m_ExcludeWindows.size(), kMaxExcluded);
     std::copy_n(m_ExcludeWindows.begin(), m_nExcluded, m_excluded.begin());
+    m_nIncluded = std::min(m_IncludeWindows.size(), kMaxExcluded);
+    std::copy_n(m_IncludeWindows.begin(), m_nIncluded, m_included.begin());
   }
   m_pTold = m_pDuplication.get();
-  if (m_pDuplication) m_pDuplication->SetExcludedWindows(m_excluded.data(), m_nExcluded);
+  if (m_pDuplication)
+    m_pDuplication->SetWindowLists(m_excluded.data(), m_nExcluded, m_included.data(), m_nIncluded);
   return true;
 }

@@ -16,7 +16,8 @@ class CMagnifierVideoStream : public CDesktopDuplicationVideoStream {
   CMagnifierVideoStream(CFrameTiming* pOwner, CVideoCodec* pCodec, int32_t width, int32_t height);
   ~CMagnifierVideoStream() override;
 
-  // From the host's thread. Null and repeated handles are ignored.
+  // From the host's thread. Null and repeated handles are ignored. The
+  // process's own windows are left out unless included.
   void AddExcludeWindow(HWND window);
   void RemoveExcludeWindow(HWND window);
   void AddIncludeWindow(HWND window);
@@ -35,5 +36,7 @@ class CMagnifierVideoStream : public CDesktopDuplicationVideoStream {
   bool m_bWindowsChanged = false;  // under m_csWindows
   std::array<uint64_t, kMaxExcluded> m_excluded{};
   size_t m_nExcluded = 0;
+  std::array<uint64_t, kMaxExcluded> m_included{};
+  size_t m_nIncluded = 0;
   const ov::DesktopMirror* m_pTold = nullptr;  // the mirror that has the list
 };

@@ -38,8 +38,10 @@ class DesktopMirror {
   virtual RECT LastUpdated() const = 0;
 
   // Composed kind only: the windows (any window; its top-level ancestor is
-  // what goes) to leave out of the picture from the next Update on.
-  virtual void SetExcludedWindows(const uint64_t* windows, size_t count) = 0;
+  // what goes) to leave out of the picture from the next Update on. The
+  // process's own top-level windows are left out too, unless included.
+  virtual void SetWindowLists(const uint64_t* excluded, size_t excludedCount,
+                              const uint64_t* included, size_t includedCount) = 0;
   // Composed kind only: the region composed from the windows bottom-up,
   // leaving out those above stopAt's top-level window (0: none), and the
   // excluded ones. Fetches everything; for one-off pictures.

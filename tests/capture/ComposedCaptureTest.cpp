@@ -9,8 +9,10 @@
 #include "support/FrameIndexFile.h"
 #include "support/Servers.h"
 // Last: Xlib's macros would break the test framework's headers.
+#include <X11/Xatom.h>
 #include <X11/Xlib.h>
 #include <X11/Xutil.h>
+#include <unistd.h>
 
 namespace {
 
@@ -66,13 +68,19 @@ struct Windows {
     for (Window w : made) XDestroyWindow(display, w);
     XCloseDisplay(display);
   }
-  Window Make(int x, int y, int w, int h, uint32_t colour) {
+  // ours: marked with this process's id, as toolkits mark their windows.
+  Window Make(int x, int y, int w, int h, uint32_t colour, bool ours = false) {
     XSetWindowAttributes a;
     a.background_pixel = colour;
     a.override_redirect = True;
     Window window =
         XCreateWindow(display, DefaultRootWindow(display), x, y, w, h, 0, CopyFromParent,
                       InputOutput, CopyFromParent, CWBackPixel | CWOverrideRedirect, &a);
+    if (ours) {
+      const unsigned long pid = static_cast<unsigned long>(getpid());
+      XChangeProperty(display, window, XInternAtom(display, "_NET_WM_PID", False), XA_CARDINAL, 32,
+                      PropModeReplace, reinterpret_cast<const unsigned char*>(&pid), 1);
+    }
     XMapRaised(display, window);
     XSync(display, False);
     made.push_back(window);
@@ -108,8 +116,12 @@ TEST_F(ChangeDrivenTest, ExcludedWindowIsLeftOutAndCoveredWindowsStay) {
   CScreenRecoderObject* recorder = Record();
   ASSERT_NE(recorder, nullptr);
   recorder->AddExcludeWindow(excluded);
+  const Window included = windows.Make(500, 50, 50, 50, kWhite, true);
+  recorder->AddIncludeWindow(included);
   recorder->Start();
-  SleepMs(500);
+  SleepMs(200);
+  windows.Make(500, 400, 50, 50, kWhite, true);  // the process's own, mapped while recording
+  SleepMs(300);
   recorder->Destroy();
   ovtest::Stop(manager);
   ov::ProbeHardwareCapture();
@@ -120,6 +132,8 @@ TEST_F(ChangeDrivenTest, ExcludedWindowIsLeftOutAndCoveredWindowsStay) {
   EXPECT_EQ(Pixel(f, 350, 170), kYellow) << "the desktop under the excluded window";
   EXPECT_EQ(Pixel(f, 250, 200), kGreen) << "the covered window under it";
   EXPECT_EQ(Pixel(f, 380, 220), kWhite) << "the window above it";
+  EXPECT_EQ(Pixel(f, 520, 420), kYellow) << "the process's own window is left out";
+  EXPECT_EQ(Pixel(f, 520, 70), kWhite) << "unless included";
   for (auto [x, y] : {std::pair{150, 120}, {50, 50}, {380, 220}})
     EXPECT_EQ(Pixel(f, x, y), windows.Screen(x, y)) << x << "," << y;
   EXPECT_EQ(windows.Screen(350, 170), kRed);

@@ -16,6 +16,7 @@
 #include <poll.h>
 #include <sys/ipc.h>
 #include <sys/shm.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <array>
@@ -32,7 +33,8 @@ namespace {
 
 constexpr size_t kMaxRects = 32;     // kept apart; more fold into their bounding box
 constexpr size_t kFetchApart = 8;    // more than this are fetched as one box
-constexpr size_t kMaxExcluded = 32;  // windows left out at once
+constexpr size_t kMaxExcluded = 32;  // windows named in each list
+constexpr size_t kMaxOwn = 32;       // the process's own top-level windows
 
 bool Empty(const RECT& r) { return r.right <= r.left || r.bottom <= r.top; }
 RECT Intersect(const RECT& a, const RECT& b) {
@@ -104,10 +106,14 @@ class XDamageMirror : public DesktopMirror {
       m_composed = true;
       XSelectInput(m_display, m_root, SubstructureNotifyMask);
       m_rootPixmapAtom = XInternAtom(m_display, "_XROOTPMAP_ID", False);
+      m_pidAtom = XInternAtom(m_display, "_NET_WM_PID", False);
       Window parent, *children = nullptr;
       unsigned count = 0;
       if (XQueryTree(m_display, m_root, &m_root, &parent, &children, &count)) {
-        for (unsigned i = 0; i < count; ++i) WatchWindow(children[i]);
+        for (unsigned i = 0; i < count; ++i) {
+          WatchWindow(children[i]);
+          NoteMapped(children[i]);
+        }
         XFree(children);
       }
     }
@@ -155,7 +161,8 @@ class XDamageMirror : public DesktopMirror {
         if (!Empty(part)) ok = Fetch(part, region, dst, pitch);
       }
     }
-    if (ok && !Empty(m_updated) && m_excludedCount) ok = RecomposeExcluded(region, dst, pitch);
+    if (ok && !Empty(m_updated) && (m_excludedCount || m_ownCount))
+      ok = RecomposeExcluded(region, dst, pitch);
     if (ok) {
       m_full = false;
       m_count = 0;
@@ -166,12 +173,18 @@ class XDamageMirror : public DesktopMirror {
   void Invalidate() override { m_full = true; }
   RECT LastUpdated() const override { return m_updated; }
 
-  void SetExcludedWindows(const uint64_t* windows, size_t count) override {
-    count = std::min(count, kMaxExcluded);
-    if (count == m_excludedCount && std::equal(windows, windows + count, m_excluded.begin()))
+  void SetWindowLists(const uint64_t* excluded, size_t excludedCount, const uint64_t* included,
+                      size_t includedCount) override {
+    excludedCount = std::min(excludedCount, kMaxExcluded);
+    includedCount = std::min(includedCount, kMaxExcluded);
+    if (excludedCount == m_excludedCount && includedCount == m_includedCount &&
+        std::equal(excluded, excluded + excludedCount, m_excluded.begin()) &&
+        std::equal(included, included + includedCount, m_included.begin()))
       return;
-    std::copy(windows, windows + count, m_excluded.begin());
-    m_excludedCount = count;
+    std::copy(excluded, excluded + excludedCount, m_excluded.begin());
+    std::copy(included, included + includedCount, m_included.begin());
+    m_excludedCount = excludedCount;
+    m_includedCount = includedCount;
     m_full = true;  // what was left out before comes back
   }
 
@@ -265,13 +278,25 @@ class XDamageMirror : public DesktopMirror {
         XErrorTrap trap(m_display);  // the window may be gone already
         WatchWindow(event.xcreatewindow.window);
       }
+    } else if (event.type == MapNotify && event.xmap.event == m_root) {
+      NoteMapped(event.xmap.window);
+    } else if ((event.type == UnmapNotify && event.xunmap.event == m_root) ||
+               (event.type == DestroyNotify && event.xdestroywindow.event == m_root)) {
+      Window gone = event.type == UnmapNotify ? event.xunmap.window : event.xdestroywindow.window;
+      auto end = m_own.begin() + m_ownCount;
+      auto it = std::find(m_own.begin(), end, gone);
+      if (it != end) {
+        std::copy(it + 1, end, it);
+        --m_ownCount;
+      }
     }
   }
 
   void Add(RECT r) {
     r = Intersect(r, m_screen);
     if (Empty(r)) return;
-    if (!Empty(m_region) && Empty(Intersect(r, m_region)) && !m_excludedCount) return;
+    if (!Empty(m_region) && Empty(Intersect(r, m_region)) && !m_excludedCount && !m_ownCount)
+      return;
     m_heard = true;
     for (size_t i = 0; i < m_count; ++i) {
       if (Contains(m_rects[i], r)) return;
@@ -377,12 +402,55 @@ class XDamageMirror : public DesktopMirror {
     return 0;
   }
 
-  // The top-level windows of the excluded list, in m_topLevels; their count.
+  // A mapped top-level window of this process: made on one of the engine's
+  // connections, or marked with this process's id (by a toolkit, on the
+  // window or, under a window manager, on the client inside its frame).
+  void NoteMapped(Window window) {
+    if (m_ownCount == kMaxOwn ||
+        std::find(m_own.begin(), m_own.begin() + m_ownCount, window) != m_own.begin() + m_ownCount)
+      return;
+    XErrorTrap trap(m_display);
+    bool own = MadeByEngine(window) || OfThisProcess(window);
+    Window root, parent, *children = nullptr;
+    unsigned count = 0;
+    if (!own && XQueryTree(m_display, window, &root, &parent, &children, &count)) {
+      for (unsigned i = 0; i < count && !own; ++i) own = OfThisProcess(children[i]);
+    }
+    if (children) XFree(children);
+    if (own && !trap.Failed()) m_own[m_ownCount++] = window;
+  }
+
+  bool OfThisProcess(Window window) {
+    Atom type;
+    int format;
+    unsigned long items, after;
+    unsigned char* data = nullptr;
+    bool own = false;
+    if (XGetWindowProperty(m_display, window, m_pidAtom, 0, 1, False, XA_CARDINAL, &type, &format,
+                           &items, &after, &data) == Success &&
+        data) {
+      own = format == 32 && items == 1 &&
+            *reinterpret_cast<unsigned long*>(data) == static_cast<unsigned long>(getpid());
+      XFree(data);
+    }
+    return own;
+  }
+
+  // The top-level windows left out, in m_topLevels: those of the excluded
+  // list, and the process's own unless included; their count.
   size_t ResolveExcluded() {
     size_t n = 0;
     for (size_t i = 0; i < m_excludedCount; ++i) {
       Window top = TopLevel(m_excluded[i]);
       if (top && top != m_root) m_topLevels[n++] = top;
+    }
+    if (!m_ownCount) return n;
+    std::array<Window, kMaxExcluded> included;
+    for (size_t i = 0; i < m_includedCount; ++i) included[i] = TopLevel(m_included[i]);
+    for (size_t i = 0; i < m_ownCount; ++i) {
+      if (std::find(included.begin(), included.begin() + m_includedCount, m_own[i]) ==
+          included.begin() + m_includedCount)
+        m_topLevels[n++] = m_own[i];
     }
     return n;
   }
@@ -490,9 +558,14 @@ class XDamageMirror : public DesktopMirror {
   bool m_lost = false;
   std::array<RECT, kMaxRects> m_rects{};
   size_t m_count = 0;
+  Atom m_pidAtom = 0;
   std::array<uint64_t, kMaxExcluded> m_excluded{};
   size_t m_excludedCount = 0;
-  std::array<Window, kMaxExcluded> m_topLevels{};
+  std::array<uint64_t, kMaxExcluded> m_included{};
+  size_t m_includedCount = 0;
+  std::array<Window, kMaxOwn> m_own{};
+  size_t m_ownCount = 0;
+  std::array<Window, kMaxExcluded + kMaxOwn> m_topLevels{};
   XImage* m_image = nullptr;
   XImage* m_image32 = nullptr;
   XShmSegmentInfo m_shm{};
