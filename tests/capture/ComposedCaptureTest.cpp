@@ -100,7 +100,7 @@ TEST_F(ChangeDrivenTest, ExcludedWindowIsLeftOutAndCoveredWindowsStay) {
   constexpr uint32_t kYellow = 0xFFFF00, kWhite = 0xFFFFFF;
   Windows windows;
   windows.Make(0, 0, 640, 480, kYellow);  // the desktop
-  windows.Make(100, 100, 200, 150, kGreen);
+  const Window covered = windows.Make(100, 100, 200, 150, kGreen);
   const Window excluded = windows.Make(200, 150, 200, 150, kRed);
   windows.Make(350, 200, 100, 50, kWhite);  // above the excluded one
   const pid_t manager = ovtest::Spawn({"xcompmgr"});
@@ -123,6 +123,15 @@ TEST_F(ChangeDrivenTest, ExcludedWindowIsLeftOutAndCoveredWindowsStay) {
   windows.Make(500, 400, 50, 50, kWhite, true);  // the process's own, mapped while recording
   SleepMs(300);
   recorder->Destroy();
+
+  // A window's own picture, whatever lies over it.
+  MagnifierHost host;
+  ASSERT_EQ(InitializeMagnifier(&host, 200, 150), S_OK);
+  ASSERT_EQ(SetMagnifierSource(&host, {100, 100, 300, 250}, covered), S_OK);
+  std::vector<uint32_t> picture(200 * 150);
+  ASSERT_EQ(GetMagnifierFrame(&host, reinterpret_cast<uint8_t*>(picture.data()), 800), S_OK);
+  EXPECT_EQ(picture[100 * 200 + 150] & 0xFFFFFF, kGreen);
+  CloseMagnifier(&host);
   ovtest::Stop(manager);
   ov::ProbeHardwareCapture();
   EXPECT_FALSE(SupportHarderwareScreenCapture()) << "no compositing manager, no composed capture";
