@@ -1,8 +1,10 @@
 #!/usr/bin/env bash
 # The change-driven capture against ffmpeg's x11grab + libx264 ultrafast on a
 # 1920x1080 Xvfb at 30 fps: a still desktop, a 200 x 200 animation on a still
-# desktop, and the still desktop with a compositing manager running (where the
-# engine composes the picture so that it can leave windows out). Each pair
+# desktop, and with a compositing manager running (where the engine composes
+# the picture so that it can leave windows out) the still desktop and the
+# animation half covered by a window that the recording leaves out, so that
+# every frame composes that window's area anew. Each pair
 # runs back to back in the same run; the figures are CPU seconds (user+sys of
 # the whole process) and the ratio Orvanta/ffmpeg, with the stream that the
 # engine chose and the machine's load.
@@ -47,17 +49,25 @@ run_orvanta() {
 }
 
 printf "%-10s %10s %10s %7s  %s\n" scene "ffmpeg s" "orvanta s" ratio stream
-for scene in still box composed; do
+xcompmgr_pid=
+for scene in still box composed excluded; do
   extra=
+  unset RECORD_EXCLUDE_WINDOW
   case $scene in
     box) "$bin/box_scene" & extra=$! ;;
-    composed) xcompmgr >/dev/null 2>&1 & extra=$! ;;
+    composed) xcompmgr >/dev/null 2>&1 & xcompmgr_pid=$! && pids+=($!) ;;
+    excluded)
+      "$bin/box_scene" window >"$work/window" & extra=$!
+      sleep 0.5
+      export RECORD_EXCLUDE_WINDOW=$(cat "$work/window") ;;
   esac
-  [ -n "$extra" ] && pids+=($extra) && sleep 1
+  [ -n "$extra" ] && pids+=($extra)
+  sleep 1
   f_cpu=$(run_ffmpeg)
   read -r o_cpu stream < <(run_orvanta)
   printf "%-10s %10s %10s %7s  %s\n" $scene "$f_cpu" "$o_cpu" \
     "$(awk -v o="$o_cpu" -v f="$f_cpu" 'BEGIN{printf "%.3f", o/f}')" "$stream"
   [ -n "$extra" ] && kill "$extra" && wait "$extra" 2>/dev/null || true
 done
+[ -n "$xcompmgr_pid" ] && kill "$xcompmgr_pid"
 echo "load: $(uptime)"
