@@ -85,9 +85,15 @@ void CCaptureVideoStream::CaptureLoop() {
 // exact 1000 / FrameRate steps from an anchor; a frame that comes late is not
 // made up for: the schedule starts again from it.
 void CCaptureVideoStream::WaitForNextFrame() {
+  const uint32_t due = NextFrameDue();
+  int32_t rest = static_cast<int32_t>(due - ov::TickCount());
+  // The stop cuts the wait short: the last frame is made at once.
+  if (rest > 0) m_pOwner->m_hStopEvent.WaitFor(static_cast<uint32_t>(rest));
+}
+
+uint32_t CCaptureVideoStream::NextFrameDue() {
   CFrameTiming& owner = *m_pOwner;
   const uint32_t interval = owner.m_dwFrameInterval.load(std::memory_order_relaxed);
-  const uint32_t now = ov::TickCount();
   uint32_t due = owner.m_dwFrameTick + interval;
   if (interval == owner.m_dwBaseInterval && g_videoOpt.FrameRate > 0) {
     if (m_nPaced == 0) m_dwPaceAnchor = owner.m_dwFrameTick;
@@ -106,10 +112,8 @@ void CCaptureVideoStream::WaitForNextFrame() {
   } else {
     m_nPaced = 0;
   }
-  int32_t rest = static_cast<int32_t>(due - now);
-  // The stop cuts the wait short: the last frame is made at once.
-  if (rest > 0) owner.m_hStopEvent.WaitFor(static_cast<uint32_t>(rest));
   ++m_nPaced;
+  return due;
 }
 
 void CCaptureVideoStream::MakeFrame(bool dirty) {

@@ -52,6 +52,8 @@ class CCaptureVideoStream : public CFrameDetect, public CMemoryBitmap {
   // One frame. Without dirty the frame is handed over as it stands, as
   // unchanged, and nothing is fetched, drawn or compared.
   void MakeFrame(bool dirty = true);
+  // The tick at which the frame after the last one is due; once per frame.
+  uint32_t NextFrameDue();
 
   // Blackens the frame to the right of and below the region.
   void ClearMargins(uint8_t* frame, int32_t pitch) const;

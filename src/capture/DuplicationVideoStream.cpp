@@ -89,23 +89,23 @@ void CDesktopDuplicationVideoStream::CaptureLoop() {
   // A drawn pointer or click may change the picture while the desktop stands still.
   const bool overlays = g_mouseOpt.Flag != 0;
   bool dirty = true;
+  uint32_t due = 0;  // of the next frame, once there was one
   while (g_bRunning.load()) {
     while (g_bRunning.load()) {
       const bool recording = g_bRecording.load();
-      const uint32_t interval = owner.m_dwFrameInterval.load(std::memory_order_relaxed);
-      const uint32_t since = ov::TickCount() - owner.m_dwFrameTick;
+      const int32_t rest = static_cast<int32_t>(due - ov::TickCount());
       uint32_t timeout = kPausedWaitMs;
-      if (recording)
-        timeout = owner.m_nFrameCount == 0 ? 0 : interval > since ? interval - since : 0;
+      if (recording) timeout = owner.m_nFrameCount == 0 || rest <= 0 ? 0 : rest;
       ov::DesktopMirror::Wait result =
           m_pDuplication->WaitForChange(std::min(timeout, kLongestWaitMs));
       if (result == ov::DesktopMirror::Wait::Lost) break;
       if (result == ov::DesktopMirror::Wait::Changed) dirty = true;
       if (BeforeFetch()) dirty = true;
       if (!g_bRecording.load()) continue;
-      if (owner.m_nFrameCount != 0 && ov::TickCount() - owner.m_dwFrameTick < interval) continue;
+      if (owner.m_nFrameCount != 0 && static_cast<int32_t>(due - ov::TickCount()) > 0) continue;
       MakeFrame(dirty || overlays || m_bRegionMoves);
       dirty = false;
+      due = NextFrameDue();
     }
     if (!g_bRunning.load()) break;
     WriteLog(ov::kErr, "Desktop lost, Recreate!\n");
