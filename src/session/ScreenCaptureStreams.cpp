@@ -17,10 +17,13 @@ HRESULT CScreenCapture::CreateCaptureStream(int32_t width, int32_t height) {
     WriteLog(ov::kMsg, "Use hardware capture\n");
     m_pMagnifierStream =
         std::make_unique<CMagnifierVideoStream>(this, m_VideoCodec.get(), width, height);
-    if (!m_pMagnifierStream->StartThread()) return E_FAIL;
-    // The recorder's own windows stay on the screen but out of the picture.
-    m_pMagnifierStream->AddExcludeWindow(g_hHostWindow);
-    return S_OK;
+    if (m_pMagnifierStream->StartThread()) {
+      // The recorder's own windows stay on the screen but out of the picture.
+      m_pMagnifierStream->AddExcludeWindow(g_hHostWindow);
+      return S_OK;
+    }
+    // The server refused what the probe found working: record the screen as it is.
+    m_pMagnifierStream.reset();
   }
   if (g_mouseOpt.Mode == MOUSE_MODE_FIXED) {
     WriteLog(ov::kMsg, "Use Desktop duplication\n");
