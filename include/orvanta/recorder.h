@@ -105,4 +105,11 @@ OV_API CScreenRecoderObject* ovVideoRecord(HWND hHostWindow, const wchar_t* pszT
                                            VideoOpt* pVideoOpt, AudioOpt audioOpt,
                                            MouseOpt* pMouseOpt, BOOL bShowRecordingBox,
                                            HRESULT* pResult);
+
+// Whether the picture can be composed without chosen windows (the session's
+// AddExcludeWindow), as found at ovInitialize: it needs a compositing manager.
+OV_API BOOL SupportHarderwareScreenCapture();
+// Turns the use of that capture on (the default) or off from the next
+// ovVideoRecord on.
+OV_API void EnabledHarderwareScreenCapture(BOOL enabled);
 }

@@ -53,6 +53,21 @@ void CCaptureVideoStream::Run() {
   m_hReadyEvent.Set();
   if (!m_bSetUpOk) return;
 
+  CaptureLoop();
+  if (g_bLastFrame.load()) {
+    // Whatever the screen shows, the compare must find a change, so that a
+    // still screen at the end does not shorten the video.
+    reinterpret_cast<uint32_t*>(m_pLastFrame)[0] ^= 0xFFFFFFFFu;
+    reinterpret_cast<uint32_t*>(m_pLastFrame)[1] ^= 0xFFFFFFFFu;
+    m_bFinalFrame = true;
+    // Made at the stop, not at the next frame's time: it shows the screen
+    // as it was when the recording ended, and the video ends there too.
+    MakeFrame();
+  }
+  m_pCodec->Finish();
+}
+
+void CCaptureVideoStream::CaptureLoop() {
   CFrameTiming& owner = *m_pOwner;
   while (g_bRunning.load()) {
     if (!g_bRecording.load()) {
@@ -62,16 +77,6 @@ void CCaptureVideoStream::Run() {
     if (owner.m_nFrameCount != 0) WaitForNextFrame();
     if (g_bRecording.load()) MakeFrame();
   }
-  if (g_bLastFrame.load()) {
-    // Whatever the screen shows, the compare must find a change, so that a
-    // still screen at the end does not shorten the video.
-    reinterpret_cast<uint32_t*>(m_pLastFrame)[0] ^= 0xFFFFFFFFu;
-    reinterpret_cast<uint32_t*>(m_pLastFrame)[1] ^= 0xFFFFFFFFu;
-    // Made at the stop, not at the next frame's time: it shows the screen
-    // as it was when the recording ended, and the video ends there too.
-    MakeFrame();
-  }
-  m_pCodec->Finish();
 }
 
 // The interval runs from the start of one capture to the start of the next.
@@ -80,9 +85,15 @@ void CCaptureVideoStream::Run() {
 // exact 1000 / FrameRate steps from an anchor; a frame that comes late is not
 // made up for: the schedule starts again from it.
 void CCaptureVideoStream::WaitForNextFrame() {
+  const uint32_t due = NextFrameDue();
+  int32_t rest = static_cast<int32_t>(due - ov::TickCount());
+  // The stop cuts the wait short: the last frame is made at once.
+  if (rest > 0) m_pOwner->m_hStopEvent.WaitFor(static_cast<uint32_t>(rest));
+}
+
+uint32_t CCaptureVideoStream::NextFrameDue() {
   CFrameTiming& owner = *m_pOwner;
   const uint32_t interval = owner.m_dwFrameInterval.load(std::memory_order_relaxed);
-  const uint32_t now = ov::TickCount();
   uint32_t due = owner.m_dwFrameTick + interval;
   if (interval == owner.m_dwBaseInterval && g_videoOpt.FrameRate > 0) {
     if (m_nPaced == 0) m_dwPaceAnchor = owner.m_dwFrameTick;
@@ -101,13 +112,11 @@ void CCaptureVideoStream::WaitForNextFrame() {
   } else {
     m_nPaced = 0;
   }
-  int32_t rest = static_cast<int32_t>(due - now);
-  // The stop cuts the wait short: the last frame is made at once.
-  if (rest > 0) owner.m_hStopEvent.WaitFor(static_cast<uint32_t>(rest));
   ++m_nPaced;
+  return due;
 }
 
-void CCaptureVideoStream::MakeFrame() {
+void CCaptureVideoStream::MakeFrame(bool dirty) {
   CFrameTiming& owner = *m_pOwner;
   uint32_t now = ov::TickCount();
   owner.m_dwFrameTick = now;
@@ -118,16 +127,22 @@ void CCaptureVideoStream::MakeFrame() {
     time = static_cast<int64_t>(owner.m_dwElapsed) * 10000;
   }
   const int32_t pitch = CFrameDetect::m_nWidth * 4;
-  if (!FillFrame(m_pBits, pitch)) return;
-  if (g_bUnborder) Unborder(m_pBits);
-  if (m_pBitmap) cairo_surface_mark_dirty(m_pBitmap);
-  m_mouse->DrawMouse(m_pGraphics, m_rcSource);
-  if (m_pBitmap) cairo_surface_flush(m_pBitmap);
-  bool changed;
-  {
+  bool changed = false;
+  if (dirty) {
+    m_nChangedTop = 0;
+    m_nChangedBottom = CFrameDetect::m_nHeight;
+    if (!FillFrame(m_pBits, pitch)) return;
+    if (g_bUnborder) Unborder(m_pBits);
+    if (m_pBitmap) cairo_surface_mark_dirty(m_pBitmap);
+    m_mouse->DrawMouse(m_pGraphics, m_rcSource);
+    if (m_pBitmap) cairo_surface_flush(m_pBitmap);
     // The reference frame is also read by SaveFrameToFile on the host's thread.
     std::lock_guard<std::recursive_mutex> lock(g_csCanvas);
-    changed = IsChanged(m_pBits);
+    if (m_bFinalFrame || (m_nChangedTop == 0 && m_nChangedBottom == CFrameDetect::m_nHeight))
+      changed = IsChanged(m_pBits);
+    else
+      changed = IsChanged(m_pBits, static_cast<size_t>(m_nChangedTop) * pitch,
+                          static_cast<size_t>(m_nChangedBottom) * pitch);
   }
   BOOL keyFrame = 0;
   if (time - m_nLastKeyTime >= s_nKeyFrameSpacing.load()) {

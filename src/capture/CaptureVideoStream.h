@@ -46,21 +46,33 @@ class CCaptureVideoStream : public CFrameDetect, public CMemoryBitmap {
   // is cleared where the stream does not write. False loses this frame.
   virtual bool FillFrame(uint8_t* frame, int32_t pitch) = 0;
 
+  // The rounds of capture, from the start until the stop; by default a frame
+  // every interval, waiting while paused.
+  virtual void CaptureLoop();
+  // One frame. Without dirty the frame is handed over as it stands, as
+  // unchanged, and nothing is fetched, drawn or compared.
+  void MakeFrame(bool dirty = true);
+  // The tick at which the frame after the last one is due; once per frame.
+  uint32_t NextFrameDue();
+
   // Blackens the frame to the right of and below the region.
   void ClearMargins(uint8_t* frame, int32_t pitch) const;
 
   // This frame's region in virtual-screen pixels, set by FillFrame.
   RECT m_rcSource{};
+  // Rows of the frame outside which FillFrame knows that it equals the
+  // reference frame; the whole frame unless FillFrame narrows them.
+  int32_t m_nChangedTop = 0, m_nChangedBottom = 0;
   const int32_t m_nRegionWidth;
   const int32_t m_nRegionHeight;
 
  private:
   void Run();
   void WaitForNextFrame();
-  void MakeFrame();
   void Unborder(uint8_t* frame);
 
   bool m_bSetUpOk = false;
+  bool m_bFinalFrame = false;
   uint32_t m_dwPaceAnchor = 0;  // tick of the frame the schedule counts from
   uint64_t m_nPaced = 0;        // frames since the anchor
   std::unique_ptr<CMouseOverlay> m_mouse;

@@ -23,6 +23,12 @@ bool CFrameDetect::IsChanged(const uint8_t* pixels) {
   return true;
 }
 
+bool CFrameDetect::IsChanged(const uint8_t* pixels, size_t from, size_t to) {
+  if (to <= from || std::memcmp(pixels + from, m_pLastFrame + from, to - from) == 0) return false;
+  std::memcpy(m_pLastFrame + from, pixels + from, to - from);
+  return true;
+}
+
 int32_t CFrameDetect::RoundSize(int32_t n) {
   int32_t rounded = (n + 63) & ~63;
   return rounded < 64 ? 64 : rounded;

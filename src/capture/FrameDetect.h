@@ -15,6 +15,9 @@ class CFrameDetect : private ov::NonCopyable {
   // False when the frame equals the reference; otherwise it becomes the
   // reference and the result is true.
   bool IsChanged(const uint8_t* pixels);
+  // The same for the bytes [from, to) of the frame, when the caller knows
+  // that the rest equals the reference.
+  bool IsChanged(const uint8_t* pixels, size_t from, size_t to);
 
   // Rounds a region's side up to a multiple of 64, at least 64.
   static int32_t RoundSize(int32_t n);

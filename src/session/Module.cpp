@@ -6,6 +6,7 @@
 #include "audio/AudioCatalogue.h"
 #include "capture/CursorCatalogue.h"
 #include "capture/DisplayCatalogue.h"
+#include "capture/MagnifierHost.h"
 #include "core/Globals.h"
 #include "core/Log.h"
 #include "core/ObjectRegistry.h"
@@ -124,6 +125,7 @@ extern "C" HRESULT ovInitialize() {
   ProbeVideoEncoders();
   BuildAudioCatalogue(EnumAudioCodecs);
   ProbeGraphics();
+  ProbeHardwareCapture();
   SuspendScreenSaver(true);
   return S_OK;
 }

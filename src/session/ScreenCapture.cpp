@@ -7,6 +7,7 @@
 #include "audio/AudioStream.h"
 #include "capture/DisplayCatalogue.h"
 #include "capture/GdiCaptureVideoStream.h"
+#include "capture/MagnifierVideoStream.h"
 #include "capture/PointerTracker.h"
 #include "core/Globals.h"
 #include "core/Log.h"
@@ -185,9 +186,15 @@ void CScreenCapture::EndOnFailure(HRESULT hr) {
 uint32_t CScreenCapture::GetFrameCounter() { return m_nFrameCounter.load(); }
 
 CScreenCanvas* CScreenCapture::SetCanvasCallback(CCanvasCallback*) { return nullptr; }
-void CScreenCapture::AddExcludeWindow(HWND) {}
-void CScreenCapture::RemoveExcludeWindow(HWND) {}
-void CScreenCapture::AddIncludeWindow(HWND) {}
+void CScreenCapture::AddExcludeWindow(HWND hWnd) {
+  if (m_pMagnifierStream) m_pMagnifierStream->AddExcludeWindow(hWnd);
+}
+void CScreenCapture::RemoveExcludeWindow(HWND hWnd) {
+  if (m_pMagnifierStream) m_pMagnifierStream->RemoveExcludeWindow(hWnd);
+}
+void CScreenCapture::AddIncludeWindow(HWND hWnd) {
+  if (m_pMagnifierStream) m_pMagnifierStream->AddIncludeWindow(hWnd);
+}
 void CScreenCapture::RefreshBox() {}
 
 void CScreenCapture::AddBytes(int64_t count) { m_nBytesWritten.fetch_add(count); }

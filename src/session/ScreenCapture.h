@@ -17,6 +17,8 @@ class CVideoCodec;
 class CAudioStream;
 class CRecoderProvidedClock;
 class CGdiCaptureVideoStream;
+class CDesktopDuplicationVideoStream;
+class CMagnifierVideoStream;
 
 class CScreenCapture : public CScreenRecoderObject,
                        public CWriterStatistics,
@@ -62,6 +64,8 @@ class CScreenCapture : public CScreenRecoderObject,
   std::unique_ptr<CAudioStream> m_pAudioStream;
   CRecoderProvidedClock* m_pClock = nullptr;  // the audio stream's, while it lives
   std::unique_ptr<CGdiCaptureVideoStream> m_pGdiStream;
+  std::unique_ptr<CDesktopDuplicationVideoStream> m_pDuplicationStream;
+  std::unique_ptr<CMagnifierVideoStream> m_pMagnifierStream;
   std::atomic<int64_t> m_nBytesWritten{0};
   std::atomic<uint32_t> m_nFrameCounter{0};
   uint32_t m_dwUIThreadId = 0;

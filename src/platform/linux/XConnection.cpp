@@ -93,6 +93,17 @@ bool XConnectionLost(Display* display) {
   return connection && connection->lost;
 }
 
+bool MadeByEngine(XID id) {
+  std::lock_guard<std::mutex> lock(g_mutex);
+  for (const Connection& c : g_connections) {
+    // The public face of Xlib's display record names the connection's
+    // resource base and mask private3 and private4 (Xlibint.h).
+    const auto* d = reinterpret_cast<_XPrivDisplay>(c.display);
+    if ((id & ~d->private4) == d->private3) return true;
+  }
+  return false;
+}
+
 void SetXServerLostHandler(void (*handler)()) { g_onLost.store(handler); }
 
 }  // namespace ov

@@ -16,5 +16,8 @@ void CloseXConnection(Display* display);
 // only by the thread that found the break (others would wait for ever),
 // and closed with CloseXConnection by any thread.
 bool XConnectionLost(Display* display);
+// True when the resource (a window) was made on one of the engine's own
+// connections.
+bool MadeByEngine(XID id);
 
 }  // namespace ov
