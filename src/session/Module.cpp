@@ -115,7 +115,7 @@ extern "C" HRESULT ovInitialize() {
   g_mainThreadId = CurrentThreadId();
   // The steps of subsystems still to come take their places in this order:
   // the crash reporter first; the image encoders after the displays; the
-  // camera catalogue after the encoders; the hardware capture probe last.
+  // camera catalogue after the encoders.
   std::set_new_handler(OnAllocationFailure);
   ReportVideoHardware();
   BuildDisplayCatalogue();
