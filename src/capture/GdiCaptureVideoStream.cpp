@@ -10,8 +10,17 @@ CGdiCaptureVideoStream::~CGdiCaptureVideoStream() { Join(); }
 
 bool CGdiCaptureVideoStream::SetUp() {
   m_grabber = ov::CreateScreenGrabber(m_nRegionWidth, m_nRegionHeight);
-  if (!m_grabber) WriteLog(ov::kErr, "Failed to open the X display for capture\n");
-  return m_grabber != nullptr;
+  if (!m_grabber) {
+    WriteLog(ov::kErr, "Failed to open the X display for capture\n");
+    return false;
+  }
+  // Where the region fills the frame's rows, the server grabs straight into
+  // the frame: no copy of the screen per frame.
+  if (m_nRegionWidth == CFrameDetect::m_nWidth) {
+    MoveBits(m_grabber->CreateSharedFrame(static_cast<size_t>(CMemoryBitmap::m_nWidth) *
+                                          CMemoryBitmap::m_nHeight * 4));
+  }
+  return true;
 }
 
 bool CGdiCaptureVideoStream::FillFrame(uint8_t* frame, int32_t pitch) {

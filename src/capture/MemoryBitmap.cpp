@@ -16,7 +16,7 @@ CMemoryBitmap::~CMemoryBitmap() {
     cairo_surface_destroy(m_pBitmap);
     g_nGdiplusBitmaps.fetch_sub(1);
   }
-  std::free(m_pBits);
+  if (!m_external) std::free(m_pBits);
 }
 
 bool CMemoryBitmap::Create(int32_t width, int32_t height) {
@@ -45,5 +45,33 @@ bool CMemoryBitmap::CreateGraphics(int formatIndex) {
   m_pGraphics = cairo_create(m_pBitmap);
   cairo_set_antialias(m_pGraphics, CAIRO_ANTIALIAS_GOOD);
   g_nGdiplusGraphics.fetch_add(1);
+  return true;
+}
+
+bool CMemoryBitmap::MoveBits(std::shared_ptr<uint8_t> bits) {
+  if (!bits || !m_pBits || m_external) return false;
+  const size_t bytes = static_cast<size_t>(m_nWidth) * static_cast<size_t>(m_nHeight) * 4;
+  cairo_surface_t* surface = nullptr;
+  if (m_pBitmap) {
+    surface = cairo_image_surface_create_for_data(
+        bits.get(), cairo_image_surface_get_format(m_pBitmap), m_nWidth, m_nHeight, m_nWidth * 4);
+    if (cairo_surface_status(surface) != CAIRO_STATUS_SUCCESS) {
+      cairo_surface_destroy(surface);
+      return false;
+    }
+  }
+  std::memcpy(bits.get(), m_pBits, bytes);
+  std::free(m_pBits);
+  m_pBits = bits.get();
+  m_external = std::move(bits);
+  if (surface) {
+    // The counters stay: one bitmap and one graphics object, as before.
+    const cairo_antialias_t antialias = cairo_get_antialias(m_pGraphics);
+    cairo_destroy(m_pGraphics);
+    cairo_surface_destroy(m_pBitmap);
+    m_pBitmap = surface;
+    m_pGraphics = cairo_create(surface);
+    cairo_set_antialias(m_pGraphics, antialias);
+  }
   return true;
 }

@@ -4,6 +4,7 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 
 #include "platform/NonCopyable.h"
 
@@ -22,10 +23,17 @@ class CMemoryBitmap : private ov::NonCopyable {
 
   bool Create(int32_t width, int32_t height);
   bool CreateGraphics(int formatIndex);
+  // Moves the pixels, as they are, into memory that someone else made (at
+  // least width * height * 4 bytes), kept alive by the given owner; the
+  // drawing surface follows. False, and nothing changed, if it cannot.
+  bool MoveBits(std::shared_ptr<uint8_t> bits);
 
   uint8_t* m_pBits = nullptr;
   int32_t m_nWidth = 0;
   int32_t m_nHeight = 0;
   cairo_surface_t* m_pBitmap = nullptr;
   cairo_t* m_pGraphics = nullptr;
+
+ private:
+  std::shared_ptr<uint8_t> m_external;  // the owner of m_pBits after MoveBits
 };
