@@ -56,11 +56,10 @@ int main(int argc, char** argv) {
                                  static_cast<unsigned>(height),
                                  static_cast<unsigned>(DefaultDepth(display, screen)));
   GC gc = XCreateGC(display, texture, 0, nullptr);
-  XImage* image = XCreateImage(display, DefaultVisual(display, screen),
-                               static_cast<unsigned>(DefaultDepth(display, screen)), ZPixmap, 0,
-                               reinterpret_cast<char*>(pixels.data()),
-                               static_cast<unsigned>(textureWidth), static_cast<unsigned>(height),
-                               32, 0);
+  XImage* image = XCreateImage(
+      display, DefaultVisual(display, screen), static_cast<unsigned>(DefaultDepth(display, screen)),
+      ZPixmap, 0, reinterpret_cast<char*>(pixels.data()), static_cast<unsigned>(textureWidth),
+      static_cast<unsigned>(height), 32, 0);
   XPutImage(display, texture, gc, image, 0, 0, 0, 0, static_cast<unsigned>(textureWidth),
             static_cast<unsigned>(height));
   image->data = nullptr;  // the vector owns the pixels

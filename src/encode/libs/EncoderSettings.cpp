@@ -30,8 +30,8 @@ const char* EncoderName(Backend backend, int32_t codecType) {
 
 QualityLevel QualityFor(int32_t videoQuality) {
   static constexpr QualityLevel kLevels[] = {
-      {30, 32, 12, 32}, {27, 30, 9, 29}, {24, 28, 6, 26},
-      {22, 26, 5, 24},  {20, 24, 4, 22}, {18, 22, 3, 20},
+      {24, 32, 12, 32}, {21, 30, 9, 29}, {18, 28, 6, 26},
+      {16, 26, 5, 24},  {14, 24, 4, 22}, {12, 22, 3, 20},
   };
   int step = videoQuality >= 1 && videoQuality <= 6 ? videoQuality : 3;
   return kLevels[step - 1];
