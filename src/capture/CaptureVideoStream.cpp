@@ -118,8 +118,9 @@ void CCaptureVideoStream::MakeFrame() {
     time = static_cast<int64_t>(owner.m_dwElapsed) * 10000;
   }
   const int32_t pitch = CFrameDetect::m_nWidth * 4;
-  if (!FillFrame(m_pBits, pitch)) return;
-  if (g_bUnborder) Unborder(m_pBits);
+  uint8_t* const frame = m_pBits;
+  if (!FillFrame(frame, pitch)) return;
+  if (g_bUnborder) Unborder(frame);
   if (m_pBitmap) cairo_surface_mark_dirty(m_pBitmap);
   m_mouse->DrawMouse(m_pGraphics, m_rcSource);
   if (m_pBitmap) cairo_surface_flush(m_pBitmap);
@@ -127,14 +128,14 @@ void CCaptureVideoStream::MakeFrame() {
   {
     // The reference frame is also read by SaveFrameToFile on the host's thread.
     std::lock_guard<std::recursive_mutex> lock(g_csCanvas);
-    changed = IsChanged(m_pBits);
+    changed = UpdateReference(frame);
   }
   BOOL keyFrame = 0;
   if (time - m_nLastKeyTime >= s_nKeyFrameSpacing.load()) {
     keyFrame = 1;
     m_nLastKeyTime = time;
   }
-  m_pCodec->WriteFrame(m_pBits, pitch, time, keyFrame, changed ? 0 : 1);
+  m_pCodec->WriteFrame(frame, pitch, time, keyFrame, changed ? 0 : 1);
   ++owner.m_nFrameCount;
 }
 

@@ -46,6 +46,11 @@ class CCaptureVideoStream : public CFrameDetect, public CMemoryBitmap {
   // is cleared where the stream does not write. False loses this frame.
   virtual bool FillFrame(uint8_t* frame, int32_t pitch) = 0;
 
+  // Whether the frame differs from the reference, which it then becomes
+  // (IsChanged). Called under g_csCanvas; the frame stays valid until the
+  // next FillFrame.
+  virtual bool UpdateReference(uint8_t* frame) { return IsChanged(frame); }
+
   // Blackens the frame to the right of and below the region.
   void ClearMargins(uint8_t* frame, int32_t pitch) const;
 

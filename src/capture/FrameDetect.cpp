@@ -12,11 +12,19 @@ CFrameDetect::CFrameDetect(int32_t width, int32_t height)
   void* block = nullptr;
   if (posix_memalign(&block, 64, m_nBlockSize) == 0) {
     std::memset(block, 0, m_nBlockSize);
-    m_pLastFrame = static_cast<uint8_t*>(block);
+    m_pLastFrame = m_pBlock = static_cast<uint8_t*>(block);
   }
 }
 
-CFrameDetect::~CFrameDetect() { std::free(m_pLastFrame); }
+CFrameDetect::~CFrameDetect() { std::free(m_pBlock); }
+
+void CFrameDetect::MoveReference(uint8_t* block) {
+  if (!block || !m_pLastFrame) return;
+  std::memcpy(block, m_pLastFrame, m_nFrameSize);
+  m_pLastFrame = block;
+  std::free(m_pBlock);
+  m_pBlock = nullptr;
+}
 
 // Only the span from the first to the last block that differs is copied: a
 // clock or a cursor that changes leaves the rest of the reference as it is.

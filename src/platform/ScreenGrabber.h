@@ -23,7 +23,7 @@ class ScreenGrabber {
   // and valid as long as the returned owner lives, also after the grabber is
   // gone. A Grab of a whole on-screen rectangle to its start, with a pitch of
   // width * 4, costs no copy. Null where the server cannot reach this
-  // process's memory.
+  // process's memory, and after the second.
   virtual std::shared_ptr<uint8_t> CreateSharedFrame(size_t bytes) {
     (void)bytes;
     return nullptr;

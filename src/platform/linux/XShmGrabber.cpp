@@ -21,11 +21,12 @@ namespace {
 class XShmGrabber : public ScreenGrabber {
  public:
   ~XShmGrabber() override {
-    if (m_frameImage) {
+    for (SharedFrame& frame : m_frames) {
+      if (!frame.image) continue;
       // The memory stays with whoever holds it; only the server lets go.
-      if (!XConnectionLost(m_display)) XShmDetach(m_display, &m_frameShm);
-      m_frameImage->data = nullptr;
-      XDestroyImage(m_frameImage);
+      if (!XConnectionLost(m_display)) XShmDetach(m_display, &frame.shm);
+      frame.image->data = nullptr;
+      XDestroyImage(frame.image);
     }
     if (m_image) {
       if (m_shmAttached && !XConnectionLost(m_display)) XShmDetach(m_display, &m_shm);
@@ -82,9 +83,14 @@ class XShmGrabber : public ScreenGrabber {
     uint8_t* out =
         dst + static_cast<ptrdiff_t>(top - y) * pitch + static_cast<ptrdiff_t>(left - x) * 4;
     bool ok;
-    if (m_frameImage && out == reinterpret_cast<uint8_t*>(m_frameShm.shmaddr) && pitch == w * 4 &&
-        static_cast<size_t>(pitch) * h <= m_frameBytes) {
-      ok = GrabInto(m_frameImage, left, top, w, h);
+    const SharedFrame* shared = nullptr;
+    for (const SharedFrame& frame : m_frames) {
+      if (frame.image && out == reinterpret_cast<uint8_t*>(frame.shm.shmaddr) && pitch == w * 4 &&
+          static_cast<size_t>(pitch) * h <= frame.bytes)
+        shared = &frame;
+    }
+    if (shared) {
+      ok = GrabInto(shared->image, left, top, w, h);
     } else if (m_shmAttached && w <= m_maxWidth && h <= m_maxHeight) {
       ok = GrabInto(m_image, left, top, w, h);
       if (ok) CopyRows(reinterpret_cast<const uint8_t*>(m_image->data), w * 4, w, h, out, pitch);
@@ -98,7 +104,10 @@ class XShmGrabber : public ScreenGrabber {
   int LastError() const override { return m_lastError; }
 
   std::shared_ptr<uint8_t> CreateSharedFrame(size_t bytes) override {
-    if (!m_shmAttached || m_frameImage) return nullptr;
+    SharedFrame* slot = nullptr;
+    for (SharedFrame& frame : m_frames)
+      if (!frame.image) slot = &frame;
+    if (!m_shmAttached || !slot) return nullptr;
     XShmSegmentInfo shm{};
     shm.shmid = shmget(IPC_PRIVATE, bytes, IPC_CREAT | 0600);
     if (shm.shmid < 0) return nullptr;
@@ -120,10 +129,10 @@ class XShmGrabber : public ScreenGrabber {
       XDestroyImage(image);
       return nullptr;
     }
-    m_frameShm = shm;
-    m_frameImage = image;
-    m_frameImage->obdata = reinterpret_cast<char*>(&m_frameShm);
-    m_frameBytes = bytes;
+    slot->shm = shm;
+    slot->image = image;
+    slot->image->obdata = reinterpret_cast<char*>(&slot->shm);
+    slot->bytes = bytes;
     return memory;
   }
 
@@ -208,10 +217,14 @@ class XShmGrabber : public ScreenGrabber {
   XImage* m_image = nullptr;
   XShmSegmentInfo m_shm{};
   bool m_shmAttached = false;
-  // The frame memory of CreateSharedFrame, while the server has it.
-  XImage* m_frameImage = nullptr;
-  XShmSegmentInfo m_frameShm{};
-  size_t m_frameBytes = 0;
+  // The frame memory of CreateSharedFrame, while the server has it: a frame
+  // and the copy of the last one that change detection keeps.
+  struct SharedFrame {
+    XImage* image = nullptr;
+    XShmSegmentInfo shm{};
+    size_t bytes = 0;
+  };
+  SharedFrame m_frames[2];
   int32_t m_maxWidth = 0, m_maxHeight = 0;
   int32_t m_screenWidth = 0, m_screenHeight = 0;
   int m_lastError = 0;
