@@ -1,5 +1,6 @@
 // A minimal host for the recording benchmark: records the whole screen for a
-// number of seconds through the public API and prints the frames it made.
+// number of seconds through the public API, with the system's sound when
+// asked, and prints the duration and size of what it made.
 #include <orvanta/orvanta.h>
 #include <unistd.h>
 
@@ -9,7 +10,7 @@
 
 int main(int argc, char** argv) {
   if (argc < 4) {
-    std::fprintf(stderr, "usage: record_host SECONDS FPS TEMP_FOLDER\n");
+    std::fprintf(stderr, "usage: record_host SECONDS FPS TEMP_FOLDER [SOUND 0|1]\n");
     return 2;
   }
   int seconds = std::atoi(argv[1]), fps = std::atoi(argv[2]);
@@ -25,8 +26,10 @@ int main(int argc, char** argv) {
   video.FrameRate = fps;
   video.videoQuality = 5;
   MouseOpt mouse{};
+  AudioOpt audio{};
+  audio.bRender = argc > 4 && std::atoi(argv[4]) != 0;
   HRESULT hr = E_FAIL;
-  CScreenRecoderObject* recorder = ovVideoRecord(0, folder, &video, AudioOpt{}, &mouse, 0, &hr);
+  CScreenRecoderObject* recorder = ovVideoRecord(0, folder, &video, audio, &mouse, 0, &hr);
   if (!recorder) {
     std::fprintf(stderr, "record_host: ovVideoRecord failed (0x%x)\n", static_cast<unsigned>(hr));
     return 1;

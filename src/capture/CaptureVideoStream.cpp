@@ -127,21 +127,22 @@ void CCaptureVideoStream::MakeFrame(bool dirty) {
     time = static_cast<int64_t>(owner.m_dwElapsed) * 10000;
   }
   const int32_t pitch = CFrameDetect::m_nWidth * 4;
+  uint8_t* const frame = m_pBits;
   bool changed = false;
   if (dirty) {
     m_nChangedTop = 0;
     m_nChangedBottom = CFrameDetect::m_nHeight;
-    if (!FillFrame(m_pBits, pitch)) return;
-    if (g_bUnborder) Unborder(m_pBits);
+    if (!FillFrame(frame, pitch)) return;
+    if (g_bUnborder) Unborder(frame);
     if (m_pBitmap) cairo_surface_mark_dirty(m_pBitmap);
     m_mouse->DrawMouse(m_pGraphics, m_rcSource);
     if (m_pBitmap) cairo_surface_flush(m_pBitmap);
     // The reference frame is also read by SaveFrameToFile on the host's thread.
     std::lock_guard<std::recursive_mutex> lock(g_csCanvas);
     if (m_bFinalFrame || (m_nChangedTop == 0 && m_nChangedBottom == CFrameDetect::m_nHeight))
-      changed = IsChanged(m_pBits);
+      changed = UpdateReference(frame);
     else
-      changed = IsChanged(m_pBits, static_cast<size_t>(m_nChangedTop) * pitch,
+      changed = IsChanged(frame, static_cast<size_t>(m_nChangedTop) * pitch,
                           static_cast<size_t>(m_nChangedBottom) * pitch);
   }
   BOOL keyFrame = 0;
@@ -149,7 +150,7 @@ void CCaptureVideoStream::MakeFrame(bool dirty) {
     keyFrame = 1;
     m_nLastKeyTime = time;
   }
-  m_pCodec->WriteFrame(m_pBits, pitch, time, keyFrame, changed ? 0 : 1);
+  m_pCodec->WriteFrame(frame, pitch, time, keyFrame, changed ? 0 : 1);
   ++owner.m_nFrameCount;
 }
 

@@ -54,6 +54,10 @@ class CCaptureVideoStream : public CFrameDetect, public CMemoryBitmap {
   void MakeFrame(bool dirty = true);
   // The tick at which the frame after the last one is due; once per frame.
   uint32_t NextFrameDue();
+  // Whether the frame differs from the reference, which it then becomes
+  // (IsChanged). Called under g_csCanvas; the frame stays valid until the
+  // next FillFrame.
+  virtual bool UpdateReference(uint8_t* frame) { return IsChanged(frame); }
 
   // Blackens the frame to the right of and below the region.
   void ClearMargins(uint8_t* frame, int32_t pitch) const;

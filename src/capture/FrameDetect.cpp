@@ -1,5 +1,6 @@
 #include "capture/FrameDetect.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 
@@ -11,15 +12,37 @@ CFrameDetect::CFrameDetect(int32_t width, int32_t height)
   void* block = nullptr;
   if (posix_memalign(&block, 64, m_nBlockSize) == 0) {
     std::memset(block, 0, m_nBlockSize);
-    m_pLastFrame = static_cast<uint8_t*>(block);
+    m_pLastFrame = m_pBlock = static_cast<uint8_t*>(block);
   }
 }
 
-CFrameDetect::~CFrameDetect() { std::free(m_pLastFrame); }
+CFrameDetect::~CFrameDetect() { std::free(m_pBlock); }
 
+void CFrameDetect::MoveReference(uint8_t* block) {
+  if (!block || !m_pLastFrame) return;
+  std::memcpy(block, m_pLastFrame, m_nFrameSize);
+  m_pLastFrame = block;
+  std::free(m_pBlock);
+  m_pBlock = nullptr;
+}
+
+// Only the span from the first to the last block that differs is copied: a
+// clock or a cursor that changes leaves the rest of the reference as it is.
 bool CFrameDetect::IsChanged(const uint8_t* pixels) {
-  if (std::memcmp(pixels, m_pLastFrame, m_nFrameSize) == 0) return false;
-  std::memcpy(m_pLastFrame, pixels, m_nFrameSize);
+  constexpr size_t kBlock = 4096;
+  const size_t size = m_nFrameSize;
+  size_t first = 0;
+  while (first < size &&
+         std::memcmp(pixels + first, m_pLastFrame + first, std::min(kBlock, size - first)) == 0)
+    first += kBlock;
+  if (first >= size) return false;
+  size_t end = size;
+  while (end - first > kBlock) {
+    const size_t begin = (end - 1) / kBlock * kBlock;
+    if (std::memcmp(pixels + begin, m_pLastFrame + begin, end - begin) != 0) break;
+    end = begin;
+  }
+  std::memcpy(m_pLastFrame + first, pixels + first, end - first);
   return true;
 }
 

@@ -19,6 +19,11 @@ class CFrameDetect : private ov::NonCopyable {
   // that the rest equals the reference.
   bool IsChanged(const uint8_t* pixels, size_t from, size_t to);
 
+  // Moves the reference, as it is, into memory that someone else owns (at
+  // least m_nFrameSize bytes); from then on it is that memory's owner's to
+  // keep alive.
+  void MoveReference(uint8_t* block);
+
   // Rounds a region's side up to a multiple of 64, at least 64.
   static int32_t RoundSize(int32_t n);
 
@@ -27,4 +32,7 @@ class CFrameDetect : private ov::NonCopyable {
   size_t m_nBlockSize = 0;
   int32_t m_nWidth;
   int32_t m_nHeight;
+
+ private:
+  uint8_t* m_pBlock = nullptr;  // the reference's own block, until MoveReference
 };

@@ -10,8 +10,35 @@ CGdiCaptureVideoStream::~CGdiCaptureVideoStream() { Join(); }
 
 bool CGdiCaptureVideoStream::SetUp() {
   m_grabber = ov::CreateScreenGrabber(m_nRegionWidth, m_nRegionHeight);
-  if (!m_grabber) WriteLog(ov::kErr, "Failed to open the X display for capture\n");
-  return m_grabber != nullptr;
+  if (!m_grabber) {
+    WriteLog(ov::kErr, "Failed to open the X display for capture\n");
+    return false;
+  }
+  // Where the region fills the frame's rows, the server grabs straight into
+  // the frame: no copy of the screen per frame. With a second such buffer as
+  // the reference, a changed frame becomes the reference by a swap, and the
+  // next grab goes over the old one: no copy for change detection either.
+  if (m_nRegionWidth == CFrameDetect::m_nWidth) {
+    const size_t bytes =
+        static_cast<size_t>(CMemoryBitmap::m_nWidth) * CMemoryBitmap::m_nHeight * 4;
+    if (MoveBits(m_grabber->CreateSharedFrame(bytes)) &&
+        AddBackBuffer(m_grabber->CreateSharedFrame(bytes))) {
+      std::lock_guard<std::recursive_mutex> lock(g_csCanvas);
+      MoveReference(BackBits());
+      m_bSwapReference = true;
+    }
+  }
+  return true;
+}
+
+// Every pixel of a frame is rewritten by FillFrame, so the buffer that held
+// the reference can take the next frame.
+bool CGdiCaptureVideoStream::UpdateReference(uint8_t* frame) {
+  if (!m_bSwapReference) return IsChanged(frame);
+  if (std::memcmp(frame, m_pLastFrame, m_nFrameSize) == 0) return false;
+  SwapBuffers();
+  m_pLastFrame = frame;
+  return true;
 }
 
 bool CGdiCaptureVideoStream::FillFrame(uint8_t* frame, int32_t pitch) {

@@ -15,7 +15,9 @@ class CGdiCaptureVideoStream : public CCaptureVideoStream {
  protected:
   bool SetUp() override;
   bool FillFrame(uint8_t* frame, int32_t pitch) override;
+  bool UpdateReference(uint8_t* frame) override;
 
  private:
   std::unique_ptr<ov::ScreenGrabber> m_grabber;
+  bool m_bSwapReference = false;  // the reference is the bitmap's back buffer
 };

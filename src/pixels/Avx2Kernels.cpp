@@ -135,9 +135,9 @@ void Bgr24ToBgr32(uint8_t* dst, ptrdiff_t pitch, const uint8_t* src, ptrdiff_t s
 
 const PixelKernels& Avx2Kernels() {
   static constexpr PixelKernels kKernels = {
-      Bgr32ToI420<V256>, Bgr32ToNv12<V256>,   I420ToRgb32<V256>,
-      Nv12ToBgr32<V256>, PackedToBgr32<V256>, Bgr24ToBgr32,
-      Fill32<V256>,      FlipRows32<V256>,    FlipRows24<V256>,
+      Bgr32ToI420<V256>,   Bgr32ToNv12<V256>,     I420ToRgb32<V256>, Nv12ToBgr32<V256>,
+      PackedToBgr32<V256>, Bgr24ToBgr32,          Fill32<V256>,      FlipRows32<V256>,
+      FlipRows24<V256>,    Bgr32ToVideoYuv<V256>,
   };
   return kKernels;
 }

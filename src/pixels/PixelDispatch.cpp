@@ -1,6 +1,7 @@
 #include "pixels/PixelDispatch.h"
 
 #include <algorithm>
+#include <cstdlib>
 
 std::atomic<int32_t> g_nCpuLevel{0};
 
@@ -19,9 +20,7 @@ const pixels::PixelKernels* KernelsForLevel(int32_t level) {
   return &pixels::PlainKernels();
 }
 
-}  // namespace
-
-int32_t DetectPixelCpuLevel() {
+int32_t SupportedLevel() {
 #if defined(__x86_64__) || defined(__i386__)
   // libgcc's feature bits include the system's consent (XGETBV) for AVX state.
   __builtin_cpu_init();
@@ -34,6 +33,19 @@ int32_t DetectPixelCpuLevel() {
   if (__builtin_cpu_supports("sse2")) return 1;
 #endif
   return 0;
+}
+
+}  // namespace
+
+int32_t DetectPixelCpuLevel() {
+  const int32_t level = SupportedLevel();
+  const char* cap = std::getenv("ORVANTA_CPU_LEVEL");
+  if (!cap || *cap < '0' || *cap > '9') return level;
+  return std::min(level, static_cast<int32_t>(std::atoi(cap)));
+}
+
+const pixels::PixelKernels& PixelKernelsForLevel(int32_t level) {
+  return *KernelsForLevel(std::clamp(level, 0, DetectPixelCpuLevel()));
 }
 
 void InitializePixelDispatch() {

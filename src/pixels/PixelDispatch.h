@@ -16,8 +16,14 @@ namespace ov {
 // chosen stays. The routines call it themselves if nobody has.
 void InitializePixelDispatch();
 
-// The highest level this processor and system support.
+// The highest level this processor and system support, capped by the
+// environment variable ORVANTA_CPU_LEVEL when it holds a number (to rule a
+// vector path in or out when a machine misbehaves).
 int32_t DetectPixelCpuLevel();
+
+// The kernels of a level, for code that chooses its own (the encoder
+// libraries, which have no share in the engine's choice).
+const pixels::PixelKernels& PixelKernelsForLevel(int32_t level);
 
 // Switches to the given level, taken down to what is supported, and returns
 // the level in force. For comparing the paths; not for use while other

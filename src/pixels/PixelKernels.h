@@ -47,6 +47,24 @@ struct PixelKernels {
   void (*fill32)(uint32_t value, uint8_t* dst, ptrdiff_t pitch, int width, int height);
   void (*flipRows32)(uint8_t* data, int width, int height);
   void (*flipRows24)(uint8_t* data, int width, int height);
+  // The encoders' input: video-range BT.709 4:2:0, chroma the mean of each
+  // 2 x 2 block. width and height even; chroma sample k of a row goes to
+  // u[k * chromaStep] and v[k * chromaStep] (I420: 1; NV12: uv, uv + 1, 2).
+  void (*bgr32ToVideoYuv)(uint8_t* y, ptrdiff_t yPitch, uint8_t* u, uint8_t* v, ptrdiff_t uvPitch,
+                          int chromaStep, const uint8_t* src, ptrdiff_t srcPitch, int width,
+                          int height);
+};
+
+// Video-range BT.709 from full-range 8-bit RGB, in units of 1 / 32768:
+// Y = (yr R + yg G + yb B + yBias) >> 15 per pixel, and per 2 x 2 block, from
+// the sums of the four pixels' colours, C = (cr R + cg G + cb B + cBias) >> 17.
+// Each chroma row sums to 0, so that grey has no colour.
+struct VideoRangeConstants {
+  static constexpr int32_t yr = 5983, yg = 20127, yb = 2032;
+  static constexpr int32_t yBias = (16 << 15) + (1 << 14);
+  static constexpr int32_t ur = -3298, ug = -11094, ub = 14392;
+  static constexpr int32_t vr = 14392, vg = -13072, vb = -1320;
+  static constexpr int32_t cBias = (128 << 17) + (1 << 16);
 };
 
 const PixelKernels& PlainKernels();
@@ -63,6 +81,8 @@ const PixelKernels& Avx2Kernels();
 // uv, uv + 1 and 2.
 void Bgr32ToYuvBlockRow(const uint8_t* src0, const uint8_t* src1, uint8_t* y0, uint8_t* y1,
                         uint8_t* u, uint8_t* v, int chromaStep, int xBegin, int xEnd);
+void Bgr32ToVideoYuvBlockRow(const uint8_t* src0, const uint8_t* src1, uint8_t* y0, uint8_t* y1,
+                             uint8_t* u, uint8_t* v, int chromaStep, int xBegin, int xEnd);
 void I420ToRgb32BlockRow(uint8_t* dst0, uint8_t* dst1, const uint8_t* y0, const uint8_t* y1,
                          const uint8_t* u, const uint8_t* v, int xBegin, int xEnd);
 void Nv12ToBgr32BlockRow(uint8_t* dst0, uint8_t* dst1, const uint8_t* y0, const uint8_t* y1,

@@ -54,6 +54,26 @@ void Bgr32ToYuvBlockRow(const uint8_t* src0, const uint8_t* src1, uint8_t* y0, u
   }
 }
 
+void Bgr32ToVideoYuvBlockRow(const uint8_t* src0, const uint8_t* src1, uint8_t* y0, uint8_t* y1,
+                             uint8_t* u, uint8_t* v, int chromaStep, int xBegin, int xEnd) {
+  using K = VideoRangeConstants;
+  for (int x = xBegin; x < xEnd; x += 2) {
+    const uint8_t* px[4] = {src0 + 4 * x, src0 + 4 * x + 4, src1 + 4 * x, src1 + 4 * x + 4};
+    uint8_t* out[4] = {y0 + x, y0 + x + 1, y1 + x, y1 + x + 1};
+    int32_t sumB = 0, sumG = 0, sumR = 0;
+    for (int i = 0; i < 4; ++i) {
+      *out[i] = static_cast<uint8_t>(
+          (K::yr * px[i][2] + K::yg * px[i][1] + K::yb * px[i][0] + K::yBias) >> 15);
+      sumB += px[i][0];
+      sumG += px[i][1];
+      sumR += px[i][2];
+    }
+    const int k = x / 2 * chromaStep;
+    u[k] = static_cast<uint8_t>((K::ur * sumR + K::ug * sumG + K::ub * sumB + K::cBias) >> 17);
+    v[k] = static_cast<uint8_t>((K::vr * sumR + K::vg * sumG + K::vb * sumB + K::cBias) >> 17);
+  }
+}
+
 void I420ToRgb32BlockRow(uint8_t* dst0, uint8_t* dst1, const uint8_t* y0, const uint8_t* y1,
                          const uint8_t* u, const uint8_t* v, int xBegin, int xEnd) {
   for (int x = xBegin; x < xEnd; x += 2) {
@@ -218,12 +238,23 @@ void FlipRows24(uint8_t* data, int width, int height) {
   }
 }
 
+void Bgr32ToVideoYuv(uint8_t* y, ptrdiff_t yPitch, uint8_t* u, uint8_t* v, ptrdiff_t uvPitch,
+                     int chromaStep, const uint8_t* src, ptrdiff_t srcPitch, int width,
+                     int height) {
+  for (int row = 0; row < height; row += 2) {
+    const uint8_t* s = src + row * srcPitch;
+    uint8_t* d = y + row * yPitch;
+    const ptrdiff_t c = row / 2 * uvPitch;
+    Bgr32ToVideoYuvBlockRow(s, s + srcPitch, d, d + yPitch, u + c, v + c, chromaStep, 0, width);
+  }
+}
+
 }  // namespace
 
 const PixelKernels& PlainKernels() {
   static constexpr PixelKernels kKernels = {
       Bgr32ToI420,  Bgr32ToNv12, I420ToRgb32, Nv12ToBgr32, PackedToBgr32,
-      Bgr24ToBgr32, Fill32,      FlipRows32,  FlipRows24,
+      Bgr24ToBgr32, Fill32,      FlipRows32,  FlipRows24,  Bgr32ToVideoYuv,
   };
   return kKernels;
 }

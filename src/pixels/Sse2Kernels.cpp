@@ -116,9 +116,9 @@ void Bgr24ToBgr32(uint8_t* dst, ptrdiff_t pitch, const uint8_t* src, ptrdiff_t s
 
 const PixelKernels& Sse2Kernels() {
   static constexpr PixelKernels kKernels = {
-      Bgr32ToI420<V128>, Bgr32ToNv12<V128>,   I420ToRgb32<V128>,
-      Nv12ToBgr32<V128>, PackedToBgr32<V128>, Bgr24ToBgr32,
-      Fill32<V128>,      FlipRows32<V128>,    FlipRows24<V128>,
+      Bgr32ToI420<V128>,   Bgr32ToNv12<V128>,     I420ToRgb32<V128>, Nv12ToBgr32<V128>,
+      PackedToBgr32<V128>, Bgr24ToBgr32,          Fill32<V128>,      FlipRows32<V128>,
+      FlipRows24<V128>,    Bgr32ToVideoYuv<V128>,
   };
   return kKernels;
 }

@@ -130,6 +130,92 @@ void Bgr32ToNv12(uint8_t* y, uint8_t* uv, ptrdiff_t pitch, const uint8_t* src, p
   }
 }
 
+// --- BGR32 to video-range BT.709 ---------------------------------------------
+
+// yr R + yg G + yb B + yBias per 32-bit pixel; br and ga receive the blue and
+// red, and the green and fourth bytes as 16-bit pairs, for the block sums.
+template <class V>
+inline typename V::R VideoLumaQ(typename V::R px, typename V::R& br, typename V::R& ga) {
+  using K = VideoRangeConstants;
+  br = V::And(px, V::Set32(0x00FF00FF));
+  ga = V::Srli16(px, 8);
+  const auto sum = V::Add32(V::Madd(br, V::Set32(WordPair(K::yb, K::yr))),
+                            V::Madd(ga, V::Set32(WordPair(K::yg, 0))));
+  return V::Add32(sum, V::Set32(K::yBias));
+}
+
+template <class V>
+inline typename V::R VideoLumaBytes(const typename V::R (&q)[4]) {
+  const auto lo = V::Packs32(V::Srli32(q[0], 15), V::Srli32(q[1], 15));
+  const auto hi = V::Packs32(V::Srli32(q[2], 15), V::Srli32(q[3], 15));
+  return V::FixQuadOrder(V::Packus16(lo, hi));
+}
+
+// One chroma value per 32-bit lane from a block's summed pairs.
+template <class V>
+inline typename V::R VideoChroma(typename V::R br, typename V::R ga, int32_t r, int32_t g,
+                                 int32_t b) {
+  const auto sum =
+      V::Add32(V::Madd(br, V::Set32(WordPair(b, r))), V::Madd(ga, V::Set32(WordPair(g, 0))));
+  return V::Srai32(V::Add32(sum, V::Set32(VideoRangeConstants::cBias)), 17);
+}
+
+// As Bgr32ToYuvRowPair: four registers of pixels per row and step.
+template <class V, bool kNv12>
+int Bgr32ToVideoYuvRowPair(const uint8_t* src0, const uint8_t* src1, uint8_t* y0, uint8_t* y1,
+                           uint8_t* u, uint8_t* v, int width) {
+  using R = typename V::R;
+  using K = VideoRangeConstants;
+  constexpr int kStep = V::kBytes;
+  int x = 0;
+  for (; x + kStep <= width; x += kStep) {
+    R q0[4], q1[4], sumBR[4], sumGA[4];
+    for (int k = 0; k < 4; ++k) {
+      R br0, ga0, br1, ga1;
+      q0[k] = VideoLumaQ<V>(V::Load(src0 + 4 * x + k * V::kBytes), br0, ga0);
+      q1[k] = VideoLumaQ<V>(V::Load(src1 + 4 * x + k * V::kBytes), br1, ga1);
+      sumBR[k] = V::Add16(br0, br1);
+      sumGA[k] = V::Add16(ga0, ga1);
+    }
+    V::Store(y0 + x, VideoLumaBytes<V>(q0));
+    V::Store(y1 + x, VideoLumaBytes<V>(q1));
+
+    // The pairs' 16-bit halves stay below 1021, so 32-bit sums keep them apart.
+    const R bra = V::PairSum32(sumBR[0], sumBR[1]), brb = V::PairSum32(sumBR[2], sumBR[3]);
+    const R gaa = V::PairSum32(sumGA[0], sumGA[1]), gab = V::PairSum32(sumGA[2], sumGA[3]);
+    const R uw = V::Packs32(VideoChroma<V>(bra, gaa, K::ur, K::ug, K::ub),
+                            VideoChroma<V>(brb, gab, K::ur, K::ug, K::ub));
+    const R vw = V::Packs32(VideoChroma<V>(bra, gaa, K::vr, K::vg, K::vb),
+                            VideoChroma<V>(brb, gab, K::vr, K::vg, K::vb));
+    if constexpr (kNv12) {
+      V::Store(u + x, V::FixQuadOrder(V::Packus16(V::Lo16(uw, vw), V::Hi16(uw, vw))));
+    } else {
+      V::StoreChromaPlanes(u + x / 2, v + x / 2, V::Packus16(uw, vw));
+    }
+  }
+  return x;
+}
+
+template <class V>
+void Bgr32ToVideoYuv(uint8_t* y, ptrdiff_t yPitch, uint8_t* u, uint8_t* v, ptrdiff_t uvPitch,
+                     int chromaStep, const uint8_t* src, ptrdiff_t srcPitch, int width,
+                     int height) {
+  const bool nv12 = chromaStep == 2 && v == u + 1;
+  for (int row = 0; row < height; row += 2) {
+    const uint8_t* s = src + row * srcPitch;
+    uint8_t* d = y + row * yPitch;
+    const ptrdiff_t c = row / 2 * uvPitch;
+    int x = 0;
+    if (nv12) {
+      x = Bgr32ToVideoYuvRowPair<V, true>(s, s + srcPitch, d, d + yPitch, u + c, nullptr, width);
+    } else if (chromaStep == 1) {
+      x = Bgr32ToVideoYuvRowPair<V, false>(s, s + srcPitch, d, d + yPitch, u + c, v + c, width);
+    }
+    if (x < width)
+      Bgr32ToVideoYuvBlockRow(s, s + srcPitch, d, d + yPitch, u + c, v + c, chromaStep, x, width);
+  }
+}
+
 // --- Pixels out --------------------------------------------------------------
 
 // Interleaves four byte registers of one step into 32-bit pixels and stores

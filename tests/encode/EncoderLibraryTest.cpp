@@ -2,8 +2,10 @@
 // capture stream feeds it, its temp video checked with FFmpeg's own tools:
 // the stream decodes in full, the index has one entry per picture with the
 // true times, key frames where asked, and byte ranges that tile the stream.
+#include <cairo.h>
 #include <dlfcn.h>
 #include <gtest/gtest.h>
+#include <stdlib.h>
 
 #include <cstring>
 #include <filesystem>
@@ -211,6 +213,68 @@ TEST_F(EncoderLibraryTest, ColoursSurviveTheRoundTrip) {
       for (int channel = 0; channel < 3; ++channel)
         EXPECT_NEAR(got[channel], (&c.r)[channel], 8)
             << "codec " << codec << " at " << x << "," << y;
+    }
+  }
+}
+
+// Colour bars above a band of text at 1080p, decoded to the stream's own
+// YUV: each bar's Y, Cb and Cr as BT.709 video range puts them, and the same
+// picture from every instruction set the conversion runs on.
+TEST_F(EncoderLibraryTest, ColourBarsAndTextAreTheSameOnEveryKernelPath) {
+  constexpr int kWidth = 1920, kHeight = 1080, kBar = kWidth / 8, kBars = 800;
+  const uint32_t bars[8] = {0xFFFFFF, 0xFFFF00, 0x00FFFF, 0x00FF00,
+                            0xFF00FF, 0xFF0000, 0x0000FF, 0x101010};
+  SyntheticScreen screen(kWidth, kHeight);
+  cairo_surface_t* surface = cairo_image_surface_create_for_data(
+      screen.pixels.data(), CAIRO_FORMAT_RGB24, kWidth, kHeight, screen.stride);
+  cairo_t* cr = cairo_create(surface);
+  for (int i = 0; i < 8; ++i) {
+    cairo_set_source_rgb(cr, (bars[i] >> 16) / 255.0, (bars[i] >> 8 & 255) / 255.0,
+                         (bars[i] & 255) / 255.0);
+    cairo_rectangle(cr, i * kBar, 0, kBar, kBars);
+    cairo_fill(cr);
+  }
+  cairo_set_source_rgb(cr, 0.9, 0.1, 0.2);
+  cairo_set_font_size(cr, 23);
+  for (int line = 0; line < 10; ++line) {
+    cairo_move_to(cr, 10, kBars + 26 * (line + 1));
+    cairo_show_text(cr, "The quick brown fox jumps over the lazy dog 0123456789 {}[]()/|\\");
+  }
+  cairo_destroy(cr);
+  cairo_surface_destroy(surface);
+
+  std::string first;
+  for (const char* level : {"0", "1", "7"}) {
+    setenv("ORVANTA_CPU_LEVEL", level, 1);
+    const std::string file = PathFor(std::string("bars") + level + ".h264");
+    auto encoder = Create(1);
+    ASSERT_EQ(encoder->Initialize(1, kWidth, kHeight, 30, 6, Wide(file).c_str()), S_OK);
+    encoder->WriteFrame(screen.pixels.data(), screen.stride, 0, 1, 0);
+    encoder->Finish();
+    unsetenv("ORVANTA_CPU_LEVEL");
+    const std::string yuv = PathFor("bars.yuv");
+    ovtest::RunCapture("ffmpeg -nostdin -v error -y -f h264 -i '" + file +
+                       "' -f rawvideo -pix_fmt yuv420p '" + yuv + "'");
+    const std::string decoded = ovtest::ReadFile(yuv);
+    ASSERT_EQ(decoded.size(), size_t(kWidth) * kHeight * 3 / 2) << level;
+    if (first.empty()) first = decoded;
+    EXPECT_TRUE(decoded == first) << "level " << level << " differs from level 0";
+    auto at = [&](int plane, int x, int y) {
+      const size_t offset = plane == 0 ? 0 : size_t(kWidth) * kHeight * (plane == 1 ? 4 : 5) / 4;
+      return int(uint8_t(decoded[offset + size_t(y) * (plane ? kWidth / 2 : kWidth) + x]));
+    };
+    for (int i = 0; i < 8; ++i) {
+      const double r = (bars[i] >> 16) / 255.0, g = (bars[i] >> 8 & 255) / 255.0,
+                   b = (bars[i] & 255) / 255.0, luma = 0.2126 * r + 0.7152 * g + 0.0722 * b;
+      const double want[3] = {16 + 219 * luma, 128 + 224 * (b - luma) / 1.8556,
+                              128 + 224 * (r - luma) / 1.5748};
+      for (int y = 8; y < kBars - 8; y += 7) {
+        for (int x = i * kBar + 8; x < (i + 1) * kBar - 8; x += 5) {
+          ASSERT_NEAR(at(0, x, y), want[0], 3) << "bar " << i << " Y at " << x << "," << y;
+          ASSERT_NEAR(at(1, x / 2, y / 2), want[1], 3) << "bar " << i << " Cb";
+          ASSERT_NEAR(at(2, x / 2, y / 2), want[2], 3) << "bar " << i << " Cr";
+        }
+      }
     }
   }
 }

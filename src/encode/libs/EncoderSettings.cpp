@@ -30,16 +30,18 @@ const char* EncoderName(Backend backend, int32_t codecType) {
 
 QualityLevel QualityFor(int32_t videoQuality) {
   static constexpr QualityLevel kLevels[] = {
-      {30, 32, 12, 32}, {27, 30, 9, 29}, {24, 28, 6, 26},
-      {22, 26, 5, 24},  {20, 24, 4, 22}, {18, 22, 3, 20},
+      {24, 32, 12, 32}, {21, 30, 9, 29}, {18, 28, 6, 26},
+      {16, 26, 5, 24},  {14, 24, 4, 22}, {12, 22, 3, 20},
   };
   int step = videoQuality >= 1 && videoQuality <= 6 ? videoQuality : 3;
   return kLevels[step - 1];
 }
 
-int32_t EncoderThreads() {
-  int cores = static_cast<int>(std::thread::hardware_concurrency());
-  return std::clamp(cores - 1, 1, 8);
+int32_t EncoderThreads(int32_t width, int32_t height, int32_t frameRate) {
+  constexpr int64_t kFullHd30 = int64_t{1920} * 1080 * 30;
+  const int64_t pixelRate = int64_t{width} * height * frameRate;
+  const int cores = std::clamp(static_cast<int>(std::thread::hardware_concurrency()), 1, 8);
+  return static_cast<int32_t>(std::clamp<int64_t>(1 + pixelRate / kFullHd30, 1, cores));
 }
 
 }  // namespace ov::enc

@@ -34,7 +34,7 @@ void SetSoftwareOptions(const EncoderConfig& config, AVCodecContext* context,
       // for half as much CPU again).
       av_dict_set(options, "preset", "ultrafast", 0);
       av_dict_set(options, "tune", "zerolatency", 0);
-      SetInt(options, "crf", quality.x264Crf);
+      SetInt(options, "qp", quality.x264Qp);
       SetInt(options, "forced-idr", 1);
       break;
     case kH265: {

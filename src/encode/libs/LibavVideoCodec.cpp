@@ -71,8 +71,9 @@ HRESULT CLibavVideoCodec::Initialize(int32_t codecType, int32_t width, int32_t h
   m_codedHeight = CodedSide(codecType, height);
   if (frameRate < 1) frameRate = kDefaultFrameRate;
   frameRate = std::min(frameRate, kMaxFrameRate);
-  EncoderConfig config{codecType, m_codedWidth, m_codedHeight,
-                       frameRate, quality,      EncoderThreads()};
+  EncoderConfig config{codecType,     m_codedWidth,
+                       m_codedHeight, frameRate,
+                       quality,       EncoderThreads(m_codedWidth, m_codedHeight, frameRate)};
   if (!OpenEncoder(config)) return E_FAIL;
   if (!m_converter.Init(width, height, m_encoder.InputFormat()) || !AllocatePictures()) {
     Log(kErr, "Encoder pictures of %dx%d could not be made\n", m_codedWidth, m_codedHeight);

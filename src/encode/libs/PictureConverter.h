@@ -1,41 +1,39 @@
 // The one place where captured BGR32 pixels become the encoder's input
-// picture. Everything else in the libraries sees only the converted picture,
-// so another converter (our own SIMD BGR32 to I420/NV12 kernels) drops in
-// here alone; it must produce BT.709 limited-range 4:2:0, which is what the
-// encoders announce in the stream.
+// picture: video-range BT.709 4:2:0 (I420 or NV12, whichever the encoder
+// takes), which is what the encoders announce in the stream. The engine's own
+// kernels write straight from the capture surface into the picture, on the
+// fastest instruction set of this processor; all of them give the same bytes.
 #pragma once
 
 #include <cstdint>
+#include <vector>
 
 extern "C" {
 #include <libavutil/frame.h>
 #include <libavutil/pixfmt.h>
 }
 
+#include "pixels/PixelKernels.h"
 #include "platform/NonCopyable.h"
-
-struct SwsContext;
 
 namespace ov::enc {
 
 class PictureConverter : private ov::NonCopyable {
  public:
-  PictureConverter() = default;
-  ~PictureConverter();
-
   // width, height: the captured region. The target picture may be larger
   // (coded sizes are even, and have a minimum); the margin repeats the
-  // region's last column and row.
+  // region's last column and row. False for a format other than I420 or NV12.
   bool Init(int width, int height, AVPixelFormat target);
-  // bgr32: the region's top row; stride in bytes, at least width * 4.
+  // bgr32: the region's top row; stride in bytes, at least width * 4. Reads
+  // only the region's pixels.
   void Convert(const uint8_t* bgr32, int stride, AVFrame* target);
 
  private:
-  void FillMargins(AVFrame* target) const;
-
-  SwsContext* m_sws = nullptr;
+  const ov::pixels::PixelKernels* m_kernels = nullptr;
   int m_width = 0;
   int m_height = 0;
+  bool m_nv12 = false;
+  std::vector<uint8_t> m_edge;  // pixels of the margins, made once
 };
 
 }  // namespace ov::enc

@@ -21,6 +21,13 @@ namespace {
 class XShmGrabber : public ScreenGrabber {
  public:
   ~XShmGrabber() override {
+    for (SharedFrame& frame : m_frames) {
+      if (!frame.image) continue;
+      // The memory stays with whoever holds it; only the server lets go.
+      if (!XConnectionLost(m_display)) XShmDetach(m_display, &frame.shm);
+      frame.image->data = nullptr;
+      XDestroyImage(frame.image);
+    }
     if (m_image) {
       if (m_shmAttached && !XConnectionLost(m_display)) XShmDetach(m_display, &m_shm);
       XDestroyImage(m_image);  // frees the header only; data is the segment
@@ -75,14 +82,59 @@ class XShmGrabber : public ScreenGrabber {
     int32_t w = right - left, h = bottom - top;
     uint8_t* out =
         dst + static_cast<ptrdiff_t>(top - y) * pitch + static_cast<ptrdiff_t>(left - x) * 4;
-    bool ok = m_shmAttached && w <= m_maxWidth && h <= m_maxHeight
-                  ? GrabShm(left, top, w, h, out, pitch)
-                  : GrabPlain(left, top, w, h, out, pitch);
+    bool ok;
+    const SharedFrame* shared = nullptr;
+    for (const SharedFrame& frame : m_frames) {
+      if (frame.image && out == reinterpret_cast<uint8_t*>(frame.shm.shmaddr) && pitch == w * 4 &&
+          static_cast<size_t>(pitch) * h <= frame.bytes)
+        shared = &frame;
+    }
+    if (shared) {
+      ok = GrabInto(shared->image, left, top, w, h);
+    } else if (m_shmAttached && w <= m_maxWidth && h <= m_maxHeight) {
+      ok = GrabInto(m_image, left, top, w, h);
+      if (ok) CopyRows(reinterpret_cast<const uint8_t*>(m_image->data), w * 4, w, h, out, pitch);
+    } else {
+      ok = GrabPlain(left, top, w, h, out, pitch);
+    }
     if (!ok) UpdateScreenSize();  // the screen may have shrunk under us
     return ok;
   }
 
   int LastError() const override { return m_lastError; }
+
+  std::shared_ptr<uint8_t> CreateSharedFrame(size_t bytes) override {
+    SharedFrame* slot = nullptr;
+    for (SharedFrame& frame : m_frames)
+      if (!frame.image) slot = &frame;
+    if (!m_shmAttached || !slot) return nullptr;
+    XShmSegmentInfo shm{};
+    shm.shmid = shmget(IPC_PRIVATE, bytes, IPC_CREAT | 0600);
+    if (shm.shmid < 0) return nullptr;
+    shm.shmaddr = static_cast<char*>(shmat(shm.shmid, nullptr, 0));
+    shmctl(shm.shmid, IPC_RMID, nullptr);
+    if (shm.shmaddr == reinterpret_cast<char*>(-1)) return nullptr;
+    std::shared_ptr<uint8_t> memory(reinterpret_cast<uint8_t*>(shm.shmaddr),
+                                    [](uint8_t* p) { shmdt(p); });
+    shm.readOnly = False;
+    Visual* visual = DefaultVisual(m_display, DefaultScreen(m_display));
+    int depth = DefaultDepth(m_display, DefaultScreen(m_display));
+    XImage* image = XShmCreateImage(m_display, visual, static_cast<unsigned>(depth), ZPixmap,
+                                    shm.shmaddr, &shm, 1, 1);
+    if (!image) return nullptr;
+    XErrorTrap trap(m_display);
+    XShmAttach(m_display, &shm);
+    if (trap.Failed()) {
+      image->data = nullptr;
+      XDestroyImage(image);
+      return nullptr;
+    }
+    slot->shm = shm;
+    slot->image = image;
+    slot->image->obdata = reinterpret_cast<char*>(&slot->shm);
+    slot->bytes = bytes;
+    return memory;
+  }
 
  private:
   bool Fallback() {
@@ -101,19 +153,19 @@ class XShmGrabber : public ScreenGrabber {
     }
   }
 
-  bool GrabShm(int32_t x, int32_t y, int32_t w, int32_t h, uint8_t* out, int32_t pitch) {
+  // Into the start of an image's segment.
+  bool GrabInto(XImage* image, int32_t x, int32_t y, int32_t w, int32_t h) {
     // The image's nominal size decides the request; its rows are then
     // w * 4 bytes apart in the segment.
-    m_image->width = w;
-    m_image->height = h;
-    m_image->bytes_per_line = w * 4;
+    image->width = w;
+    image->height = h;
+    image->bytes_per_line = w * 4;
     XErrorTrap trap(m_display);
-    Bool ok = XShmGetImage(m_display, m_root, m_image, x, y, AllPlanes);
+    Bool ok = XShmGetImage(m_display, m_root, image, x, y, AllPlanes);
     if (!ok || trap.Failed()) {
       m_lastError = trap.ErrorCode() ? trap.ErrorCode() : BadMatch;
       return false;
     }
-    CopyRows(reinterpret_cast<const uint8_t*>(m_image->data), w * 4, w, h, out, pitch);
     return true;
   }
 
@@ -165,6 +217,14 @@ class XShmGrabber : public ScreenGrabber {
   XImage* m_image = nullptr;
   XShmSegmentInfo m_shm{};
   bool m_shmAttached = false;
+  // The frame memory of CreateSharedFrame, while the server has it: a frame
+  // and the copy of the last one that change detection keeps.
+  struct SharedFrame {
+    XImage* image = nullptr;
+    XShmSegmentInfo shm{};
+    size_t bytes = 0;
+  };
+  SharedFrame m_frames[2];
   int32_t m_maxWidth = 0, m_maxHeight = 0;
   int32_t m_screenWidth = 0, m_screenHeight = 0;
   int m_lastError = 0;
