@@ -117,8 +117,6 @@ CRecorderBox::~CRecorderBox() {
   std::free(m_pBackBuffer);
 }
 
-HWND CRecorderBox::CursorWindow() const { return 0; }
-
 HRESULT CRecorderBox::Create(ov::MessageQueue& queue) {
   using ov::Height;
   using ov::Width;

@@ -64,7 +64,6 @@ class CRecorderBox : public CCanvasWindow, public CMoveBarWindow, public ov::Poi
   POINT MoveRegionTo(POINT topLeft) override;
 
   HWND Window() const { return m_hwndBox; }
-  HWND CursorWindow() const;
 
  private:
   void OnTimer();
@@ -81,8 +80,6 @@ class CRecorderBox : public CCanvasWindow, public CMoveBarWindow, public ov::Poi
   bool m_bShown = false;  // the frame is drawn
   int32_t m_nWindowWidth = 0, m_nWindowHeight = 0;
   int32_t m_nDashOffset = 0;
-  POINT m_ptLast = {};
-  RECT m_rcTarget = {};
   uint32_t m_ColorsRecord[2] = {}, m_ColorsPause[2] = {};
   int32_t m_nFlash = 0;
   bool m_bFlashShown = false;
