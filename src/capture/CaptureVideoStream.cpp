@@ -5,10 +5,12 @@
 #include <algorithm>
 #include <cstring>
 
+#include "core/CanvasPicture.h"
 #include "core/FrameTiming.h"
 #include "core/Globals.h"
 #include "core/Log.h"
 #include "encode/VideoCodec.h"
+#include "pixels/OverlayKernels.h"
 #include "platform/Clock.h"
 #include "platform/Thread.h"
 
@@ -134,6 +136,7 @@ void CCaptureVideoStream::MakeFrame(bool dirty) {
     m_nChangedBottom = CFrameDetect::m_nHeight;
     if (!FillFrame(frame, pitch)) return;
     if (g_bUnborder) Unborder(frame);
+    if (m_bLayCanvas) LayCanvas(frame, pitch);
     if (m_pBitmap) cairo_surface_mark_dirty(m_pBitmap);
     m_mouse->DrawMouse(m_pGraphics, m_rcSource);
     if (m_pBitmap) cairo_surface_flush(m_pBitmap);
@@ -162,6 +165,21 @@ void CCaptureVideoStream::ClearMargins(uint8_t* frame, int32_t pitch) const {
   }
   std::memset(frame + static_cast<ptrdiff_t>(m_nRegionHeight) * pitch, 0,
               static_cast<size_t>(CFrameDetect::m_nHeight - m_nRegionHeight) * pitch);
+}
+
+void CCaptureVideoStream::LayCanvas(uint8_t* frame, int32_t pitch) {
+  std::lock_guard<std::recursive_mutex> lock(g_csCanvas);
+  const CanvasPicture& c = g_CanvasPicture;
+  if (!c.hasContent || !c.pixels) return;
+  const auto& kernels = ov::pixels::ActiveOverlayKernels();
+  const int32_t sx = m_rcSource.left - c.origin.x, sy = m_rcSource.top - c.origin.y;
+  const int32_t xBegin = std::max(0, -sx), xEnd = std::min(m_nRegionWidth, c.width - sx);
+  if (xEnd <= xBegin) return;
+  for (int32_t y = std::max(0, -sy); y < m_nRegionHeight && y + sy < c.height; ++y) {
+    auto* row = reinterpret_cast<uint32_t*>(frame + static_cast<ptrdiff_t>(y) * pitch);
+    const uint32_t* picture = c.pixels + static_cast<ptrdiff_t>(y + sy) * c.width;
+    kernels.overRow(row + xBegin, row + xBegin, picture + sx + xBegin, 0, xEnd - xBegin);
+  }
 }
 
 void CCaptureVideoStream::Unborder(uint8_t* frame) {

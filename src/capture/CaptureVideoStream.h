@@ -62,6 +62,8 @@ class CCaptureVideoStream : public CFrameDetect, public CMemoryBitmap {
   // Blackens the frame to the right of and below the region.
   void ClearMargins(uint8_t* frame, int32_t pitch) const;
 
+  // The frames leave the engine's windows out: the canvas is laid over them.
+  bool m_bLayCanvas = false;
   // This frame's region in virtual-screen pixels, set by FillFrame.
   RECT m_rcSource{};
   // Rows of the frame outside which FillFrame knows that it equals the
@@ -74,6 +76,9 @@ class CCaptureVideoStream : public CFrameDetect, public CMemoryBitmap {
   void Run();
   void WaitForNextFrame();
   void Unborder(uint8_t* frame);
+  // Lays the canvas's picture over the frame, for the streams whose frames
+  // leave the engine's windows out.
+  void LayCanvas(uint8_t* frame, int32_t pitch);
 
   bool m_bSetUpOk = false;
   bool m_bFinalFrame = false;

@@ -8,6 +8,7 @@ CMagnifierVideoStream::CMagnifierVideoStream(CFrameTiming* pOwner, CVideoCodec* 
                                              int32_t width, int32_t height)
     : CDesktopDuplicationVideoStream(pOwner, pCodec, width, height, true) {
   m_bRegionMoves = g_mouseOpt.Mode != MOUSE_MODE_FIXED;
+  m_bLayCanvas = true;
 }
 
 CMagnifierVideoStream::~CMagnifierVideoStream() { Join(); }

@@ -13,7 +13,8 @@ class CFrameTiming {
   int64_t m_nFrameCount = 0;
   std::atomic<uint32_t> m_dwFrameInterval;  // milliseconds between captures now
   const uint32_t m_dwBaseInterval;          // the frame rate's own interval
-  uint32_t m_dwElapsed = 0;                 // recording time of the last frame
+  // Recording time of the last frame; a resume reads it on the host's thread.
+  std::atomic<uint32_t> m_dwElapsed{0};
   std::atomic<uint32_t> m_dwStartTick{0};
   uint32_t m_dwFrameTick = 0;  // when the last frame was captured
   // Set while recording; the stream waits on it while paused.

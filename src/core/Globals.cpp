@@ -1,5 +1,6 @@
 #include "core/Globals.h"
 
+#include "core/CanvasPicture.h"
 #include "platform/Clock.h"
 
 VideoOpt g_videoOpt;
@@ -16,6 +17,7 @@ BOOL g_bUnborder;
 BOOL g_bShowRecordingBox;
 HWND g_hHostWindow;
 std::atomic<CRecorderBox*> g_pRecorderBox{nullptr};
+CanvasPicture g_CanvasPicture;
 
 POINT g_ptRegion;
 RECT g_rcDisplay;

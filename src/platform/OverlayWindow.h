@@ -46,6 +46,10 @@ class OverlayWindow {
   // Moves the window to rect (root coordinates); false when it cannot take
   // the new size, and the window then keeps its old one.
   virtual bool MoveResize(const RECT& rect) = 0;
+  // Limits what shows of the window to rects (window coordinates); no
+  // rects shows all of it. For an opaque window that must leave the rest
+  // of the screen seen.
+  virtual void SetVisibleParts(const RECT* rects, int count) = 0;
 };
 
 // Null without a server or for an empty rectangle.

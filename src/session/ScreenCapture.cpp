@@ -15,6 +15,7 @@
 #include "encode/VendorTable.h"
 #include "encode/VideoCodec.h"
 #include "output/WMVMediaObject.h"
+#include "overlay/RecorderBox.h"
 #include "platform/Clock.h"
 #include "platform/MessageQueue.h"
 #include "platform/Thread.h"
@@ -133,6 +134,7 @@ void CScreenCapture::Pause() {
   if (!g_videoOpt.bStream) m_dwElapsed = m_dwPauseTick.load() - m_dwStartTick.load();
   ov::SetRecording(0);
   m_hRunEvent.ResetEvent();
+  if (g_bShowRecordingBox) PostToBox(CRecorderBox::kPause);
 }
 
 void CScreenCapture::Resume() {
@@ -146,6 +148,7 @@ void CScreenCapture::Resume() {
   }
   m_hRunEvent.Set();
   ov::SetRecording(1);
+  if (g_bShowRecordingBox) PostToBox(CRecorderBox::kResume);
 }
 
 void CScreenCapture::GetProgress(uint32_t* pSeconds, int64_t* pBytes) {
@@ -185,7 +188,12 @@ void CScreenCapture::EndOnFailure(HRESULT hr) {
 
 uint32_t CScreenCapture::GetFrameCounter() { return m_nFrameCounter.load(); }
 
-CScreenCanvas* CScreenCapture::SetCanvasCallback(CCanvasCallback*) { return nullptr; }
+CScreenCanvas* CScreenCapture::SetCanvasCallback(CCanvasCallback* pCallback) {
+  CRecorderBox* box = g_pRecorderBox.load();
+  if (!box) return nullptr;
+  box->SetCallback(pCallback);
+  return box;
+}
 void CScreenCapture::AddExcludeWindow(HWND hWnd) {
   if (m_pMagnifierStream) m_pMagnifierStream->AddExcludeWindow(hWnd);
 }
@@ -195,7 +203,7 @@ void CScreenCapture::RemoveExcludeWindow(HWND hWnd) {
 void CScreenCapture::AddIncludeWindow(HWND hWnd) {
   if (m_pMagnifierStream) m_pMagnifierStream->AddIncludeWindow(hWnd);
 }
-void CScreenCapture::RefreshBox() {}
+void CScreenCapture::RefreshBox() { PostToBox(CRecorderBox::kFlash); }
 
 void CScreenCapture::AddBytes(int64_t count) { m_nBytesWritten.fetch_add(count); }
 void CScreenCapture::AddFrame() { m_nFrameCounter.fetch_add(1); }
@@ -260,12 +268,28 @@ void CScreenCapture::UIThread() {
       if (displays.Drain()) ov::RebuildDisplayCatalogue(true);
       if (displays.Lost()) queue.Post(ov::Message{0, kDisplaysLostMessage, 0, 0});
     });
+  std::unique_ptr<CRecorderBox> box;
+  if (g_videoOpt.bStream) {
+    box = std::make_unique<CRecorderBox>();
+    if (FAILED(box->Create(queue))) box.reset();
+    g_pRecorderBox = box.get();
+  }
   ov::StartMouseHook(m_dwUIThreadId);
+  if (box && g_bShowRecordingBox) box->SetAnimate(true);
   m_hUIReadyEvent.Set();
   ov::Message msg;
   while (queue.Get(&msg)) {
     if (msg.message == ov::kPointerMovedMessage) ov::OnPointerMoved(queue);
     if (msg.message == kDisplaysLostMessage) queue.Unwatch(displays.Fd());
+    if (box) box->OnMessage(msg);
   }
   ov::StopMouseHook();
+  g_pRecorderBox = nullptr;
+  box.reset();
+}
+
+// The box's look follows the recording's state; it repaints on its thread.
+void CScreenCapture::PostToBox(uint32_t message) {
+  if (g_pRecorderBox.load() && m_dwUIThreadId)
+    ov::MessageQueue::PostThreadMessage(m_dwUIThreadId, message, 0, 0);
 }

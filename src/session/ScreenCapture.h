@@ -74,6 +74,7 @@ class CScreenCapture : public CScreenRecoderObject,
 
  private:
   void UIThread();
+  void PostToBox(uint32_t message);
   // True, with a log line, when a failure has ended the recording.
   bool Failed(const char* operation) const;
   HRESULT CreateCaptureStream(int32_t width, int32_t height);

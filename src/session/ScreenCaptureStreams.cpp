@@ -5,6 +5,7 @@
 #include "capture/MagnifierVideoStream.h"
 #include "core/Globals.h"
 #include "core/Log.h"
+#include "overlay/RecorderBox.h"
 #include "platform/Files.h"
 #include "session/ScreenCapture.h"
 
@@ -64,5 +65,6 @@ void CScreenCapture::SaveFrameToFile(const wchar_t* pszPath) {
                      g_videoOpt.rcScreen.right - g_videoOpt.rcScreen.left,
                      g_videoOpt.rcScreen.bottom - g_videoOpt.rcScreen.top, pszPath);
   }
-  // The recorder box shows the saved picture once it exists.
+  // The recorder box shows that a picture was saved.
+  PostToBox(CRecorderBox::kFlash);
 }

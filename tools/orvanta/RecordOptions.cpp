@@ -132,6 +132,7 @@ bool Parser::Option(const std::string& option) {
   if (option == "--mic") return flag(&m_o->mic);
   if (option == "--cursor") return flag(&m_o->cursor);
   if (option == "--clicks") return flag(&m_o->clicks);
+  if (option == "--box") return flag(&m_o->box);
   if (option == "--follow" || option == "--center") {
     if (m_hasInline) return Fail(option + " takes no value");
     Follow wanted = option == "--follow" ? Follow::Follow : Follow::Center;
@@ -274,6 +275,10 @@ const char kRecordUsage[] =
     "  --system-audio        the sound the computer plays\n"
     "  --mic                 the default microphone\n"
     "  --cursor              draw the pointer; --clicks shows the clicks\n"
+    "  --box                 show a frame round what is recorded; from a terminal, keys\n"
+    "                        draw on the screen: 1 rectangle, 2 ellipse, 3 arrow, 4 brush,\n"
+    "                        5 line, 6 airbrush, 7 badge, 8 text, 9 eraser, 0 stop\n"
+    "                        drawing, u undo, r redo, c clear\n"
     "  --seconds N           stop after N seconds (default: at Ctrl-C)\n"
     "  --trim START,END      keep only this part, in seconds (END empty: to the end)\n"
     "  --temp DIR            folder for the temp files (default: a new one in $TMPDIR)\n"

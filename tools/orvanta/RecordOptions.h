@@ -26,6 +26,7 @@ struct RecordOptions {
   bool mic = false;
   bool cursor = false;
   bool clicks = false;
+  bool box = false;    // the frame round the region, and drawing keys
   double seconds = 0;  // 0 records until Ctrl-C
   bool hasTrim = false;
   double trimStart = 0;

@@ -2,7 +2,9 @@
 
 #include <fcntl.h>
 #include <orvanta/orvanta.h>
+#include <poll.h>
 #include <sys/stat.h>
+#include <termios.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -11,6 +13,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <memory>
 
 #include "Assembly.h"
 #include "Console.h"
@@ -186,16 +189,65 @@ const char* FailureText(int64_t code) {
 // One recording session, from Start to Destroy, with the live status line.
 // A failure that ends the recording by itself ends it here too; what was
 // recorded up to then is kept.
-void RecordUntilStopped(CScreenRecoderObject* recorder, double seconds) {
+// The drawing keys of a terminal: single key presses, not echoed, while
+// the recording runs.
+class DrawingKeys {
+ public:
+  explicit DrawingKeys(CScreenRecoderObject* recorder) {
+    if (!isatty(STDIN_FILENO) || tcgetattr(STDIN_FILENO, &m_saved) != 0) return;
+    m_canvas = recorder->SetCanvasCallback(&m_callback);
+    if (!m_canvas) return;
+    termios raw = m_saved;
+    raw.c_lflag &= ~static_cast<tcflag_t>(ICANON | ECHO);
+    raw.c_cc[VMIN] = 0;
+    raw.c_cc[VTIME] = 0;
+    m_raw = tcsetattr(STDIN_FILENO, TCSANOW, &raw) == 0;
+  }
+  ~DrawingKeys() {
+    if (m_raw) tcsetattr(STDIN_FILENO, TCSANOW, &m_saved);
+  }
+  bool Active() const { return m_raw; }
+  void Poll() {
+    pollfd p{STDIN_FILENO, POLLIN, 0};
+    char key;
+    while (m_raw && poll(&p, 1, 0) > 0 && read(STDIN_FILENO, &key, 1) == 1) {
+      if (key >= '1' && key <= '9')
+        m_canvas->Start(key - '0', key == '8' ? 20 : 4, 0xFFFF3030, 0xFFFFFFFF, L"Sans", 1);
+      else if (key == '0')
+        m_canvas->Stop();
+      else if (key == 'u')
+        m_canvas->Undo();
+      else if (key == 'r')
+        m_canvas->Redo();
+      else if (key == 'c')
+        m_canvas->Clear();
+    }
+  }
+
+ private:
+  struct Quiet : CCanvasCallback {
+    void OnUndoState(BOOL, BOOL) override {}
+    void OnNumberChanged(int) override {}
+  } m_callback;
+  CScreenCanvas* m_canvas = nullptr;
+  termios m_saved{};
+  bool m_raw = false;
+};
+
+void RecordUntilStopped(CScreenRecoderObject* recorder, double seconds, bool keys) {
   using Clock = std::chrono::steady_clock;
   StatusLine status;
   recorder->Start();
+  std::unique_ptr<DrawingKeys> drawing;
+  if (keys) drawing = std::make_unique<DrawingKeys>(recorder);
   auto start = Clock::now();
   std::string limit = seconds > 0 ? " / " + FormatClock(seconds) : "";
   std::string hint = seconds > 0 ? "" : "   Ctrl-C stops";
+  if (drawing && drawing->Active()) hint += "   1-9 draw, 0 stop, u/r/c";
   int64_t bytes = 0;
   for (;;) {
-    int signo = Interrupts::Wait(200);
+    int signo = Interrupts::Wait(drawing ? 50 : 200);
+    if (drawing) drawing->Poll();
     double elapsed = std::chrono::duration<double>(Clock::now() - start).count();
     uint32_t progressSeconds = 0;
     recorder->GetProgress(&progressSeconds, &bytes);
@@ -211,6 +263,7 @@ void RecordUntilStopped(CScreenRecoderObject* recorder, double seconds) {
     if (signo || (seconds > 0 && elapsed >= seconds)) break;
   }
   status.Finish();
+  drawing.reset();
   Note("Stopping...");
   recorder->Destroy();
 }
@@ -378,7 +431,7 @@ int RunRecording(const RecordOptions& o) {
   AudioOpt audio{o.systemAudio ? 1 : 0, o.mic ? 1 : 0};
   HRESULT hr = S_OK;
   CScreenRecoderObject* recorder =
-      ovVideoRecord(0, ov::FromUtf8(temp.path).c_str(), &video, audio, &mouse, 0, &hr);
+      ovVideoRecord(0, ov::FromUtf8(temp.path).c_str(), &video, audio, &mouse, o.box, &hr);
   if (!recorder) {
     if (GetCapturedFile()) FreeCapturedFile(1);
     temp.RemoveIfOurs();
@@ -395,7 +448,7 @@ int RunRecording(const RecordOptions& o) {
   std::string what = o.window ? std::string(windowId) : Describe(video.rcScreen);
   Note("Recording %s (%s, %d fps, %s) to %s", what.c_str(), CodecTitle(o.codec), o.fps,
        AudioWanted(o).c_str(), out.c_str());
-  RecordUntilStopped(recorder, o.seconds);
+  RecordUntilStopped(recorder, o.seconds, o.box);
   return Finish(o, &temp, out);
 }
 

@@ -147,6 +147,23 @@ class XOverlayWindow : public OverlayWindow {
     return true;
   }
 
+  void SetVisibleParts(const RECT* rects, int count) override {
+    if (XConnectionLost(m_display)) return;
+    if (count <= 0) {
+      XShapeCombineMask(m_display, m_window, ShapeBounding, 0, 0, None, ShapeSet);
+    } else {
+      std::vector<XRectangle> parts;
+      for (int i = 0; i < count; ++i)
+        if (rects[i].right > rects[i].left && rects[i].bottom > rects[i].top)
+          parts.push_back({static_cast<short>(rects[i].left), static_cast<short>(rects[i].top),
+                           static_cast<unsigned short>(rects[i].right - rects[i].left),
+                           static_cast<unsigned short>(rects[i].bottom - rects[i].top)});
+      XShapeCombineRectangles(m_display, m_window, ShapeBounding, 0, 0, parts.data(),
+                              static_cast<int>(parts.size()), ShapeSet, Unsorted);
+    }
+    XFlush(m_display);
+  }
+
   void Show(bool show) override {
     if (XConnectionLost(m_display)) return;
     if (show)

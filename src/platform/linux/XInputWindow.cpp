@@ -1,0 +1,217 @@
+// Input-only windows, override-redirect and raised above the others, on a
+// connection of their own; and the timers of the user-interface threads.
+#include <X11/Xcursor/Xcursor.h>
+#include <X11/Xlib.h>
+#include <X11/Xutil.h>
+#include <X11/keysym.h>
+#include <sys/timerfd.h>
+#include <unistd.h>
+
+#include <cstring>
+
+#include "platform/InputWindow.h"
+#include "platform/OverlayWindow.h"
+#include "platform/linux/XConnection.h"
+#include "platform/linux/XErrorTrap.h"
+
+namespace ov {
+
+namespace {
+
+constexpr long kEventMask =
+    ButtonPressMask | ButtonReleaseMask | PointerMotionMask | KeyPressMask | FocusChangeMask;
+
+class XInputWindow : public InputWindow {
+ public:
+  ~XInputWindow() override {
+    if (!m_display) return;
+    if (!XConnectionLost(m_display)) {
+      if (m_cursor) XFreeCursor(m_display, m_cursor);
+      if (m_window) XDestroyWindow(m_display, m_window);
+    }
+    CloseXConnection(m_display);
+  }
+
+  bool Open(const RECT& rect) {
+    const int width = rect.right - rect.left, height = rect.bottom - rect.top;
+    if (width <= 0 || height <= 0) return false;
+    m_display = OpenXConnection();
+    if (!m_display) return false;
+    XSetWindowAttributes attributes{};
+    attributes.override_redirect = True;
+    attributes.event_mask = kEventMask;
+    XErrorTrap trap(m_display);
+    m_window =
+        XCreateWindow(m_display, DefaultRootWindow(m_display), rect.left, rect.top,
+                      static_cast<unsigned>(width), static_cast<unsigned>(height), 0, 0, InputOnly,
+                      CopyFromParent, CWOverrideRedirect | CWEventMask, &attributes);
+    XSync(m_display, False);
+    return !trap.Failed() && m_window;
+  }
+
+  HWND Handle() const override { return m_window; }
+  int Fd() const override { return ConnectionNumber(m_display); }
+
+  bool NextEvent(InputEvent* event) override {
+    if (XConnectionLost(m_display)) return false;
+    while (XPending(m_display)) {
+      XEvent e;
+      XNextEvent(m_display, &e);
+      *event = InputEvent{};
+      switch (e.type) {
+        case MotionNotify: {
+          XEvent next;
+          while (XCheckTypedWindowEvent(m_display, m_window, MotionNotify, &next)) e = next;
+          event->type = InputEvent::kMotion;
+          Place(event, e.xmotion.x, e.xmotion.y, e.xmotion.x_root, e.xmotion.y_root);
+          return true;
+        }
+        case ButtonPress:
+        case ButtonRelease:
+          event->type = e.type == ButtonPress ? InputEvent::kButtonDown : InputEvent::kButtonUp;
+          event->button = static_cast<int32_t>(e.xbutton.button);
+          Place(event, e.xbutton.x, e.xbutton.y, e.xbutton.x_root, e.xbutton.y_root);
+          return true;
+        case KeyPress: {
+          KeySym sym = NoSymbol;
+          char latin[8] = {};
+          const int n = XLookupString(&e.xkey, latin, sizeof(latin) - 1, &sym, nullptr);
+          event->type = InputEvent::kKey;
+          event->keysym = static_cast<uint32_t>(sym);
+          event->shift = e.xkey.state & ShiftMask;
+          event->control = e.xkey.state & ControlMask;
+          // Latin-1 as UTF-8.
+          if (n == 1 && static_cast<unsigned char>(latin[0]) >= 0x20 && latin[0] != 0x7F) {
+            const auto c = static_cast<unsigned char>(latin[0]);
+            if (c < 0x80) {
+              event->text[0] = static_cast<char>(c);
+            } else {
+              event->text[0] = static_cast<char>(0xC0 | (c >> 6));
+              event->text[1] = static_cast<char>(0x80 | (c & 0x3F));
+            }
+          }
+          return true;
+        }
+        case FocusOut:
+          if (e.xfocus.mode != NotifyNormal || e.xfocus.detail == NotifyPointer ||
+              e.xfocus.detail == NotifyInferior)
+            break;
+          event->type = InputEvent::kFocusLost;
+          return true;
+        default:
+          break;
+      }
+    }
+    return false;
+  }
+
+  void Show(bool show) override {
+    if (XConnectionLost(m_display)) return;
+    if (show)
+      XMapRaised(m_display, m_window);
+    else
+      XUnmapWindow(m_display, m_window);
+    XSync(m_display, False);
+  }
+
+  void Move(const RECT& rect) override {
+    const int width = rect.right - rect.left, height = rect.bottom - rect.top;
+    if (XConnectionLost(m_display) || width <= 0 || height <= 0) return;
+    XMoveResizeWindow(m_display, m_window, rect.left, rect.top, static_cast<unsigned>(width),
+                      static_cast<unsigned>(height));
+    XRaiseWindow(m_display, m_window);
+    XFlush(m_display);
+  }
+
+  void SetCursor(const PointerShape* shape) override {
+    if (XConnectionLost(m_display)) return;
+    Cursor cursor = None;
+    XcursorImage* image = XcursorImageCreate(shape && shape->width > 0 ? shape->width : 1,
+                                             shape && shape->height > 0 ? shape->height : 1);
+    if (image) {
+      if (shape && shape->width > 0 && shape->height > 0) {
+        image->xhot = static_cast<XcursorDim>(shape->xHot);
+        image->yhot = static_cast<XcursorDim>(shape->yHot);
+        memcpy(image->pixels, shape->pixels.data(), shape->pixels.size() * 4);
+      } else {
+        image->pixels[0] = 0;  // no pointer at all
+      }
+      cursor = XcursorImageLoadCursor(m_display, image);
+      XcursorImageDestroy(image);
+    }
+    XDefineCursor(m_display, m_window, cursor);
+    if (m_cursor) XFreeCursor(m_display, m_cursor);
+    m_cursor = cursor;
+    XFlush(m_display);
+  }
+
+  void Capture(bool capture) override {
+    if (XConnectionLost(m_display)) return;
+    if (capture)
+      XGrabPointer(m_display, m_window, False,
+                   ButtonPressMask | ButtonReleaseMask | PointerMotionMask, GrabModeAsync,
+                   GrabModeAsync, None, m_cursor, CurrentTime);
+    else
+      XUngrabPointer(m_display, CurrentTime);
+    XFlush(m_display);
+  }
+
+  void TakeFocus() override {
+    if (XConnectionLost(m_display)) return;
+    XErrorTrap trap(m_display);
+    XSetInputFocus(m_display, m_window, RevertToPointerRoot, CurrentTime);
+    XSync(m_display, False);
+  }
+
+ private:
+  static void Place(InputEvent* event, int x, int y, int rootX, int rootY) {
+    event->x = x;
+    event->y = y;
+    event->rootX = rootX;
+    event->rootY = rootY;
+  }
+
+  Display* m_display = nullptr;
+  Window m_window = 0;
+  Cursor m_cursor = 0;
+};
+
+class TimerFd : public PeriodicTimer {
+ public:
+  TimerFd() : m_fd(timerfd_create(CLOCK_MONOTONIC, TFD_NONBLOCK | TFD_CLOEXEC)) {}
+  ~TimerFd() override {
+    if (m_fd >= 0) close(m_fd);
+  }
+  int Fd() const override { return m_fd; }
+  void Set(uint32_t periodMs) override {
+    itimerspec spec{};
+    spec.it_interval.tv_sec = periodMs / 1000;
+    spec.it_interval.tv_nsec = static_cast<long>(periodMs % 1000) * 1000000;
+    spec.it_value = spec.it_interval;
+    if (m_fd >= 0) timerfd_settime(m_fd, 0, &spec, nullptr);
+  }
+  uint64_t Drain() override {
+    uint64_t count = 0;
+    if (m_fd < 0 || read(m_fd, &count, sizeof(count)) != sizeof(count)) return 0;
+    return count;
+  }
+
+ private:
+  int m_fd;
+};
+
+}  // namespace
+
+std::unique_ptr<InputWindow> CreateInputWindow(const RECT& rect) {
+  auto window = std::make_unique<XInputWindow>();
+  if (!window->Open(rect)) return nullptr;
+  return window;
+}
+
+std::unique_ptr<PeriodicTimer> CreatePeriodicTimer() {
+  auto timer = std::make_unique<TimerFd>();
+  if (timer->Fd() < 0) return nullptr;
+  return timer;
+}
+
+}  // namespace ov
