@@ -16,10 +16,13 @@ namespace {
 struct Connection {
   Display* display;
   bool lost;
+  std::vector<void*> kept;  // what Xlib made for a broken connection
 };
 
 std::mutex g_mutex;
-std::vector<Connection> g_connections;
+// Never destroyed: a broken connection's memory, kept here, must stay
+// reachable after the process's static objects have gone.
+std::vector<Connection>& g_connections = *new std::vector<Connection>;
 XIOErrorHandler g_previousHandler = nullptr;
 std::atomic<void (*)()> g_onLost{nullptr};
 
@@ -63,7 +66,7 @@ Display* OpenXConnection() {
     if (g_previousHandler == OnIOError) g_previousHandler = nullptr;
   }
   XSetIOErrorExitHandler(display, OnConnectionLost, nullptr);
-  g_connections.push_back({display, false});
+  g_connections.push_back({display, false, {}});
   return display;
 }
 
@@ -91,6 +94,11 @@ bool XConnectionLost(Display* display) {
   std::lock_guard<std::mutex> lock(g_mutex);
   Connection* connection = Find(display);
   return connection && connection->lost;
+}
+
+void KeepWithLostConnection(Display* display, void* block) {
+  std::lock_guard<std::mutex> lock(g_mutex);
+  if (Connection* connection = Find(display)) connection->kept.push_back(block);
 }
 
 bool MadeByEngine(XID id) {

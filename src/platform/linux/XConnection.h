@@ -16,6 +16,9 @@ void CloseXConnection(Display* display);
 // only by the thread that found the break (others would wait for ever),
 // and closed with CloseXConnection by any thread.
 bool XConnectionLost(Display* display);
+// Keeps a block that Xlib made for the connection (a GC) with the broken
+// connection's own memory, since freeing it would mean a call on it.
+void KeepWithLostConnection(Display* display, void* block);
 // True when the resource (a window) was made on one of the engine's own
 // connections.
 bool MadeByEngine(XID id);

@@ -33,11 +33,14 @@ class XOverlayWindow : public OverlayWindow {
   ~XOverlayWindow() override {
     if (!m_display) return;
     ReleaseImage();
+    // (its round trip shows a server that went away before the frees below)
     if (!XConnectionLost(m_display)) {
       if (m_cursor) XFreeCursor(m_display, m_cursor);
       if (m_gc) XFreeGC(m_display, m_gc);
       if (m_window) XDestroyWindow(m_display, m_window);
       if (m_colormap) XFreeColormap(m_display, m_colormap);
+    } else if (m_gc) {
+      KeepWithLostConnection(m_display, m_gc);
     }
     CloseXConnection(m_display);
   }
