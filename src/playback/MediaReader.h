@@ -47,3 +47,20 @@ class CReferenceClock {
  protected:
   ~CReferenceClock() = default;
 };
+
+// 32-bit RGB frames, top row first.
+inline constexpr GUID MEDIASUBTYPE_RGB32 = {
+    0xe436eb7e, 0x524f, 0x11ce, {0x9f, 0x53, 0x00, 0x20, 0xaf, 0x0b, 0xa7, 0x70}};
+
+// Where video readers deliver their frames; the player implements it.
+class CMediaVideoRender {
+ public:
+  // 0 when the format is taken.
+  virtual HRESULT SetVideoFormat(int32_t index, const GUID* pSubtype, int32_t width,
+                                 int32_t height) = 0;
+  // Copies the frame and shows it; stride in bytes.
+  virtual void RenderFrame(int32_t index, const uint8_t* pData, int32_t stride) = 0;
+
+ protected:
+  ~CMediaVideoRender() = default;
+};

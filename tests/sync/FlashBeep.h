@@ -1,0 +1,25 @@
+// The flash-and-beep measure shared by the sync tests: a scene flashes white
+// at the start of every second while a beep starts at the same instant, and
+// a file that recorded it is measured for the onsets of both.
+#pragma once
+
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace ovsync {
+
+long long MonotonicNs();
+
+struct Offsets {
+  size_t flashes = 0;
+  int paired = 0;
+  double mean = 0;
+  double worst = 0;
+  std::string report;
+};
+
+// Every flash paired with the nearest beep, in the file.
+Offsets MeasureFlashesAndBeeps(const std::string& file);
+
+}  // namespace ovsync

@@ -1,0 +1,192 @@
+// The player plays a recording of the flash-and-beep scene into a test
+// window and the test's sound server, and a peer (ffmpeg's x11grab and
+// pulse inputs) records what was shown and heard there.
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <chrono>
+#include <cstdlib>
+#include <fstream>
+#include <thread>
+
+#include "formats/FrameIndexFile.h"
+#include "orvanta/orvanta.h"
+#include "platform/Library.h"
+#include "platform/Text.h"
+#include "support/Servers.h"
+#include "support/TestEnv.h"
+#include "sync/FlashBeep.h"
+
+// After gtest, whose names Xlib's macros would replace.
+#include <X11/Xlib.h>
+#include <X11/Xutil.h>
+
+namespace {
+
+constexpr int kWidth = 640, kHeight = 480;
+
+void SleepMs(int ms) { std::this_thread::sleep_for(std::chrono::milliseconds(ms)); }
+
+struct EndWaiter : CPlayerCallback {
+  std::atomic<int> ends{0};
+  void OnPlayEnd() override { ++ends; }
+};
+
+// A host's window at the top left corner of the screen.
+class TestWindow {
+ public:
+  TestWindow() : m_display(XOpenDisplay(nullptr)) {
+    m_window = XCreateSimpleWindow(m_display, DefaultRootWindow(m_display), 0, 0, kWidth, kHeight,
+                                   0, 0, 0);
+    XMapWindow(m_display, m_window);
+    XSync(m_display, False);
+  }
+  ~TestWindow() { XCloseDisplay(m_display); }
+  HWND Id() const { return m_window; }
+  std::vector<uint32_t> Pixels() const {
+    XImage* image = XGetImage(m_display, m_window, 0, 0, kWidth, kHeight, AllPlanes, ZPixmap);
+    std::vector<uint32_t> pixels(kWidth * kHeight);
+    for (int y = 0; y < kHeight; ++y)
+      for (int x = 0; x < kWidth; ++x)
+        pixels[y * kWidth + x] = static_cast<uint32_t>(XGetPixel(image, x, y));
+    XDestroyImage(image);
+    return pixels;
+  }
+
+ private:
+  Display* m_display;
+  Window m_window = 0;
+};
+
+// Records `seconds` of the scene with its sound; the temp set stays.
+void RecordScene(const std::string& folder, int seconds) {
+  const std::string cli = ov::ModuleFolder() + "/../bin/orvanta";
+  const long long epoch = ovsync::MonotonicNs() + 1500000000LL;
+  const pid_t scene =
+      ovtest::Spawn({cli, "scene", "--epoch", std::to_string(epoch), "--fps", "60"});
+  const pid_t tone = ovtest::Spawn({cli, "tone", "--epoch", std::to_string(epoch)});
+  SleepMs(1000);
+  VideoOpt video{};
+  video.bStream = 1;
+  video.rcScreen = {0, 0, kWidth, kHeight};
+  video.CodecType = CodecType_H264;
+  video.FrameRate = 30;
+  video.videoQuality = 3;
+  MouseOpt mouse{};
+  HRESULT hr = E_FAIL;
+  CScreenRecoderObject* recorder =
+      ovVideoRecord(0, ov::FromUtf8(folder).c_str(), &video, AudioOpt{1, 0}, &mouse, 0, &hr);
+  ASSERT_NE(recorder, nullptr);
+  recorder->Start();
+  SleepMs(seconds * 1000);
+  recorder->Destroy();
+  ovtest::Stop(tone);
+  ovtest::Stop(scene);
+}
+
+// The share of pixels in which the window and the frame that a seek to
+// `time` (100 ns) lands on differ noticeably in some colour.
+double DifferenceFromFrameAt(const TestWindow& window, const CapturedFile& record, int64_t time) {
+  ov::FrameIndexFile index;
+  const std::string video = ov::ToUtf8(record.szScreenCaptureFile);
+  EXPECT_EQ(ov::ReadFrameIndex(video + ".idx", -1, &index), nullptr);
+  // A seek lands on the key frame at or before the time.
+  size_t key = 0;
+  for (size_t i = 0; i < index.entries.size() && ov::TicksToTime(index.entries[i].time) <= time;
+       ++i)
+    if (index.entries[i].pictureType == ov::kPictureKey) key = i;
+  int before = 0;  // frames shown before it, in the decoder's output order
+  for (const auto& e : index.entries) before += e.time < index.entries[key].time;
+  std::printf("the seek lands at frame %d, %.3f s\n", before, index.entries[key].time / 90000.0);
+  const std::string frame =
+      ovtest::RunCapture("ffmpeg -v error -i '" + video + "' -vf 'select=eq(n\\," +
+                         std::to_string(before) + ")' -frames:v 1 -pix_fmt bgra -f rawvideo -");
+  if (frame.size() != size_t{kWidth} * kHeight * 4) return 1;
+  const std::vector<uint32_t> shown = window.Pixels();
+  int differing = 0;
+  for (size_t i = 0; i < shown.size(); ++i)
+    for (int c = 0; c < 3; ++c) {
+      const int a = (shown[i] >> (8 * c)) & 0xFF, b = static_cast<uint8_t>(frame[i * 4 + c]);
+      if (std::abs(a - b) > 40) {
+        ++differing;
+        break;
+      }
+    }
+  return static_cast<double>(differing) / shown.size();
+}
+
+// Six seconds with a trim end at 5 s: five flashes and beeps are played, in
+// step, and a seek to 3 s shows the recording's frame there.
+TEST(Playback, PlayedFlashesAndBeepsStayTogether) {
+  if (access((ov::ModuleFolder() + "/../bin/orvanta").c_str(), X_OK) != 0)
+    GTEST_SKIP() << "no orvanta program for the scene";
+  ovtest::ScratchFolder folder("ovplay");
+  RecordScene(folder.Path(), 6);
+  CapturedFile* record = GetCapturedFile();
+  ASSERT_NE(record, nullptr);
+  record->nTrimEnd = 50000000;
+
+  TestWindow window;
+  EndWaiter end;
+  CVideoPlayerObject* player = PlayCapturedVideo(window.Id(), &end);
+  ASSERT_NE(player, nullptr);
+  const std::string peer = folder.Path() + "/played.mkv";
+  const std::string screen = std::getenv("DISPLAY") + std::string("+0,0");
+  const pid_t ffmpeg = ovtest::Spawn({"ffmpeg",
+                                      "-nostdin",
+                                      "-v",
+                                      "error",
+                                      "-y",
+                                      "-thread_queue_size",
+                                      "4096",
+                                      "-f",
+                                      "x11grab",
+                                      "-framerate",
+                                      "60",
+                                      "-video_size",
+                                      "640x480",
+                                      "-i",
+                                      screen,
+                                      "-thread_queue_size",
+                                      "4096",
+                                      "-f",
+                                      "pulse",
+                                      "-fragment_size",
+                                      "3840",
+                                      "-i",
+                                      "nullsink.monitor",
+                                      "-t",
+                                      "8",
+                                      "-c:v",
+                                      "libx264",
+                                      "-preset",
+                                      "ultrafast",
+                                      "-c:a",
+                                      "pcm_s16le",
+                                      peer});
+  SleepMs(1500);
+  player->Play();
+  for (int i = 0; i < 1500 && end.ends == 0; ++i) SleepMs(10);
+  EXPECT_EQ(end.ends, 1);
+  int status = 0;
+  waitpid(ffmpeg, &status, 0);
+  const ovsync::Offsets o = ovsync::MeasureFlashesAndBeeps(peer);
+  EXPECT_EQ(o.flashes, 5u) << "the trim end is at 5 s";
+  EXPECT_GE(o.paired, 4);
+  EXPECT_LE(o.worst, 0.040) << o.report;
+
+  player->BeginSeek();
+  player->Seek(3);
+  player->EndSeek();
+  SleepMs(1000);
+  EXPECT_EQ(player->GetPosition(), 3);
+  EXPECT_LT(DifferenceFromFrameAt(window, *record, 30000000), 0.01);
+  player->Destroy();
+  ovtest::RunCapture("rm -rf /tmp/ovdbg; cp -r '" + folder.Path() + "' /tmp/ovdbg");  // DBG
+  FreeCapturedFile(0);
+}
+
+}  // namespace
