@@ -87,6 +87,8 @@ Offsets MeasureFlashesAndBeeps(const std::string& file) {
     ++o.paired;
     o.mean += nearest;
     o.worst = std::max(o.worst, std::fabs(nearest));
+    o.low = std::min(o.low, nearest);
+    o.high = std::max(o.high, nearest);
     report << static_cast<int>(std::lround(nearest * 1000)) << " ";
   }
   if (o.paired) o.mean /= o.paired;

@@ -16,6 +16,7 @@ struct Offsets {
   int paired = 0;
   double mean = 0;
   double worst = 0;
+  double low = 1e9, high = -1e9;  // the earliest and latest beep - flash
   std::string report;
 };
 

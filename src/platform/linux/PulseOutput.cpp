@@ -1,11 +1,19 @@
 // Playback streams for the players. Each run of an output is a stream of its
 // own: Stop drops the stream with what it had queued, and the next Play
-// makes a new one, so a run's position starts at 0 and is the server's
-// timing of that stream alone (what it has played, less the sink's latency).
+// makes a new one, so a run's position starts at 0.
+//
+// The position comes from the server's timing reports: at the instant of a
+// report, the byte at the stream's read index is heard after the sink's
+// latency, and time goes on at the nominal rate from there. Nothing else
+// is trusted: a sink that had rendered far ahead (an idle one renders up to
+// two seconds) plays a new stream's first samples only when that is used
+// up, while the library's own interpolation of the time already runs.
 //
 // Streams start corked and are filled before they run. They have no
 // pre-buffering: a source that falls behind leaves a gap of silence while
 // the position goes on, so the position stays the time of what is heard.
+#include <pulse/timeval.h>
+
 #include <algorithm>
 
 #include "platform/AudioOutput.h"
@@ -17,6 +25,9 @@ namespace {
 
 constexpr uint32_t kQueuedMs = 200;
 constexpr uint32_t kRequestMs = 40;
+// Reports older than this are renewed; the server's own schedule slows down
+// to one in 1.5 s.
+constexpr pa_usec_t kTimingRefreshUsec = 100000;
 
 void SignalContextSuccess(pa_context*, int, void* loop) {
   pa_threaded_mainloop_signal(static_cast<pa_threaded_mainloop*>(loop), 0);
@@ -32,6 +43,10 @@ struct AudioOutput::State {
   pa_stream* stream = nullptr;  // of the current run; null while stopped
   bool feeding = false;         // the source is read for the stream
   bool ended = false;           // the source gave 0
+  bool running = false;         // uncorked
+  bool fresh = false;           // a timing report arrived since the stream last ran
+  bool updating = false;        // a timing report is asked for
+  int64_t heard = 0;            // the position last told, 100-ns units
   uint32_t level = 65535;
 
   ~State() { Drop(); }
@@ -74,6 +89,37 @@ struct AudioOutput::State {
     }
   }
 
+  static void TimingArrived(pa_stream*, int, void* self) {
+    auto* state = static_cast<State*>(self);
+    state->updating = false;
+    state->fresh = true;
+  }
+
+  // With the lock held.
+  void AskTiming() {
+    if (updating || !stream) return;
+    pa_operation* op = pa_stream_update_timing_info(stream, TimingArrived, this);
+    if (op) pa_operation_unref(op);
+    updating = op != nullptr;
+  }
+
+  // With the lock held: what is heard now, from the last report; never
+  // less than what was told before.
+  int64_t Heard() {
+    if (!stream || !running) return heard;
+    const pa_timing_info* timing = pa_stream_get_timing_info(stream);
+    if (!timing || timing->read_index_corrupt) return heard;
+    const pa_usec_t age = pa_timeval_age(&timing->timestamp);
+    if (age > kTimingRefreshUsec) AskTiming();
+    if (!fresh) return heard;
+    const int64_t played = static_cast<int64_t>(
+        pa_bytes_to_usec(static_cast<uint64_t>(std::max<int64_t>(timing->read_index, 0)), &spec));
+    const int64_t usec =
+        played + static_cast<int64_t>(age) - static_cast<int64_t>(timing->sink_usec);
+    heard = std::max(heard, usec * 10);
+    return heard;
+  }
+
   // Without the lock, on the thread that plays and stops, the one that
   // changes stream (others read it under the lock).
   HRESULT Connect() {
@@ -88,9 +134,8 @@ struct AudioOutput::State {
     attr.prebuf = 0;
     attr.minreq = static_cast<uint32_t>(pa_usec_to_bytes(kRequestMs * 1000ull, &spec));
     attr.fragsize = static_cast<uint32_t>(-1);
-    const auto flags =
-        static_cast<pa_stream_flags_t>(PA_STREAM_START_CORKED | PA_STREAM_INTERPOLATE_TIMING |
-                                       PA_STREAM_AUTO_TIMING_UPDATE | PA_STREAM_ADJUST_LATENCY);
+    const auto flags = static_cast<pa_stream_flags_t>(
+        PA_STREAM_START_CORKED | PA_STREAM_AUTO_TIMING_UPDATE | PA_STREAM_ADJUST_LATENCY);
     const pa_cvolume volume = Volume();
     if (pa_stream_connect_playback(stream, nullptr, &attr, flags, &volume, nullptr) < 0)
       return AUDCLNT_E_UNSUPPORTED_FORMAT;
@@ -104,7 +149,8 @@ struct AudioOutput::State {
     {
       PulseLock lock(context->Loop());
       pa_stream_set_write_callback(gone, nullptr, nullptr);
-      feeding = false;
+      feeding = running = fresh = updating = false;
+      heard = 0;
       stream = nullptr;
     }
     ReleaseStream(*context, gone);
@@ -148,11 +194,24 @@ HRESULT AudioOutput::Play() {
       if (writable != static_cast<size_t>(-1)) s.Fill(writable);
     }
   }
-  return CorkStream(*s.context, s.stream, false);
+  hr = CorkStream(*s.context, s.stream, false);
+  PulseLock lock(s.context->Loop());
+  // Reports from before the stream ran tell nothing of where it is now.
+  s.running = SUCCEEDED(hr);
+  s.fresh = s.updating = false;
+  s.AskTiming();
+  return hr;
 }
 
 HRESULT AudioOutput::Pause() {
-  return m_state->stream ? CorkStream(*m_state->context, m_state->stream, true) : S_OK;
+  State& s = *m_state;
+  if (!s.stream) return S_OK;
+  {
+    PulseLock lock(s.context->Loop());
+    s.Heard();
+    s.running = false;
+  }
+  return CorkStream(*s.context, s.stream, true);
 }
 
 HRESULT AudioOutput::Stop() {
@@ -163,9 +222,7 @@ HRESULT AudioOutput::Stop() {
 int64_t AudioOutput::Position() {
   State& s = *m_state;
   PulseLock lock(s.context->Loop());
-  pa_usec_t usec = 0;
-  if (!s.stream || pa_stream_get_time(s.stream, &usec) < 0) return 0;
-  return static_cast<int64_t>(usec) * 10;
+  return s.Heard();
 }
 
 bool AudioOutput::Exhausted() {
