@@ -203,3 +203,58 @@ TEST(Playback, PlayedFlashesAndBeepsStayTogether) {
 }
 
 }  // namespace
+
+// The children of mux's parent process.
+std::vector<pid_t> MuxChildrenOf(pid_t parent) {
+  std::vector<pid_t> found;
+  for (const std::string& line : ovtest::Lines(ovtest::RunCapture("ps -eo pid=,ppid=,comm="))) {
+    int pid = 0, ppid = 0;
+    char name[64] = {};
+    if (std::sscanf(line.c_str(), "%d %d %63s", &pid, &ppid, name) == 3 && ppid == parent &&
+        std::string(name) == "mux")
+      found.push_back(pid);
+  }
+  return found;
+}
+
+bool Alive(pid_t pid) {
+  const std::string state = ovtest::RunCapture("ps -o stat= -p " + std::to_string(pid));
+  return !state.empty() && state[0] != 'Z';
+}
+
+// A host killed while mux decodes for it leaves no mux behind; a damaged
+// temp video fails the player instead of holding it.
+TEST(Playback, NoDecoderOutlivesItsHostAndDamageFails) {
+  if (access((ov::ModuleFolder() + "/../bin/orvanta").c_str(), X_OK) != 0)
+    GTEST_SKIP() << "no orvanta program for the scene";
+  ovtest::ScratchFolder folder("ovplaykill");
+  RecordScene(folder.Path(), 2);
+  CapturedFile* record = GetCapturedFile();
+  ASSERT_NE(record, nullptr);
+  TestWindow window;
+
+  const pid_t host = fork();
+  if (host == 0) {
+    CVideoPlayerObject* player = PlayCapturedVideo(window.Id(), nullptr);
+    if (!player) _exit(2);
+    player->Play();
+    for (;;) pause();
+  }
+  std::vector<pid_t> decoders;
+  for (int i = 0; i < 500 && decoders.empty(); ++i, SleepMs(10)) decoders = MuxChildrenOf(host);
+  ASSERT_EQ(decoders.size(), 1u) << "the host's player started no decoder";
+  kill(host, SIGKILL);
+  int status = 0;
+  waitpid(host, &status, 0);
+  for (int i = 0; i < 300 && Alive(decoders[0]); ++i) SleepMs(10);
+  EXPECT_FALSE(Alive(decoders[0])) << "mux outlived its host";
+
+  {
+    std::ofstream video(ov::ToUtf8(record->szScreenCaptureFile), std::ios::binary);
+    for (int i = 0; i < 100000; ++i) video.put(static_cast<char>(i * 7919 % 251));
+  }
+  CVideoPlayerObject* player = PlayCapturedVideo(window.Id(), nullptr);
+  EXPECT_EQ(player, nullptr) << "a damaged video was taken for a playable one";
+  if (player) player->Destroy();
+  FreeCapturedFile(1);
+}
