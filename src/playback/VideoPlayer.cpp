@@ -25,6 +25,7 @@ extern "C" {
 #include "playback/AudioRender.h"
 #include "playback/FrameSnapshot.h"
 #include "playback/VideoDecoder.h"
+#include "playback/WMVVideoReader.h"
 
 namespace {
 
@@ -154,16 +155,28 @@ HRESULT CVideoPlayer::Start(CapturedFile& record) {
     return hr;
   }
   if (record.bScreenStream) {
-    // The WMV and GIF temp files have no reader here yet.
-    std::unique_ptr<CVideoDecoder> decoder;
-    if (record.CodecType != 0 && record.CodecType != 4)
-      decoder = std::make_unique<CVideoDecoder>(m_nReaders, record.szScreenCaptureFile,
-                                                record.CodecType, this);
-    if (!decoder || FAILED(decoder->Initialize())) {
+    // GIF recordings have no reader here yet.
+    std::unique_ptr<CBaseMediaReader> reader;
+    HRESULT started = E_FAIL;
+    if (record.CodecType == 0) {
+      auto wmv = std::make_unique<CWMVVideoReader>(m_nReaders, record.szScreenCaptureFile,
+                                                   record.nScreenDuration, this);
+      if (FAILED(started = wmv->Initialize())) {
+        ov::LogFailure(started, "p->Initialize()", OV_FILE, __LINE__);
+        return started;
+      }
+      reader = std::move(wmv);
+    } else if (record.CodecType != 4) {
+      auto decoder = std::make_unique<CVideoDecoder>(m_nReaders, record.szScreenCaptureFile,
+                                                     record.CodecType, this);
+      started = decoder->Initialize();
+      reader = std::move(decoder);
+    }
+    if (FAILED(started)) {
       WriteLog(ov::kErr, "Failed to render:%ls\n", record.szScreenCaptureFile);
       return E_FAIL;
     }
-    m_pReaders[m_nReaders++] = std::move(decoder);
+    m_pReaders[m_nReaders++] = std::move(reader);
   }
   struct Track {
     BOOL exists;

@@ -45,7 +45,10 @@ std::vector<std::pair<double, double>> FrameLuma(const std::string& file) {
   std::vector<std::pair<double, double>> series;
   for (const std::string& line : ovtest::Lines(out)) {
     double t, y;
-    if (std::sscanf(line.c_str(), "%lf,%lf", &t, &y) == 2) series.push_back({t, y});
+    // A stream without times (a temp video) gives N/A: its frames are counted.
+    if (std::sscanf(line.c_str(), "%lf,%lf", &t, &y) == 2 ||
+        (std::sscanf(line.c_str(), "N/A,%lf", &y) == 1 && (t = series.size(), true)))
+      series.push_back({t, y});
   }
   return series;
 }
@@ -72,9 +75,12 @@ std::vector<std::pair<double, double>> SoundLevel(const std::string& file) {
 
 }  // namespace
 
-Offsets MeasureFlashesAndBeeps(const std::string& file) {
-  std::vector<double> flashes = Onsets(FrameLuma(file), 128, 0.5);
-  std::vector<double> beeps = Onsets(SoundLevel(file), 0.05, 0.5);
+Offsets MeasureFlashesAndBeeps(const std::string& file, const std::string& soundFile,
+                               const std::vector<double>& frameTimes) {
+  auto luma = FrameLuma(file);
+  for (size_t i = 0; i < luma.size() && i < frameTimes.size(); ++i) luma[i].first = frameTimes[i];
+  std::vector<double> flashes = Onsets(luma, 128, 0.5);
+  std::vector<double> beeps = Onsets(SoundLevel(soundFile.empty() ? file : soundFile), 0.05, 0.5);
   std::printf("%zu flashes, %zu beeps\n", flashes.size(), beeps.size());
   Offsets o;
   o.flashes = flashes.size();

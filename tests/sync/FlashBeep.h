@@ -20,7 +20,10 @@ struct Offsets {
   std::string report;
 };
 
-// Every flash paired with the nearest beep, in the file.
-Offsets MeasureFlashesAndBeeps(const std::string& file);
+// Every flash paired with the nearest beep, in the file; or in the picture
+// of file and the sound of soundFile, with frameTimes (seconds) for the
+// frames of a stream that has no times of its own.
+Offsets MeasureFlashesAndBeeps(const std::string& file, const std::string& soundFile = "",
+                               const std::vector<double>& frameTimes = {});
 
 }  // namespace ovsync
