@@ -11,6 +11,7 @@
 #include "orvanta/module.h"
 #include "orvanta/mux.h"
 #include "orvanta/pixels.h"
+#include "orvanta/player.h"
 #include "orvanta/recorder.h"
 #include "orvanta/styles.h"
 #include "orvanta/types.h"

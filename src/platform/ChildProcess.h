@@ -47,6 +47,8 @@ class ChildProcess {
   // the signal that killed it. The child is reaped and unregistered.
   bool Wait(uint32_t timeoutMs, int* exitCode);
 
+  // Kills the child's process group and reaps the child.
+  void Kill();
   bool Started() const { return m_pid > 0; }
   bool Running() const { return m_pid > 0 && !m_ended; }
   pid_t Pid() const { return m_pid; }

@@ -10,6 +10,7 @@
 #include "Demo.h"
 #include "Interrupts.h"
 #include "Listing.h"
+#include "Play.h"
 #include "RecordOptions.h"
 #include "Recording.h"
 #include "Recover.h"
@@ -26,6 +27,7 @@ const char kUsage[] =
     "  displays               list the displays that can be recorded\n"
     "  devices                list sound endpoints and video encoders\n"
     "  recover FOLDER OUT     make OUT from the temp files a killed recording left\n"
+    "  play FOLDER            play the temp files of a recording in a window\n"
     "  demo [OUT]             record a ten-second demo with sound (needs no desktop)\n"
     "  scene                  show the demo's moving scene on the current display\n"
     "  tone                   play the demo's beeps on the default sound output\n"
@@ -39,6 +41,8 @@ int Help(const std::vector<std::string>& args) {
     std::fputs(cli::kRecordUsage, stdout);
   else if (topic == "recover")
     std::fputs(cli::kRecoverUsage, stdout);
+  else if (topic == "play")
+    std::fputs(cli::kPlayUsage, stdout);
   else if (topic == "demo")
     std::fputs(cli::kDemoUsage, stdout);
   else
@@ -90,6 +94,7 @@ int main(int argc, char** argv) {
   }
   if (command == "demo") return cli::RunDemo(args);
   if (command == "recover") return cli::RunRecover(args);
+  if (command == "play") return cli::RunPlay(args);
   cli::Error("unknown command '%s' (see 'orvanta help')", command.c_str());
   return cli::kExitUsage;
 }

@@ -192,4 +192,11 @@ bool ChildProcess::Wait(uint32_t timeoutMs, int* exitCode) {
   return true;
 }
 
+void ChildProcess::Kill() {
+  if (!Running()) return;
+  kill(-m_pid, SIGKILL);
+  int exitCode = 0;
+  Wait(UINT32_MAX, &exitCode);
+}
+
 }  // namespace ov
