@@ -49,7 +49,12 @@ float CVolumeMeasure::Level(const float* pValues, uint32_t count) {
 
 void CVolumeMeasure::OnAudioData(int32_t type, const void* pSamples, uint32_t nFrames) {
   if (!m_pCallback || !pSamples) return;
-  m_pCallback->OnVolume(type, Level(static_cast<const float*>(pSamples), nFrames));
+  // Samples narrower than a float hold fewer values than frames: the block
+  // is read no further than it goes.
+  uint32_t count = nFrames;
+  if (m_Format.nBlockAlign != 0 && m_Format.nBlockAlign < sizeof(float))
+    count = static_cast<uint32_t>(uint64_t{nFrames} * m_Format.nBlockAlign / sizeof(float));
+  m_pCallback->OnVolume(type, Level(static_cast<const float*>(pSamples), count));
 }
 
 const int CSpectrogram::kBandHz[kBands] = {30,   60,   100,  160,  240,   300,   350,  400,
@@ -74,7 +79,10 @@ void CSpectrogram::OnAudioData(int32_t type, const void* pSamples, uint32_t nFra
   const uint32_t channels = m_Format.nChannels;
   // A short block would leave stale samples in the input, and a low rate
   // puts the top bands past the transform's output: neither has a result.
+  // A block in narrower samples than floats is read no further than it goes.
+  const uint64_t needed = (uint64_t{channels} * (kPoints - 1) + 1) * sizeof(float);
   if (!m_pCallback || !pSamples || !transform.run || channels == 0 || nFrames < kPoints ||
+      uint64_t{nFrames} * m_Format.nBlockAlign < needed ||
       BandPosition(kBands - 1, m_Format.nSamplesPerSec) >= kPoints)
     return;
   const float* samples = static_cast<const float*>(pSamples);

@@ -239,13 +239,18 @@ void WriteThreadList(DumpBuffer& dump, const ucontext_t* uc, uint32_t* directory
   uint32_t ids[256];
   uint32_t count = 0;
   ids[count++] = ThreadId();
-  if (DIR* tasks = opendir("/proc/self/task")) {
-    while (dirent* entry = readdir(tasks)) {
+  // Read with the system call itself: opendir allocates.
+  const int tasks = open("/proc/self/task", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  alignas(8) char entries[4096];
+  for (long n; tasks >= 0 && (n = syscall(SYS_getdents64, tasks, entries, sizeof entries)) > 0;) {
+    for (long offset = 0; offset < n;) {
+      const auto* entry = reinterpret_cast<const dirent64*>(entries + offset);
       const uint32_t id = static_cast<uint32_t>(std::strtoul(entry->d_name, nullptr, 10));
       if (id && id != ids[0] && count < 256) ids[count++] = id;
+      offset += entry->d_reclen;
     }
-    closedir(tasks);
   }
+  if (tasks >= 0) close(tasks);
   const uint32_t at = dump.Reserve(4 + size_t{kThreadBytes} * count);
   if (!at) return;
   dump.Put<uint32_t>(at, count);
@@ -459,6 +464,9 @@ void OnFatalSignal(int signal, siginfo_t* info, void* context) {
   if (g_reporting.exchange(true)) {
     for (;;) pause();
   }
+  // Demangling and the log allocate: a fault inside the allocator would
+  // hang the report, and the alarm then ends the process all the same.
+  alarm(10);
   const auto* uc = static_cast<const ucontext_t*>(context);
   const uint32_t code = CodeOfSignal(info);
   const uintptr_t pc = static_cast<uintptr_t>(uc->uc_mcontext.gregs[REG_RIP]);
