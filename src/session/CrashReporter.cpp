@@ -34,7 +34,7 @@ constexpr size_t kDumpCapacity = 1 << 20;
 constexpr size_t kStackBytes = 64 * 1024;
 constexpr size_t kTextCapacity = 8192;
 constexpr size_t kAltStackBytes = 256 * 1024;
-constexpr int kSignals[] = {SIGSEGV, SIGBUS, SIGILL, SIGFPE, SIGABRT, SIGTRAP};
+constexpr int kSignals[] = {SIGSEGV, SIGBUS, SIGILL, SIGFPE, SIGABRT, SIGSYS, SIGTRAP};
 
 std::atomic<uint32_t> g_mainThread{0};
 std::atomic<bool> g_installed{false};
