@@ -19,6 +19,7 @@
 #include "platform/GraphicsProbe.h"
 #include "platform/Thread.h"
 #include "platform/XServer.h"
+#include "session/CrashReporter.h"
 #include "session/SystemReport.h"
 
 namespace ov {
@@ -113,9 +114,10 @@ extern "C" HRESULT ovInitialize() {
   WriteSystemReport();
   WriteDisplayReport();
   g_mainThreadId = CurrentThreadId();
+  InstallCrashReporter(g_mainThreadId);
   // The steps of subsystems still to come take their places in this order:
-  // the crash reporter first; the image encoders after the displays; the
-  // camera catalogue after the encoders.
+  // the image encoders after the displays; the camera catalogue after the
+  // encoders.
   std::set_new_handler(OnAllocationFailure);
   ReportVideoHardware();
   BuildDisplayCatalogue();

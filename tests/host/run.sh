@@ -34,7 +34,8 @@ done
 exported=$(nm -D --defined-only "$lib/liborvanta.so")
 for symbol in ovInitialize ovUninitialize ovVideoRecord GetCapturedFile FreeCapturedFile \
               DeleteFolder GetDiskFreeBytes WriteLog LogFile FFMux \
-              RecoverCapturedFile SetScreenCropBox SetDashValue SetResourceFilePath; do
+              RecoverCapturedFile SetScreenCropBox SetDashValue SetResourceFilePath \
+              ovAudioRecord CreateVolumeMeasureObject CreateSpectrogramObject; do
   grep -qE " T $symbol\$" <<<"$exported" || { echo "not exported unmangled: $symbol"; exit 1; }
 done
 
