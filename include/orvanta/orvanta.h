@@ -12,5 +12,6 @@
 #include "orvanta/mux.h"
 #include "orvanta/pixels.h"
 #include "orvanta/recorder.h"
+#include "orvanta/selection.h"
 #include "orvanta/styles.h"
 #include "orvanta/types.h"

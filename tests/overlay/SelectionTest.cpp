@@ -1,0 +1,108 @@
+// The screen selection driven by XTest: a drag gives the dragged rectangle,
+// a click the window under it (clipped by the display's edge), Escape
+// cancels; the zoom glass shows the pixels under the pointer four times.
+#include <gtest/gtest.h>
+
+#include <condition_variable>
+#include <mutex>
+
+#include "orvanta/selection.h"
+#include "support/TestEnv.h"
+
+// After gtest, whose names Xlib's macros would take.
+#include <X11/Xlib.h>
+#include <X11/Xutil.h>
+#include <unistd.h>
+
+namespace {
+
+struct Choice : CSelectionCallback {
+  void OnSelectionChanged(HWND w, const RECT* s, const RECT* in) override {
+    std::lock_guard<std::mutex> lock(mutex);
+    window = w, screen = *s, inWindow = *in, ++changes;
+    done.notify_all();
+  }
+  void OnSelectionFinished(BOOL c) override {
+    std::lock_guard<std::mutex> lock(mutex);
+    cancelled = c, finished = true;
+    done.notify_all();
+  }
+  bool WaitFor(const bool& flag) {
+    std::unique_lock<std::mutex> lock(mutex);
+    return done.wait_for(lock, std::chrono::seconds(20), [&] { return flag; });
+  }
+  // Runs an episode and waits for its first offer.
+  void Start() {
+    ovSelectScreen(0, this);
+    std::unique_lock<std::mutex> lock(mutex);
+    done.wait_for(lock, std::chrono::seconds(20), [&] { return changes > 0; });
+  }
+  std::mutex mutex;
+  std::condition_variable done;
+  HWND window = 1;
+  RECT screen{}, inWindow{};
+  int changes = 0;
+  BOOL cancelled = -1;
+  bool finished = false;
+};
+
+bool Same(const RECT& a, const RECT& b) {
+  return a.left == b.left && a.top == b.top && a.right == b.right && a.bottom == b.bottom;
+}
+
+uint32_t ScreenPixel(Display* d, int x, int y) {
+  XImage* image = XGetImage(d, DefaultRootWindow(d), x, y, 1, 1, AllPlanes, ZPixmap);
+  const uint32_t p = XGetPixel(image, 0, 0) & 0xFFFFFF;
+  XDestroyImage(image);
+  return p;
+}
+
+TEST(ScreenSelection, DragClickEscapeAndTheZoomGlass) {
+  Display* d = XOpenDisplay(nullptr);
+  ASSERT_NE(d, nullptr);
+  auto make = [&](int x, int y, int w, int h, unsigned long colour) {
+    Window window = XCreateSimpleWindow(d, DefaultRootWindow(d), x, y, w, h, 0, 0, colour);
+    XMapRaised(d, window);
+    return window;
+  };
+  make(0, 0, 640, 480, 0x204060);
+  const Window hanging = make(540, 400, 200, 150, 0x00FF00);
+  make(90, 90, 40, 40, 0xFF0000);
+  XSync(d, False);
+
+  Choice drag;
+  drag.Start();
+  ovtest::RunCapture(
+      "xdotool mousemove 50 60 mousedown 1 mousemove 120 90 mousemove 250 170 "
+      "mouseup 1");
+  ASSERT_TRUE(drag.WaitFor(drag.finished));
+  EXPECT_FALSE(drag.cancelled);
+  EXPECT_EQ(drag.window, 0u);
+  EXPECT_TRUE(Same(drag.screen, {50, 60, 250, 170}));
+
+  Choice click;
+  click.Start();
+  ovtest::RunCapture("xdotool mousemove 600 450 click 1");
+  ASSERT_TRUE(click.WaitFor(click.finished));
+  EXPECT_FALSE(click.cancelled);
+  EXPECT_EQ(click.window, hanging);
+  EXPECT_TRUE(Same(click.screen, {540, 400, 640, 480}));
+  EXPECT_TRUE(Same(click.inWindow, {0, 0, 200, 150}));
+
+  Choice escape;
+  escape.Start();
+  ovtest::RunCapture("xdotool mousemove 120 100");
+  // The glass's corner is 48 pixels past the pointer; its lower right
+  // quarter, from (100, 68) in it, magnifies the screen from the pointer on.
+  auto cell = [&](int k) { return ScreenPixel(d, 168 + 100 + 4 * k + 2, 148 + 68 + 4 + 2); };
+  for (int i = 0; i < 50 && cell(0) != 0xFF0000; ++i) usleep(100000);
+  EXPECT_EQ(cell(0), 0xFF0000u);
+  EXPECT_EQ(cell(9), 0xFF0000u) << "the red window's last column";
+  EXPECT_EQ(cell(11), 0x204060u) << "the desktop beyond it";
+  ovtest::RunCapture("xdotool key Escape");
+  ASSERT_TRUE(escape.WaitFor(escape.finished));
+  EXPECT_TRUE(escape.cancelled);
+  XCloseDisplay(d);
+}
+
+}  // namespace
