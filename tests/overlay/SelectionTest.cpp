@@ -46,6 +46,23 @@ struct Choice : CSelectionCallback {
   bool finished = false;
 };
 
+struct Picked : CWindowSelectCallback {
+  void OnWindowChanged(HWND w, const RECT* r) override {
+    std::lock_guard<std::mutex> lock(mutex);
+    window = w, rect = *r;
+  }
+  void OnWindowSelectionEnded() override {
+    std::lock_guard<std::mutex> lock(mutex);
+    ended = true;
+    done.notify_all();
+  }
+  std::mutex mutex;
+  std::condition_variable done;
+  HWND window = 0;
+  RECT rect{};
+  bool ended = false;
+};
+
 bool Same(const RECT& a, const RECT& b) {
   return a.left == b.left && a.top == b.top && a.right == b.right && a.bottom == b.bottom;
 }
@@ -102,6 +119,15 @@ TEST(ScreenSelection, DragClickEscapeAndTheZoomGlass) {
   ovtest::RunCapture("xdotool key Escape");
   ASSERT_TRUE(escape.WaitFor(escape.finished));
   EXPECT_TRUE(escape.cancelled);
+
+  // On the live desktop the window under the pointer is offered whole.
+  Picked picked;
+  ovSelectWindow(&picked);
+  ovtest::RunCapture("xdotool mousemove 300 300 sleep 0.3 mousemove 600 450 sleep 0.3 click 1");
+  std::unique_lock<std::mutex> lock(picked.mutex);
+  ASSERT_TRUE(picked.done.wait_for(lock, std::chrono::seconds(20), [&] { return picked.ended; }));
+  EXPECT_EQ(picked.window, hanging);
+  EXPECT_TRUE(Same(picked.rect, {540, 400, 740, 550}));
   XCloseDisplay(d);
 }
 
