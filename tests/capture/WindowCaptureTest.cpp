@@ -1,20 +1,26 @@
 // A window recorded while it moves, grows and is half covered, until it is
 // closed: every frame holds the window's own pattern, and the closing ends
 // the video.
+#include "capture/MagnifierHost.h"
 #include "capture/RecordingCodec.h"
 #include "core/Globals.h"
+#include "platform/DesktopMirror.h"
 #include "support/LogMark.h"
+#include "support/Servers.h"
 // Last: Xlib's macros would break the test framework's headers.
 #include <X11/Xlib.h>
 
 namespace {
 
-using WindowCaptureTest = CaptureTest;
-
 // Red and green columns, 16 pixels wide, from the window's corner.
 uint32_t Pattern(int x) { return x % 32 < 16 ? kRed : kGreen; }
 
-TEST_F(WindowCaptureTest, FollowsTheWindowAndShowsItWhenCoveredUntilItCloses) {
+class WindowCaptureTest : public CaptureTest {
+ protected:
+  void RecordMovingCoveredWindow(const char* method);
+};
+
+void WindowCaptureTest::RecordMovingCoveredWindow(const char* method) {
   Display* d = XOpenDisplay(nullptr);
   ASSERT_NE(d, nullptr);
   const Window root = DefaultRootWindow(d);
@@ -64,7 +70,7 @@ TEST_F(WindowCaptureTest, FollowsTheWindowAndShowsItWhenCoveredUntilItCloses) {
   XCloseDisplay(d);
 
   const std::string log = mark.Text();
-  EXPECT_NE(log.find("Window capture method: 0"), std::string::npos);
+  EXPECT_NE(log.find(method), std::string::npos);
   EXPECT_NE(log.find("The window not exist."), std::string::npos);
   EXPECT_EQ(recorded.finishes, 1);
   EXPECT_EQ(recorded.framesAtFinish, atClose) << "no frames after the window closed";
@@ -73,6 +79,22 @@ TEST_F(WindowCaptureTest, FollowsTheWindowAndShowsItWhenCoveredUntilItCloses) {
     for (int y = 2; y < 120; y += 13)
       for (int x = 3; x < 160; x += 7)
         ASSERT_EQ(Pixel(recorded.frames[i], x, y), Pattern(x)) << i << ": " << x << "," << y;
+}
+
+TEST_F(WindowCaptureTest, FollowsTheWindowAndShowsItWhenCoveredUntilItCloses) {
+  RecordMovingCoveredWindow("Window capture method: 0");
+}
+
+// Under a compositing manager the desktop is composed up to the window.
+TEST_F(WindowCaptureTest, ComposedPictureDoesTheSame) {
+  const pid_t manager = ovtest::Spawn({"xcompmgr"});
+  ASSERT_GT(manager, 0);
+  for (int i = 0; i < 100 && !ov::CompositionManagerRunning(); ++i) SleepMs(20);
+  ov::ProbeHardwareCapture();
+  ASSERT_TRUE(SupportHarderwareScreenCapture());
+  RecordMovingCoveredWindow("Window capture method: 3");
+  ovtest::Stop(manager);
+  ov::ProbeHardwareCapture();
 }
 
 }  // namespace
