@@ -3,6 +3,7 @@
 #pragma once
 
 #include "orvanta/audiodevices.h"
+#include "orvanta/boxes.h"
 #include "orvanta/canvas.h"
 #include "orvanta/captured.h"
 #include "orvanta/displays.h"

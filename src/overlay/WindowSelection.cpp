@@ -102,6 +102,9 @@ void CWindowSelection::Outline() {
   ov::DrawSizeTip(graphics, m_font.get(), kInfoBackground, s + 10, s + 10, m_rcTarget);
   cairo_destroy(graphics);
   cairo_surface_destroy(surface);
+  // Without a compositing manager the window shows opaque: only its rings
+  // may stand over the desktop then, and the tip is left out.
+  if (!m_hwndRect->Translucent()) m_hwndRect->ShowFrameOnly(s);
   m_hwndRect->Draw();
 }
 

@@ -1,11 +1,13 @@
 // The screen selection driven by XTest: a drag gives the dragged rectangle,
 // a click the window under it (clipped by the display's edge), Escape
-// cancels; the zoom glass shows the pixels under the pointer four times.
+// cancels; the zoom glass shows the pixels under the pointer four times. The
+// window picker, and the static box.
 #include <gtest/gtest.h>
 
 #include <condition_variable>
 #include <mutex>
 
+#include "orvanta/boxes.h"
 #include "orvanta/selection.h"
 #include "support/TestEnv.h"
 
@@ -128,6 +130,28 @@ TEST(ScreenSelection, DragClickEscapeAndTheZoomGlass) {
   ASSERT_TRUE(picked.done.wait_for(lock, std::chrono::seconds(20), [&] { return picked.ended; }));
   EXPECT_EQ(picked.window, hanging);
   EXPECT_TRUE(Same(picked.rect, {540, 400, 740, 550}));
+  XCloseDisplay(d);
+}
+
+// The static box frames its region and hides nothing inside it, with or
+// without a compositing manager; a region off the display is refused.
+TEST(StaticBox, FramesTheRegionAndLeavesItSeen) {
+  Display* d = XOpenDisplay(nullptr);
+  ASSERT_NE(d, nullptr);
+  Window desktop = XCreateSimpleWindow(d, DefaultRootWindow(d), 0, 0, 640, 480, 0, 0, 0x204060);
+  XMapRaised(d, desktop);
+  XSync(d, False);
+  const RECT outside{600, 400, 700, 500};
+  EXPECT_EQ(ovShowStaticBox(0, &outside, 1), nullptr);
+  const RECT region{100, 100, 300, 200};
+  CBaseClassObject* box = ovShowStaticBox(0, &region, 1);
+  ASSERT_NE(box, nullptr);
+  EXPECT_EQ(ScreenPixel(d, 99, 150), 0xFFFFFFu) << "the ring";
+  EXPECT_EQ(ScreenPixel(d, 200, 150), 0x204060u) << "the region itself";
+  box->Destroy();
+  XSync(d, False);
+  EXPECT_EQ(ScreenPixel(d, 99, 150), 0x204060u);
+  XDestroyWindow(d, desktop);
   XCloseDisplay(d);
 }
 
