@@ -3,3 +3,6 @@ pkg_check_modules(X11 REQUIRED IMPORTED_TARGET x11 xext xfixes xcomposite xdamag
 pkg_check_modules(PULSE REQUIRED IMPORTED_TARGET libpulse)
 pkg_check_modules(FFMPEG REQUIRED IMPORTED_TARGET libavcodec libavformat libavutil libswscale libswresample)
 pkg_check_modules(CAIRO REQUIRED IMPORTED_TARGET cairo pangocairo)
+# The still-picture formats; giflib ships no pkg-config file.
+pkg_check_modules(IMAGES REQUIRED IMPORTED_TARGET libpng libjpeg libtiff-4)
+find_package(GIF REQUIRED)

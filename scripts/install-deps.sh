@@ -14,7 +14,7 @@ packages=(
   # fuzzing with libFuzzer
   clang libclang-rt-14-dev
   # run and test: a private X server, a sound server, FFmpeg's tools
-  xvfb xauth x11-apps x11-utils x11-xserver-utils xdotool xcompmgr
+  xvfb xauth x11-apps x11-utils x11-xserver-utils xdotool xcompmgr xclip
   pulseaudio pulseaudio-utils sox ffmpeg libgl1-mesa-dri libegl1 time procps
   # the same recordings on PipeWire's Pulse server, on a session bus of its own
   pipewire pipewire-pulse wireplumber dbus-daemon

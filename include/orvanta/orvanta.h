@@ -4,6 +4,7 @@
 
 #include "orvanta/audiodevices.h"
 #include "orvanta/audiorecorder.h"
+#include "orvanta/boxes.h"
 #include "orvanta/canvas.h"
 #include "orvanta/captured.h"
 #include "orvanta/displays.h"
@@ -14,5 +15,6 @@
 #include "orvanta/pixels.h"
 #include "orvanta/player.h"
 #include "orvanta/recorder.h"
+#include "orvanta/selection.h"
 #include "orvanta/styles.h"
 #include "orvanta/types.h"

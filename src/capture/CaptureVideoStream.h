@@ -52,6 +52,8 @@ class CCaptureVideoStream : public CFrameDetect, public CMemoryBitmap {
   // One frame. Without dirty the frame is handed over as it stands, as
   // unchanged, and nothing is fetched, drawn or compared.
   void MakeFrame(bool dirty = true);
+  // Sleeps until the next frame is due, or the stop.
+  void WaitForNextFrame();
   // The tick at which the frame after the last one is due; once per frame.
   uint32_t NextFrameDue();
   // Whether the frame differs from the reference, which it then becomes
@@ -74,7 +76,6 @@ class CCaptureVideoStream : public CFrameDetect, public CMemoryBitmap {
 
  private:
   void Run();
-  void WaitForNextFrame();
   void Unborder(uint8_t* frame);
   // Lays the canvas's picture over the frame, for the streams whose frames
   // leave the engine's windows out.

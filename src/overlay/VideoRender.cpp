@@ -98,6 +98,16 @@ void CVideoRender::SetCropRect(const float crop[4]) {
   m_crop[3] = static_cast<int32_t>(std::floor(crop[3] * m_Height + kSlack));
 }
 
+void CVideoRender::ShowFrameOnly(int32_t ring) {
+  if (!m_window) return;
+  const int32_t w = m_Width, h = m_Height;
+  const RECT parts[4] = {{0, 0, w, ring},
+                         {0, h - ring, w, h},
+                         {0, ring, ring, h - ring},
+                         {w - ring, ring, w, h - ring}};
+  m_window->SetVisibleParts(parts, 4);
+}
+
 HRESULT CVideoRender::Draw() {
   if (!m_pBackBuffer) return E_FAIL;
   const ptrdiff_t pitch = static_cast<ptrdiff_t>(m_Width) * 4;

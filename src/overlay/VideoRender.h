@@ -48,6 +48,9 @@ class CVideoRender : private ov::NonCopyable {
   HRESULT GaussianBlur(const uint8_t* source, uint8_t* destination, int32_t passes);
 
   HWND Window() const { return m_hwnd; }
+  // Shows only a frame ring pixels wide along the window's edges, so that a
+  // window shown opaque hides nothing inside the frame.
+  void ShowFrameOnly(int32_t ring);
   bool Translucent() const;
 
  protected:

@@ -9,6 +9,7 @@
 #include "capture/GdiCaptureVideoStream.h"
 #include "capture/MagnifierVideoStream.h"
 #include "capture/PointerTracker.h"
+#include "capture/WindowCaptureVideoStream.h"
 #include "core/Globals.h"
 #include "core/Log.h"
 #include "core/Rect.h"

@@ -19,6 +19,7 @@ class CRecoderProvidedClock;
 class CGdiCaptureVideoStream;
 class CDesktopDuplicationVideoStream;
 class CMagnifierVideoStream;
+class CWindowCaptureVideoStream;
 
 class CScreenCapture : public CScreenRecoderObject,
                        public CWriterStatistics,
@@ -66,6 +67,7 @@ class CScreenCapture : public CScreenRecoderObject,
   std::unique_ptr<CGdiCaptureVideoStream> m_pGdiStream;
   std::unique_ptr<CDesktopDuplicationVideoStream> m_pDuplicationStream;
   std::unique_ptr<CMagnifierVideoStream> m_pMagnifierStream;
+  std::unique_ptr<CWindowCaptureVideoStream> m_pWindowStream;
   std::atomic<int64_t> m_nBytesWritten{0};
   std::atomic<uint32_t> m_nFrameCounter{0};
   uint32_t m_dwUIThreadId = 0;

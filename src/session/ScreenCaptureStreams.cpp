@@ -3,6 +3,7 @@
 #include "capture/GdiCaptureVideoStream.h"
 #include "capture/MagnifierHost.h"
 #include "capture/MagnifierVideoStream.h"
+#include "capture/WindowCaptureVideoStream.h"
 #include "core/Globals.h"
 #include "core/Log.h"
 #include "overlay/RecorderBox.h"
@@ -11,9 +12,13 @@
 
 // The composed stream where it works and is wanted; the change-driven one
 // for a fixed region; otherwise, or when that one cannot start, a copy of
-// the region from the screen each frame. The window stream joins this
-// choice when it comes.
+// the region from the screen each frame. A window has a stream of its own.
 HRESULT CScreenCapture::CreateCaptureStream(int32_t width, int32_t height) {
+  if (g_videoOpt.hWindow) {
+    m_pWindowStream = std::make_unique<CWindowCaptureVideoStream>(this, m_VideoCodec.get(), width,
+                                                                  height, g_videoOpt.hWindow);
+    return m_pWindowStream->StartThread() ? S_OK : E_FAIL;
+  }
   if (g_bHardwareCapture.load() && g_bHardwareCaptureEnabled.load()) {
     WriteLog(ov::kMsg, "Use hardware capture\n");
     m_pMagnifierStream =
@@ -43,10 +48,12 @@ void CScreenCapture::JoinCaptureStreams() {
   if (m_pGdiStream) m_pGdiStream->Join();
   if (m_pDuplicationStream) m_pDuplicationStream->Join();
   if (m_pMagnifierStream) m_pMagnifierStream->Join();
+  if (m_pWindowStream) m_pWindowStream->Join();
 }
 
 void CScreenCapture::DestroyCaptureStreams() {
   m_pMagnifierStream.reset();
+  m_pWindowStream.reset();
   m_pGdiStream.reset();
   m_pDuplicationStream.reset();
 }
@@ -59,6 +66,7 @@ void CScreenCapture::SaveFrameToFile(const wchar_t* pszPath) {
   CCaptureVideoStream* stream =
       m_pMagnifierStream     ? static_cast<CCaptureVideoStream*>(m_pMagnifierStream.get())
       : m_pDuplicationStream ? static_cast<CCaptureVideoStream*>(m_pDuplicationStream.get())
+      : m_pWindowStream      ? static_cast<CCaptureVideoStream*>(m_pWindowStream.get())
                              : m_pGdiStream.get();
   if (stream && stream->m_pLastFrame) {
     ov::SaveFramePng(stream->m_pLastFrame, stream->CFrameDetect::m_nWidth * 4,

@@ -128,6 +128,7 @@ TEST(Commands, EachWrongCommandLineGivesOneLineAndNothingIsRecorded) {
       {{"record", "--region", "0,0,640", out}, "--region"},
       {{"record", "--window", "nowindow", out}, "nowindow"},
       {{"record", "--follow", out}, "--region"},
+      {{"record", "--select", "--region", "0,0,64,64", out}, "--select"},
       {{"record", "--follow", "--center", "--region", "0,0,64,64", out}, "--center"},
       {{"record", "--seconds", "-3", out}, "--seconds"},
       {{"record", "--trim", "5,2", out}, "--trim"},

@@ -133,6 +133,8 @@ bool Parser::Option(const std::string& option) {
   if (option == "--cursor") return flag(&m_o->cursor);
   if (option == "--clicks") return flag(&m_o->clicks);
   if (option == "--box") return flag(&m_o->box);
+  if (option == "--select") return flag(&m_o->select);
+  if (option == "--pick-window") return flag(&m_o->pickWindow);
   if (option == "--follow" || option == "--center") {
     if (m_hasInline) return Fail(option + " takes no value");
     Follow wanted = option == "--follow" ? Follow::Follow : Follow::Center;
@@ -225,6 +227,10 @@ bool Parser::TakeTrim(const std::string& text) {
 
 // Rules between options, checked once all are read.
 bool Parser::Check() {
+  if ((m_o->select || m_o->pickWindow) &&
+      (m_o->window || m_o->hasRegion || m_displayGiven || m_o->follow != Follow::None ||
+       (m_o->select && m_o->pickWindow)))
+    return Fail("--select and --pick-window choose on the screen; they go with no other choice");
   if (m_o->window && (m_o->hasRegion || m_displayGiven))
     return Fail("use either --window or --display/--region, not both");
   if (m_o->window && m_o->follow != Follow::None)
@@ -267,6 +273,8 @@ const char kRecordUsage[] =
     "  --display N           the display N of 'orvanta displays'\n"
     "  --region X,Y,W,H      a region, in pixels of the whole screen\n"
     "  --window ID           one window, by its X id (see xwininfo)\n"
+    "  --select              drag a region or click a window on the screen first\n"
+    "  --pick-window         click the window to record first\n"
     "  --follow | --center   the region moves with the pointer (needs --region)\n"
     "How:\n"
     "  --codec NAME          h264 (default), h265, mpeg2, wmv, gif\n"

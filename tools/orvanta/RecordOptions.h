@@ -18,6 +18,8 @@ struct RecordOptions {
   bool hasRegion = false;
   Region region;
   uint64_t window = 0;
+  bool select = false;      // the user drags a region or clicks a window first
+  bool pickWindow = false;  // the user clicks a window first
   Follow follow = Follow::None;
   int32_t codec = 1;  // CodecType
   int32_t fps = 30;

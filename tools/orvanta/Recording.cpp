@@ -19,6 +19,7 @@
 #include "Console.h"
 #include "Engine.h"
 #include "Interrupts.h"
+#include "Pick.h"
 #include "XDisplay.h"
 #include "core/Rect.h"
 #include "platform/Text.h"
@@ -363,7 +364,8 @@ int Finish(const RecordOptions& o, TempFolder* temp, const std::string& out) {
 
 }  // namespace
 
-int RunRecording(const RecordOptions& o) {
+int RunRecording(const RecordOptions& given) {
+  RecordOptions o = given;  // a pick on the screen fills in the target
   std::string error;
   std::error_code ec;
   std::string out = fs::absolute(o.out, ec).string();
@@ -397,6 +399,13 @@ int RunRecording(const RecordOptions& o) {
   }
 
   Engine engine;
+  if (o.select || o.pickWindow) {
+    if (!PickTarget(&o, &error)) {
+      Error("%s", error.c_str());
+      return kExitUsage;
+    }
+    if (o.window) window = QueryWindowSize(o.window);
+  }
   VideoOpt video{};
   video.bStream = 1;
   video.CodecType = o.codec;

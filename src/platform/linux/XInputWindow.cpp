@@ -61,7 +61,13 @@ class XInputWindow : public InputWindow {
       switch (e.type) {
         case MotionNotify: {
           XEvent next;
-          while (XCheckTypedWindowEvent(m_display, m_window, MotionNotify, &next)) e = next;
+          // Only a run of motion that nothing else interrupts: a motion
+          // after a press must come after the press.
+          while (XEventsQueued(m_display, QueuedAfterReading) > 0) {
+            XPeekEvent(m_display, &next);
+            if (next.type != MotionNotify || next.xmotion.window != m_window) break;
+            XNextEvent(m_display, &e);
+          }
           event->type = InputEvent::kMotion;
           Place(event, e.xmotion.x, e.xmotion.y, e.xmotion.x_root, e.xmotion.y_root);
           return true;
