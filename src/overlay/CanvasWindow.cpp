@@ -11,6 +11,7 @@
 #include "pixels/OverlayKernels.h"
 #include "platform/Clock.h"
 #include "platform/InputWindow.h"
+#include "platform/Memory.h"
 #include "platform/MessageQueue.h"
 #include "platform/ScreenGrabber.h"
 #include "platform/Text.h"
@@ -85,7 +86,7 @@ CCanvasWindow::~CCanvasWindow() {
     cairo_surface_destroy(m_pBitmap);
     --g_nGdiplusBitmaps;
   }
-  std::free(m_pBits);
+  ov::FreeZeroedPages(m_pBits, m_nBitsBytes);
 }
 
 HRESULT CCanvasWindow::CreateCanvas(ov::MessageQueue& queue, const RECT& region, int32_t width,
@@ -98,10 +99,10 @@ HRESULT CCanvasWindow::CreateCanvas(ov::MessageQueue& queue, const RECT& region,
   m_ptWindow = {region.left, region.top};
   m_rcWindowSize = {region.right - region.left, region.bottom - region.top};
   if (g_mouseOpt.Mode != 0) m_ptOffset = {region.left - origin.x, region.top - origin.y};
-  const size_t bytes = (static_cast<size_t>(width) * height * 4 + 63) & ~size_t{63};
-  m_pBits = static_cast<uint32_t*>(std::aligned_alloc(64, bytes));
+  // Clear and untouched until something is drawn.
+  m_nBitsBytes = static_cast<size_t>(width) * height * 4;
+  m_pBits = static_cast<uint32_t*>(ov::AllocateZeroedPages(m_nBitsBytes));
   if (!m_pBits) return E_OUTOFMEMORY;
-  memset(m_pBits, 0, bytes);
   m_pBitmap = cairo_image_surface_create_for_data(reinterpret_cast<unsigned char*>(m_pBits),
                                                   CAIRO_FORMAT_ARGB32, width, height, width * 4);
   ++g_nGdiplusBitmaps;

@@ -67,6 +67,7 @@ class CCanvasWindow : public CScreenCanvas, public CTextShapeCallback, private o
   bool Drawing() const { return m_pCurrentShape != nullptr; }
 
   uint32_t* m_pBits = nullptr;  // premultiplied, m_nWidth pixels a row
+  size_t m_nBitsBytes = 0;
   int32_t m_nWidth = 0, m_nHeight = 0;
   BOOL m_bHasContent = 0;
   POINT m_ptOffset = {};      // window to picture

@@ -11,6 +11,7 @@
 #include "core/Rect.h"
 #include "overlay/BoxStyles.h"
 #include "platform/InputWindow.h"
+#include "platform/Memory.h"
 #include "platform/MessageQueue.h"
 #include "platform/OverlayWindow.h"
 
@@ -114,7 +115,7 @@ CRecorderBox::~CRecorderBox() {
   ov::SetPointerMoveTarget(nullptr);
   if (m_pQueue && m_pTimer) m_pQueue->Unwatch(m_pTimer->Fd());
   m_window.reset();
-  std::free(m_pBackBuffer);
+  ov::FreeZeroedPages(m_pBackBuffer, m_nBackBufferBytes);
 }
 
 HRESULT CRecorderBox::Create(ov::MessageQueue& queue) {
@@ -156,9 +157,8 @@ HRESULT CRecorderBox::Create(ov::MessageQueue& queue) {
   WriteLog(ov::kMsg, "Use cairo: the compositing manager is %s\n",
            m_window->Translucent() ? "running" : "absent");
   WriteLog(ov::kMsg, "=================================\n");
-  const size_t bytes =
-      (static_cast<size_t>(m_nWindowWidth) * m_nWindowHeight * 4 + 63) & ~size_t{63};
-  m_pBackBuffer = static_cast<uint32_t*>(std::aligned_alloc(64, bytes));
+  m_nBackBufferBytes = static_cast<size_t>(m_nWindowWidth) * m_nWindowHeight * 4;
+  m_pBackBuffer = static_cast<uint32_t*>(ov::AllocateZeroedPages(m_nBackBufferBytes));
   if (!m_pBackBuffer) return E_OUTOFMEMORY;
 
   const POINT origin =
@@ -295,6 +295,12 @@ void CRecorderBox::Blit(uint32_t* dst, const uint32_t* src, int32_t srcStride, i
 
 void CRecorderBox::Repaint() {
   if (!m_window || !m_pBackBuffer) return;
+  // A box that is not shown, with nothing drawn and no grips, stays as it was
+  // made: clear, and costing no memory for its pictures.
+  const bool something = m_bShown || m_bHasContent || m_nFlash || m_bFlashShown ||
+                         g_mouseOpt.Mode == MOUSE_MODE_MANUAL;
+  if (!something && !m_bPainted) return;
+  m_bPainted = something;
   // The back buffer is the box thread's own: only the composing needs the
   // canvas, so that the wait for the server holds no capture thread up.
   uint32_t* pixels = m_pBackBuffer;

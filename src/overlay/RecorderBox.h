@@ -87,7 +87,9 @@ class CRecorderBox : public CCanvasWindow, public CMoveBarWindow, public ov::Poi
   std::unique_ptr<ov::OverlayWindow> m_window;
   std::unique_ptr<ov::PeriodicTimer> m_pTimer;
   uint32_t* m_pBackBuffer = nullptr;
-  ov::Surface m_pHandle;  // 24 x 24
-  ov::Surface m_pCamera;  // 256 x 256
+  size_t m_nBackBufferBytes = 0;
+  bool m_bPainted = false;  // the window shows something
+  ov::Surface m_pHandle;    // 24 x 24
+  ov::Surface m_pCamera;    // 256 x 256
   uint32_t m_CameraRow[256] = {};
 };
