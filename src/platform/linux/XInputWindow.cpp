@@ -7,6 +7,7 @@
 #include <sys/timerfd.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstring>
 
 #include "platform/InputWindow.h"
@@ -136,13 +137,18 @@ class XInputWindow : public InputWindow {
                                              shape && shape->height > 0 ? shape->height : 1);
     if (image) {
       if (shape && shape->width > 0 && shape->height > 0) {
-        image->xhot = static_cast<XcursorDim>(shape->xHot);
-        image->yhot = static_cast<XcursorDim>(shape->yHot);
-        memcpy(image->pixels, shape->pixels.data(), shape->pixels.size() * 4);
+        image->xhot = static_cast<XcursorDim>(std::clamp(shape->xHot, 0, shape->width - 1));
+        image->yhot = static_cast<XcursorDim>(std::clamp(shape->yHot, 0, shape->height - 1));
+        memcpy(
+            image->pixels, shape->pixels.data(),
+            std::min(shape->pixels.size(), static_cast<size_t>(shape->width) * shape->height) * 4);
       } else {
         image->pixels[0] = 0;  // no pointer at all
       }
+      // A shape the server refuses leaves the default pointer, not a dead host.
+      XErrorTrap trap(m_display);
       cursor = XcursorImageLoadCursor(m_display, image);
+      if (trap.Failed()) cursor = None;
       XcursorImageDestroy(image);
     }
     XDefineCursor(m_display, m_window, cursor);

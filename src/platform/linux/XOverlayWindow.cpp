@@ -11,6 +11,7 @@
 #include <sys/ipc.h>
 #include <sys/shm.h>
 
+#include <algorithm>
 #include <cstring>
 
 #include "platform/OverlayWindow.h"
@@ -115,10 +116,15 @@ class XOverlayWindow : public OverlayWindow {
     if (shape && shape->width > 0 && shape->height > 0) {
       XcursorImage* image = XcursorImageCreate(shape->width, shape->height);
       if (image) {
-        image->xhot = static_cast<XcursorDim>(shape->xHot);
-        image->yhot = static_cast<XcursorDim>(shape->yHot);
-        memcpy(image->pixels, shape->pixels.data(), shape->pixels.size() * 4);
+        image->xhot = static_cast<XcursorDim>(std::clamp(shape->xHot, 0, shape->width - 1));
+        image->yhot = static_cast<XcursorDim>(std::clamp(shape->yHot, 0, shape->height - 1));
+        memcpy(
+            image->pixels, shape->pixels.data(),
+            std::min(shape->pixels.size(), static_cast<size_t>(shape->width) * shape->height) * 4);
+        // A shape the server refuses leaves the default pointer, not a dead host.
+        XErrorTrap trap(m_display);
         cursor = XcursorImageLoadCursor(m_display, image);
+        if (trap.Failed()) cursor = None;
         XcursorImageDestroy(image);
       }
     }
