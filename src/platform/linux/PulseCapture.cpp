@@ -43,7 +43,7 @@ struct CaptureState {
   AudioFlow flow = AudioFlow::Render;
   PulseDevice device;
   pa_stream* stream = nullptr;
-  pa_sample_spec sampleSpec{};
+  pa_sample_spec sampleFormat{};
   uint32_t frameBytes = 0;
   // The peeked fragment and how much of it was released already.
   const uint8_t* peeked = nullptr;
@@ -78,7 +78,7 @@ struct CaptureState {
     }
     if (!usable) return false;
     const int64_t now = MonotonicTime100ns();
-    const int64_t bytesPerSecond = static_cast<int64_t>(pa_bytes_per_second(&sampleSpec));
+    const int64_t bytesPerSecond = static_cast<int64_t>(pa_bytes_per_second(&sampleFormat));
     const int64_t ahead = (index - timing->write_index) * 10000000 / bytesPerSecond;
     *when = now - 10 * age + ahead - 10 * static_cast<int64_t>(timing->source_usec) +
             10 * static_cast<int64_t>(timing->sink_usec);
@@ -179,16 +179,16 @@ class PulseAudioClient final : public AudioClient {
   explicit PulseAudioClient(std::shared_ptr<CaptureState> state) : m_state(std::move(state)) {}
 
   HRESULT GetMixFormat(WAVEFORMATEXTENSIBLE* format) override {
-    *format = MixFormatOf(m_state->device.sampleSpec, m_state->device.map);
+    *format = MixFormatOf(m_state->device.sampleFormat, m_state->device.map);
     return S_OK;
   }
 
   HRESULT IsFormatSupported(const WAVEFORMATEXTENSIBLE& format, WAVEFORMATEXTENSIBLE* closest,
                             bool* hasClosest) override {
-    pa_sample_spec sampleSpec;
+    pa_sample_spec sampleFormat;
     pa_channel_map map;
     *hasClosest = false;
-    if (SampleSpecOf(format, m_state->device.map, &sampleSpec, &map)) return S_OK;
+    if (PulseFormatOf(format, m_state->device.map, &sampleFormat, &map)) return S_OK;
     // The device's own format always records.
     GetMixFormat(closest);
     *hasClosest = true;
@@ -203,20 +203,20 @@ class PulseAudioClient final : public AudioClient {
     const std::string& source = loopback ? s.device.monitorSource : s.device.name;
     if (source.empty()) return E_NOTFOUND;
     pa_channel_map map;
-    if (!SampleSpecOf(format, s.device.map, &s.sampleSpec, &map))
+    if (!PulseFormatOf(format, s.device.map, &s.sampleFormat, &map))
       return AUDCLNT_E_UNSUPPORTED_FORMAT;
 
     PulseLock lock(s.context->Loop());
     s.stream =
         pa_stream_new(s.context->Context(), loopback ? "Orvanta loopback" : "Orvanta capture",
-                      &s.sampleSpec, &map);
+                      &s.sampleFormat, &map);
     if (!s.stream) return AUDCLNT_E_UNSUPPORTED_FORMAT;
     s.context->WatchStream(s.stream);
     pa_buffer_attr attr;
     std::memset(&attr, 0xFF, sizeof attr);
     const pa_usec_t buffer = std::max<pa_usec_t>(bufferDuration / 10, kLeastBufferUsec);
-    attr.maxlength = static_cast<uint32_t>(pa_usec_to_bytes(buffer, &s.sampleSpec));
-    attr.fragsize = static_cast<uint32_t>(pa_usec_to_bytes(kFragmentUsec, &s.sampleSpec));
+    attr.maxlength = static_cast<uint32_t>(pa_usec_to_bytes(buffer, &s.sampleFormat));
+    attr.fragsize = static_cast<uint32_t>(pa_usec_to_bytes(kFragmentUsec, &s.sampleFormat));
     const auto flags =
         static_cast<pa_stream_flags_t>(PA_STREAM_START_CORKED | PA_STREAM_DONT_MOVE |
                                        PA_STREAM_ADJUST_LATENCY | PA_STREAM_AUTO_TIMING_UPDATE);
@@ -224,7 +224,7 @@ class PulseAudioClient final : public AudioClient {
       return AUDCLNT_E_UNSUPPORTED_FORMAT;
     HRESULT hr = s.context->WaitReady(s.stream);
     if (FAILED(hr)) return hr;
-    s.frameBytes = static_cast<uint32_t>(pa_frame_size(&s.sampleSpec));
+    s.frameBytes = static_cast<uint32_t>(pa_frame_size(&s.sampleFormat));
     return S_OK;
   }
 

@@ -64,7 +64,7 @@ struct PulseDevice {
   std::string formFactor;
   bool isMonitor = false;  // sources: the monitor of a sink
   bool unplugged = false;  // the active port says nothing is plugged in
-  pa_sample_spec sampleSpec{};
+  pa_sample_spec sampleFormat{};
   pa_channel_map map{};
 };
 
@@ -83,10 +83,10 @@ HRESULT QueryDevice(PulseContext& context, AudioFlow flow, const std::string& na
 HRESULT QueryDevices(PulseContext& context, AudioFlow flow, std::vector<PulseDevice>* devices);
 
 // Formats between the server's description and the wave records.
-WAVEFORMATEXTENSIBLE MixFormatOf(const pa_sample_spec& sampleSpec, const pa_channel_map& map);
+WAVEFORMATEXTENSIBLE MixFormatOf(const pa_sample_spec& sampleFormat, const pa_channel_map& map);
 // False when the format has no exact counterpart on the server. deviceMap
 // orders channels that the format's mask cannot name.
-bool SampleSpecOf(const WAVEFORMATEXTENSIBLE& format, const pa_channel_map& deviceMap,
-                  pa_sample_spec* sampleSpec, pa_channel_map* map);
+bool PulseFormatOf(const WAVEFORMATEXTENSIBLE& format, const pa_channel_map& deviceMap,
+                   pa_sample_spec* sampleFormat, pa_channel_map* map);
 
 }  // namespace ov

@@ -21,7 +21,7 @@ PulseDevice DeviceOf(const Info& info) {
   d.description = info.description ? info.description : d.name;
   if (const char* f = pa_proplist_gets(info.proplist, PA_PROP_DEVICE_FORM_FACTOR)) d.formFactor = f;
   d.unplugged = info.active_port && info.active_port->available == PA_PORT_AVAILABLE_NO;
-  d.sampleSpec = info.sample_spec;
+  d.sampleFormat = info.sample_spec;
   d.map = info.channel_map;
   return d;
 }
@@ -82,7 +82,7 @@ AudioEndpoint EndpointOf(const PulseDevice& d, AudioFlow flow) {
   e.name = FromUtf8(d.description);
   e.formFactor = FormFactorOf(d, flow);
   e.state = d.unplugged ? DEVICE_STATE_UNPLUGGED : DEVICE_STATE_ACTIVE;
-  e.mixFormat = MixFormatOf(d.sampleSpec, d.map);
+  e.mixFormat = MixFormatOf(d.sampleFormat, d.map);
   return e;
 }
 

@@ -70,10 +70,10 @@ bool MapOfMask(uint32_t mask, unsigned channels, pa_channel_map* map) {
 
 }  // namespace
 
-WAVEFORMATEXTENSIBLE MixFormatOf(const pa_sample_spec& sampleSpec, const pa_channel_map& map) {
+WAVEFORMATEXTENSIBLE MixFormatOf(const pa_sample_spec& sampleFormat, const pa_channel_map& map) {
   WORD bits = 16, valid = 16;
   GUID sub = KSDATAFORMAT_SUBTYPE_PCM;
-  switch (sampleSpec.format) {
+  switch (sampleFormat.format) {
     case PA_SAMPLE_U8:
       bits = valid = 8;
       break;
@@ -100,20 +100,20 @@ WAVEFORMATEXTENSIBLE MixFormatOf(const pa_sample_spec& sampleSpec, const pa_chan
   }
   WAVEFORMATEXTENSIBLE f{};
   f.Format.wFormatTag = WAVE_FORMAT_EXTENSIBLE;
-  f.Format.nChannels = sampleSpec.channels;
-  f.Format.nSamplesPerSec = sampleSpec.rate;
+  f.Format.nChannels = sampleFormat.channels;
+  f.Format.nSamplesPerSec = sampleFormat.rate;
   f.Format.wBitsPerSample = bits;
-  f.Format.nBlockAlign = static_cast<WORD>(bits / 8 * sampleSpec.channels);
-  f.Format.nAvgBytesPerSec = f.Format.nBlockAlign * sampleSpec.rate;
+  f.Format.nBlockAlign = static_cast<WORD>(bits / 8 * sampleFormat.channels);
+  f.Format.nAvgBytesPerSec = f.Format.nBlockAlign * sampleFormat.rate;
   f.Format.cbSize = sizeof(WAVEFORMATEXTENSIBLE) - sizeof(WAVEFORMATEX);
   f.Samples.wValidBitsPerSample = valid;
-  f.dwChannelMask = map.channels == sampleSpec.channels ? MaskOf(map) : 0;
+  f.dwChannelMask = map.channels == sampleFormat.channels ? MaskOf(map) : 0;
   f.SubFormat = sub;
   return f;
 }
 
-bool SampleSpecOf(const WAVEFORMATEXTENSIBLE& format, const pa_channel_map& deviceMap,
-                  pa_sample_spec* sampleSpec, pa_channel_map* map) {
+bool PulseFormatOf(const WAVEFORMATEXTENSIBLE& format, const pa_channel_map& deviceMap,
+                   pa_sample_spec* sampleFormat, pa_channel_map* map) {
   const WAVEFORMATEX& f = format.Format;
   const bool extensible = f.wFormatTag == WAVE_FORMAT_EXTENSIBLE;
   bool isFloat;
@@ -152,10 +152,10 @@ bool SampleSpecOf(const WAVEFORMATEXTENSIBLE& format, const pa_channel_map& devi
   if (f.nBlockAlign != f.wBitsPerSample / 8 * f.nChannels) return false;
   if (f.nAvgBytesPerSec != static_cast<DWORD>(f.nBlockAlign) * f.nSamplesPerSec) return false;
 
-  sampleSpec->format = sample;
-  sampleSpec->rate = f.nSamplesPerSec;
-  sampleSpec->channels = static_cast<uint8_t>(f.nChannels);
-  if (!pa_sample_spec_valid(sampleSpec)) return false;
+  sampleFormat->format = sample;
+  sampleFormat->rate = f.nSamplesPerSec;
+  sampleFormat->channels = static_cast<uint8_t>(f.nChannels);
+  if (!pa_sample_spec_valid(sampleFormat)) return false;
   if (extensible && MapOfMask(format.dwChannelMask, f.nChannels, map)) return true;
   if (deviceMap.channels == f.nChannels) {
     *map = deviceMap;

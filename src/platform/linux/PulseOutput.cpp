@@ -38,7 +38,7 @@ void SignalContextSuccess(pa_context*, int, void* loop) {
 struct AudioOutput::State {
   std::unique_ptr<PulseContext> context;
   AudioOutputSource* source = nullptr;
-  pa_sample_spec spec{};
+  pa_sample_spec sampleFormat{};
   pa_channel_map map{};
   pa_stream* stream = nullptr;  // of the current run; null while stopped
   bool feeding = false;         // the source is read for the stream
@@ -53,7 +53,7 @@ struct AudioOutput::State {
 
   pa_cvolume Volume() const {
     pa_cvolume volume;
-    pa_cvolume_set(&volume, spec.channels, pa_sw_volume_from_linear(level / 65535.0));
+    pa_cvolume_set(&volume, sampleFormat.channels, pa_sw_volume_from_linear(level / 65535.0));
     return volume;
   }
 
@@ -64,7 +64,7 @@ struct AudioOutput::State {
 
   // With the lock held: hands up to bytes of the source to the stream.
   void Fill(size_t bytes) {
-    const size_t frame = pa_frame_size(&spec);
+    const size_t frame = pa_frame_size(&sampleFormat);
     while (feeding && !ended && bytes >= frame) {
       void* data = nullptr;
       size_t size = bytes;
@@ -112,8 +112,8 @@ struct AudioOutput::State {
     const pa_usec_t age = pa_timeval_age(&timing->timestamp);
     if (age > kTimingRefreshUsec) AskTiming();
     if (!fresh) return heard;
-    const int64_t played = static_cast<int64_t>(
-        pa_bytes_to_usec(static_cast<uint64_t>(std::max<int64_t>(timing->read_index, 0)), &spec));
+    const int64_t played = static_cast<int64_t>(pa_bytes_to_usec(
+        static_cast<uint64_t>(std::max<int64_t>(timing->read_index, 0)), &sampleFormat));
     const int64_t usec =
         played + static_cast<int64_t>(age) - static_cast<int64_t>(timing->sink_usec);
     heard = std::max(heard, usec * 10);
@@ -124,15 +124,15 @@ struct AudioOutput::State {
   // changes stream (others read it under the lock).
   HRESULT Connect() {
     PulseLock lock(context->Loop());
-    stream = pa_stream_new(context->Context(), "Orvanta playback", &spec, &map);
+    stream = pa_stream_new(context->Context(), "Orvanta playback", &sampleFormat, &map);
     if (!stream) return AUDCLNT_E_UNSUPPORTED_FORMAT;
     context->WatchStream(stream);
     pa_stream_set_write_callback(stream, WriteRequested, this);
     pa_buffer_attr attr;
     attr.maxlength = static_cast<uint32_t>(-1);
-    attr.tlength = static_cast<uint32_t>(pa_usec_to_bytes(kQueuedMs * 1000ull, &spec));
+    attr.tlength = static_cast<uint32_t>(pa_usec_to_bytes(kQueuedMs * 1000ull, &sampleFormat));
     attr.prebuf = 0;
-    attr.minreq = static_cast<uint32_t>(pa_usec_to_bytes(kRequestMs * 1000ull, &spec));
+    attr.minreq = static_cast<uint32_t>(pa_usec_to_bytes(kRequestMs * 1000ull, &sampleFormat));
     attr.fragsize = static_cast<uint32_t>(-1);
     const auto flags = static_cast<pa_stream_flags_t>(
         PA_STREAM_START_CORKED | PA_STREAM_AUTO_TIMING_UPDATE | PA_STREAM_ADJUST_LATENCY);
@@ -167,7 +167,7 @@ HRESULT AudioOutput::Open(const WAVEFORMATEXTENSIBLE& format, AudioOutputSource*
   pa_channel_map deviceMap;
   pa_channel_map_init_extend(&deviceMap, format.Format.nChannels, PA_CHANNEL_MAP_DEFAULT);
   if (format.Format.nChannels == 0 || format.Format.nChannels > PA_CHANNELS_MAX ||
-      !SampleSpecOf(format, deviceMap, &state->spec, &state->map))
+      !PulseFormatOf(format, deviceMap, &state->sampleFormat, &state->map))
     return AUDCLNT_E_UNSUPPORTED_FORMAT;
   HRESULT hr = PulseContext::Connect(&state->context);
   if (FAILED(hr)) return hr;

@@ -32,7 +32,7 @@ HRESULT SilentPlayer::Open(const AudioEndpoint& endpoint, std::unique_ptr<Silent
   PulseLock lock(context.Loop());
   // The sink's own format: the server has nothing to convert.
   state->stream =
-      pa_stream_new(context.Context(), "Orvanta silent player", &device.sampleSpec, &device.map);
+      pa_stream_new(context.Context(), "Orvanta silent player", &device.sampleFormat, &device.map);
   if (!state->stream) return AUDCLNT_E_UNSUPPORTED_FORMAT;
   context.WatchStream(state->stream);
   const auto flags = static_cast<pa_stream_flags_t>(PA_STREAM_START_CORKED | PA_STREAM_DONT_MOVE);

@@ -196,11 +196,11 @@ class TimerFd : public PeriodicTimer {
   }
   int Fd() const override { return m_fd; }
   void Set(uint32_t periodMs) override {
-    itimerspec spec{};
-    spec.it_interval.tv_sec = periodMs / 1000;
-    spec.it_interval.tv_nsec = static_cast<long>(periodMs % 1000) * 1000000;
-    spec.it_value = spec.it_interval;
-    if (m_fd >= 0) timerfd_settime(m_fd, 0, &spec, nullptr);
+    itimerspec period{};
+    period.it_interval.tv_sec = periodMs / 1000;
+    period.it_interval.tv_nsec = static_cast<long>(periodMs % 1000) * 1000000;
+    period.it_value = period.it_interval;
+    if (m_fd >= 0) timerfd_settime(m_fd, 0, &period, nullptr);
   }
   uint64_t Drain() override {
     uint64_t count = 0;
