@@ -35,6 +35,17 @@ constexpr int32_t WordPair(int32_t lo, int32_t hi) {
 // q = 19595 R + 38470 G + 7471 B per 32-bit pixel. 38470 does not fit a
 // signed 16-bit multiplier, so green is taken twice at 19235. br receives the
 // blue and red bytes as 16-bit halves, for the block sums.
+// The chroma of a step's pixel pairs at column x: interleaved into u (NV12)
+// or into the planes u and v.
+template <class V, bool kNv12>
+inline void StoreChroma(uint8_t* u, uint8_t* v, int x, typename V::R uw, typename V::R vw) {
+  if constexpr (kNv12) {
+    V::Store(u + x, V::FixQuadOrder(V::Packus16(V::Lo16(uw, vw), V::Hi16(uw, vw))));
+  } else {
+    V::StoreChromaPlanes(u + x / 2, v + x / 2, V::Packus16(uw, vw));
+  }
+}
+
 template <class V>
 inline typename V::R LumaQ(typename V::R px, typename V::R& br) {
   br = V::And(px, V::Set32(0x00FF00FF));
@@ -97,11 +108,7 @@ int Bgr32ToYuvRowPair(const uint8_t* src0, const uint8_t* src1, uint8_t* y0, uin
     const R brb = V::PairSum32(sumBR[2], sumBR[3]);
     const R uw = V::Packs32(ChromaU<V>(bra, qa), ChromaU<V>(brb, qb));
     const R vw = V::Packs32(ChromaV<V>(bra, qa), ChromaV<V>(brb, qb));
-    if constexpr (kNv12) {
-      V::Store(u + x, V::FixQuadOrder(V::Packus16(V::Lo16(uw, vw), V::Hi16(uw, vw))));
-    } else {
-      V::StoreChromaPlanes(u + x / 2, v + x / 2, V::Packus16(uw, vw));
-    }
+    StoreChroma<V, kNv12>(u, v, x, uw, vw);
   }
   return x;
 }
@@ -187,11 +194,7 @@ int Bgr32ToVideoYuvRowPair(const uint8_t* src0, const uint8_t* src1, uint8_t* y0
                             VideoChroma<V>(brb, gab, K::ur, K::ug, K::ub));
     const R vw = V::Packs32(VideoChroma<V>(bra, gaa, K::vr, K::vg, K::vb),
                             VideoChroma<V>(brb, gab, K::vr, K::vg, K::vb));
-    if constexpr (kNv12) {
-      V::Store(u + x, V::FixQuadOrder(V::Packus16(V::Lo16(uw, vw), V::Hi16(uw, vw))));
-    } else {
-      V::StoreChromaPlanes(u + x / 2, v + x / 2, V::Packus16(uw, vw));
-    }
+    StoreChroma<V, kNv12>(u, v, x, uw, vw);
   }
   return x;
 }

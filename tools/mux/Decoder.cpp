@@ -18,6 +18,7 @@
 
 #include "Libav.h"
 #include "MuxLog.h"
+#include "TempVideo.h"
 #include "platform/Text.h"
 
 extern "C" {
@@ -30,17 +31,6 @@ namespace {
 
 constexpr int kWaitMs = 100;
 constexpr int kMaxSide = 16384;
-
-AVCodecID CodecOf(int32_t codecType) {
-  switch (codecType) {
-    case 1:
-      return AV_CODEC_ID_H264;
-    case 2:
-      return AV_CODEC_ID_HEVC;
-    default:
-      return AV_CODEC_ID_MPEG2VIDEO;
-  }
-}
 
 class Decoder {
  public:

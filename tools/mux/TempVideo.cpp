@@ -12,8 +12,6 @@
 
 namespace mux {
 
-namespace {
-
 AVCodecID CodecOf(int32_t codecType) {
   switch (codecType) {
     case 1:
@@ -24,6 +22,8 @@ AVCodecID CodecOf(int32_t codecType) {
       return AV_CODEC_ID_MPEG2VIDEO;
   }
 }
+
+namespace {
 
 // The parameter sets at the head of a key frame, as the stream's extradata.
 bool ExtractParameterSets(AVCodecID codec, const uint8_t* data, int size,

@@ -15,6 +15,9 @@ namespace mux {
 // Time base of the index, and so of every video packet read here.
 inline constexpr AVRational kIndexTimeBase{1, static_cast<int>(ov::kIndexClock)};
 
+// The codec of the index header's codec type (1 H.264, 2 H.265, else MPEG-2).
+AVCodecID CodecOf(int32_t codecType);
+
 class TempVideo : private ov::NonCopyable {
  public:
   TempVideo() = default;

@@ -96,9 +96,16 @@ bool XConnectionLost(Display* display) {
   return connection && connection->lost;
 }
 
-void KeepWithLostConnection(Display* display, void* block) {
-  std::lock_guard<std::mutex> lock(g_mutex);
-  if (Connection* connection = Find(display)) connection->kept.push_back(block);
+void ReleaseGC(Display* display, GC gc) {
+  {
+    std::lock_guard<std::mutex> lock(g_mutex);
+    Connection* connection = Find(display);
+    if (connection && connection->lost) {
+      connection->kept.push_back(gc);
+      return;
+    }
+  }
+  XFreeGC(display, gc);
 }
 
 bool MadeByEngine(XID id) {

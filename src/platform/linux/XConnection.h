@@ -16,9 +16,9 @@ void CloseXConnection(Display* display);
 // only by the thread that found the break (others would wait for ever),
 // and closed with CloseXConnection by any thread.
 bool XConnectionLost(Display* display);
-// Keeps a block that Xlib made for the connection (a GC) with the broken
-// connection's own memory, since freeing it would mean a call on it.
-void KeepWithLostConnection(Display* display, void* block);
+// XFreeGC on a live connection; on a broken one the GC's memory is kept
+// with the connection's own, since freeing it would mean a call on it.
+void ReleaseGC(Display* display, GC gc);
 // True when the resource (a window) was made on one of the engine's own
 // connections.
 bool MadeByEngine(XID id);

@@ -1,6 +1,5 @@
 // Input-only windows, override-redirect and raised above the others, on a
 // connection of their own; and the timers of the user-interface threads.
-#include <X11/Xcursor/Xcursor.h>
 #include <X11/Xlib.h>
 #include <X11/Xutil.h>
 #include <X11/keysym.h>
@@ -14,6 +13,7 @@
 #include "platform/OverlayWindow.h"
 #include "platform/linux/XConnection.h"
 #include "platform/linux/XErrorTrap.h"
+#include "platform/linux/XPictures.h"
 
 namespace ov {
 
@@ -132,25 +132,10 @@ class XInputWindow : public InputWindow {
 
   void SetCursor(const PointerShape* shape) override {
     if (XConnectionLost(m_display)) return;
-    Cursor cursor = None;
-    XcursorImage* image = XcursorImageCreate(shape && shape->width > 0 ? shape->width : 1,
-                                             shape && shape->height > 0 ? shape->height : 1);
-    if (image) {
-      if (shape && shape->width > 0 && shape->height > 0) {
-        image->xhot = static_cast<XcursorDim>(std::clamp(shape->xHot, 0, shape->width - 1));
-        image->yhot = static_cast<XcursorDim>(std::clamp(shape->yHot, 0, shape->height - 1));
-        memcpy(
-            image->pixels, shape->pixels.data(),
-            std::min(shape->pixels.size(), static_cast<size_t>(shape->width) * shape->height) * 4);
-      } else {
-        image->pixels[0] = 0;  // no pointer at all
-      }
-      // A shape the server refuses leaves the default pointer, not a dead host.
-      XErrorTrap trap(m_display);
-      cursor = XcursorImageLoadCursor(m_display, image);
-      if (trap.Failed()) cursor = None;
-      XcursorImageDestroy(image);
-    }
+    // Without a shape: one clear pixel, no pointer at all.
+    static const PointerShape kNoPointer{1, 1, 0, 0, {0}};
+    const bool drawn = shape && shape->width > 0 && shape->height > 0;
+    const Cursor cursor = CursorFromShape(m_display, drawn ? *shape : kNoPointer);
     XDefineCursor(m_display, m_window, cursor);
     if (m_cursor) XFreeCursor(m_display, m_cursor);
     m_cursor = cursor;

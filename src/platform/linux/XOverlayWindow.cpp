@@ -6,10 +6,7 @@
 #include <X11/Xcursor/Xcursor.h>
 #include <X11/Xlib.h>
 #include <X11/Xutil.h>
-#include <X11/extensions/XShm.h>
 #include <X11/extensions/shape.h>
-#include <sys/ipc.h>
-#include <sys/shm.h>
 
 #include <algorithm>
 #include <cstring>
@@ -17,6 +14,7 @@
 #include "platform/OverlayWindow.h"
 #include "platform/linux/XConnection.h"
 #include "platform/linux/XErrorTrap.h"
+#include "platform/linux/XPictures.h"
 
 namespace ov {
 
@@ -33,16 +31,16 @@ class XOverlayWindow : public OverlayWindow {
  public:
   ~XOverlayWindow() override {
     if (!m_display) return;
-    ReleaseImage();
-    // (its round trip shows a server that went away before the frees below)
+    m_image.reset();
+    // A round trip first: a server that went away shows here, not half-way
+    // through the frees below.
+    if (!XConnectionLost(m_display)) XSync(m_display, False);
     if (!XConnectionLost(m_display)) {
       if (m_cursor) XFreeCursor(m_display, m_cursor);
-      if (m_gc) XFreeGC(m_display, m_gc);
       if (m_window) XDestroyWindow(m_display, m_window);
       if (m_colormap) XFreeColormap(m_display, m_colormap);
-    } else if (m_gc) {
-      KeepWithLostConnection(m_display, m_gc);
     }
+    if (m_gc) ReleaseGC(m_display, m_gc);
     CloseXConnection(m_display);
   }
 
@@ -85,8 +83,8 @@ class XOverlayWindow : public OverlayWindow {
     if (trap.Failed()) return false;
     m_visual = visual;
     m_depth = depth;
-    MakeImage();
-    return m_image != nullptr;
+    m_image = std::make_unique<XShownImage>(m_display);
+    return m_image->Make(m_visual, m_depth, m_width, m_height);
   }
 
   HWND Handle() const override { return m_window; }
@@ -96,38 +94,19 @@ class XOverlayWindow : public OverlayWindow {
 
   bool Present(const uint8_t* pixels, ptrdiff_t pitch) override {
     if (XConnectionLost(m_display)) return false;
+    XImage* image = m_image->Image();
     const size_t row = static_cast<size_t>(m_width) * 4;
     for (int32_t y = 0; y < m_height; ++y)
-      memcpy(m_image->data + static_cast<ptrdiff_t>(y) * m_image->bytes_per_line,
-             pixels + y * pitch, row);
-    if (m_shmAttached)
-      XShmPutImage(m_display, m_window, m_gc, m_image, 0, 0, 0, 0, static_cast<unsigned>(m_width),
-                   static_cast<unsigned>(m_height), False);
-    else
-      XPutImage(m_display, m_window, m_gc, m_image, 0, 0, 0, 0, static_cast<unsigned>(m_width),
-                static_cast<unsigned>(m_height));
+      memcpy(image->data + static_cast<ptrdiff_t>(y) * image->bytes_per_line, pixels + y * pitch,
+             row);
+    m_image->Put(m_window, m_gc, 0, 0, m_width, m_height);
     XSync(m_display, False);
     return true;
   }
 
   void SetCursor(const PointerShape* shape) override {
     if (XConnectionLost(m_display)) return;
-    Cursor cursor = None;
-    if (shape && shape->width > 0 && shape->height > 0) {
-      XcursorImage* image = XcursorImageCreate(shape->width, shape->height);
-      if (image) {
-        image->xhot = static_cast<XcursorDim>(std::clamp(shape->xHot, 0, shape->width - 1));
-        image->yhot = static_cast<XcursorDim>(std::clamp(shape->yHot, 0, shape->height - 1));
-        memcpy(
-            image->pixels, shape->pixels.data(),
-            std::min(shape->pixels.size(), static_cast<size_t>(shape->width) * shape->height) * 4);
-        // A shape the server refuses leaves the default pointer, not a dead host.
-        XErrorTrap trap(m_display);
-        cursor = XcursorImageLoadCursor(m_display, image);
-        if (trap.Failed()) cursor = None;
-        XcursorImageDestroy(image);
-      }
-    }
+    const Cursor cursor = shape ? CursorFromShape(m_display, *shape) : None;
     XDefineCursor(m_display, m_window, cursor);
     if (m_cursor) XFreeCursor(m_display, m_cursor);
     m_cursor = cursor;
@@ -138,17 +117,12 @@ class XOverlayWindow : public OverlayWindow {
     const int32_t width = rect.right - rect.left, height = rect.bottom - rect.top;
     if (XConnectionLost(m_display) || width <= 0 || height <= 0) return false;
     if (width != m_width || height != m_height) {
-      ReleaseImage();
-      const int32_t oldWidth = m_width, oldHeight = m_height;
-      m_width = width;
-      m_height = height;
-      MakeImage();
-      if (!m_image) {
-        m_width = oldWidth;
-        m_height = oldHeight;
-        MakeImage();
+      if (!m_image->Make(m_visual, m_depth, width, height)) {
+        m_image->Make(m_visual, m_depth, m_width, m_height);
         return false;
       }
+      m_width = width;
+      m_height = height;
     }
     XMoveResizeWindow(m_display, m_window, rect.left, rect.top, static_cast<unsigned>(width),
                       static_cast<unsigned>(height));
@@ -183,67 +157,14 @@ class XOverlayWindow : public OverlayWindow {
   }
 
  private:
-  void ReleaseImage() {
-    if (!XConnectionLost(m_display)) {
-      if (m_shmAttached) XShmDetach(m_display, &m_shm);
-      XSync(m_display, False);
-    }
-    if (m_image) {
-      m_image->data = nullptr;
-      XDestroyImage(m_image);
-      m_image = nullptr;
-    }
-    if (m_shm.shmaddr && m_shm.shmaddr != reinterpret_cast<char*>(-1)) shmdt(m_shm.shmaddr);
-    m_shm = XShmSegmentInfo{};
-    m_shmAttached = false;
-  }
-
-  void MakeImage() {
-    Visual* visual = m_visual;
-    const int depth = m_depth;
-    const size_t bytes = static_cast<size_t>(m_width) * 4 * static_cast<size_t>(m_height);
-    if (XShmQueryExtension(m_display)) {
-      m_image =
-          XShmCreateImage(m_display, visual, static_cast<unsigned>(depth), ZPixmap, nullptr, &m_shm,
-                          static_cast<unsigned>(m_width), static_cast<unsigned>(m_height));
-      if (m_image) {
-        m_shm.shmid = shmget(IPC_PRIVATE, static_cast<size_t>(m_image->bytes_per_line) * m_height,
-                             IPC_CREAT | 0600);
-        if (m_shm.shmid >= 0) {
-          m_shm.shmaddr = static_cast<char*>(shmat(m_shm.shmid, nullptr, 0));
-          shmctl(m_shm.shmid, IPC_RMID, nullptr);
-          if (m_shm.shmaddr != reinterpret_cast<char*>(-1)) {
-            m_image->data = m_shm.shmaddr;
-            m_shm.readOnly = True;
-            XErrorTrap trap(m_display);
-            XShmAttach(m_display, &m_shm);
-            m_shmAttached = !trap.Failed();
-            if (m_shmAttached) return;
-          }
-        }
-        m_image->data = nullptr;
-        XDestroyImage(m_image);
-        m_image = nullptr;
-      }
-    }
-    // Without MIT-SHM (a remote server): plain XPutImage from our own buffer.
-    m_buffer.resize(bytes);
-    m_image = XCreateImage(m_display, visual, static_cast<unsigned>(depth), ZPixmap, 0,
-                           reinterpret_cast<char*>(m_buffer.data()), static_cast<unsigned>(m_width),
-                           static_cast<unsigned>(m_height), 32, m_width * 4);
-  }
-
   Display* m_display = nullptr;
   Window m_window = 0;
   Colormap m_colormap = 0;
   GC m_gc = nullptr;
   Cursor m_cursor = 0;
-  XImage* m_image = nullptr;
+  std::unique_ptr<XShownImage> m_image;
   Visual* m_visual = nullptr;
   int m_depth = 0;
-  XShmSegmentInfo m_shm{};
-  bool m_shmAttached = false;
-  std::vector<uint8_t> m_buffer;
   int32_t m_width = 0, m_height = 0;
   bool m_translucent = false;
 };
