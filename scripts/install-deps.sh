@@ -8,7 +8,7 @@ packages=(
   g++ cmake make pkg-config git ca-certificates clang-format dpkg-dev file
   libx11-dev libxext-dev libxfixes-dev libxcomposite-dev libxdamage-dev libxi-dev
   libxrandr-dev libxinerama-dev libxss-dev libxtst-dev libxcursor-dev libpulse-dev
-  libavcodec-dev libavformat-dev libavutil-dev libswscale-dev libswresample-dev
+  libavcodec-dev libavformat-dev libavutil-dev libswscale-dev libswresample-dev libavfilter-dev
   libcairo2-dev libpango1.0-dev libpng-dev libjpeg-dev libtiff-dev libgif-dev
   libv4l-dev libegl-dev libgtest-dev libgmock-dev libbenchmark-dev
   # fuzzing with libFuzzer

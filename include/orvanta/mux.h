@@ -70,6 +70,16 @@ OV_API HRESULT WMMux(const wchar_t* pwszOutFile, int Second,
                      const AudioCodecInfo* pWaveOutAudioCodecInfo,
                      const AudioCodecInfo* pWaveInAudioCodecInfo, int Mix, CMuxCallback* pCallback);
 
+// Assembles the GIF of a GIF recording (CodecType 4) at pwszOutFile, with
+// its trim, at most Duration seconds long (0: no limit). Returns 0 when the
+// work has started on a thread of its own, which reports progress and the
+// end through pCallback (an OnProgress that returns 0 cancels: E_ABORT);
+// any other result means that pCallback is never called. The palette is
+// chosen from the frames kept, and a stretch where the screen stood still
+// adds nothing to the file. Written under a hidden name beside the output
+// and put in place only when complete.
+OV_API HRESULT GIFMux(const wchar_t* pwszOutFile, int Duration, CMuxCallback* pCallback);
+
 // A picture laid on the video of the files made from now on; null turns it
 // off. alignX: 0 left, 1 centre, 2 right; alignY: 0 top, 1 centre, 2 bottom.
 // The picture keeps its own size and stands 16 pixels from the edges it is

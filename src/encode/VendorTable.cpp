@@ -32,6 +32,8 @@ struct EntryPoints {
   CreateVideoCodecFn amdCreate = nullptr;
   CreateVideoCodecFn intelCreate = nullptr;
   GifCreateVideoCodecFn gifCreate = nullptr;
+  GifCreateVideoReaderFn gifReader = nullptr;
+  GifMuxFn gifMux = nullptr;
 };
 
 // The libraries stay loaded for the process's life: encoders that they made
@@ -78,6 +80,8 @@ EncoderLibraries* LoadLibraries(const std::string& folder) {
   e.amdCreate = Resolve<CreateVideoCodecFn>(libs->amd, "AMD_CreateVideoCodec");
   e.intelCreate = Resolve<CreateVideoCodecFn>(libs->intel, "Intel_CreateVideoCodec");
   e.gifCreate = Resolve<GifCreateVideoCodecFn>(libs->gif, "GIF_CreateVideoCodec");
+  e.gifReader = Resolve<GifCreateVideoReaderFn>(libs->gif, "GIF_CreateVideoReader");
+  e.gifMux = Resolve<GifMuxFn>(libs->gif, "GIF_Mux");
   return libs;
 }
 
@@ -169,6 +173,10 @@ CVideoCodec* CreateLibraryVideoCodec(int32_t codecType, CWriterStatistics* pStat
   }
   return create ? create(codecType, pStatistics, pRateControl) : nullptr;
 }
+
+GifMuxFn GifMuxEntry() { return Entries() ? Entries()->gifMux : nullptr; }
+
+GifCreateVideoReaderFn GifVideoReaderEntry() { return Entries() ? Entries()->gifReader : nullptr; }
 
 }  // namespace ov
 

@@ -37,4 +37,8 @@ const char* CodecTypeName(int32_t codecType);
 CVideoCodec* CreateLibraryVideoCodec(int32_t codecType, CWriterStatistics* pStatistics,
                                      CFrameRateControl* pRateControl);
 
+// The GIF library's assembly and playback entry points, or null.
+GifMuxFn GifMuxEntry();
+GifCreateVideoReaderFn GifVideoReaderEntry();
+
 }  // namespace ov

@@ -33,6 +33,10 @@ class CVideoCodec : private ov::NonCopyable {
   CFrameRateControl* m_pRateControl;
 };
 
+class CBaseMediaReader;
+class CMediaVideoRender;
+class CMuxCallback;
+
 // Entry points of the encoder libraries.
 extern "C" {
 typedef int32_t (*InitCodecFn)(int32_t* vendorTable);
@@ -42,4 +46,9 @@ typedef CVideoCodec* (*CreateVideoCodecFn)(int32_t codecType, CWriterStatistics*
                                            CFrameRateControl* pRateControl);
 typedef CVideoCodec* (*GifCreateVideoCodecFn)(CWriterStatistics* pStatistics,
                                               CFrameRateControl* pRateControl);
+typedef CBaseMediaReader* (*GifCreateVideoReaderFn)(CMediaVideoRender* pRender, int32_t nIndex,
+                                                    const wchar_t* pwszTempFile);
+typedef HRESULT (*GifMuxFn)(const wchar_t* pwszTempFile, const wchar_t* pwszOutFile,
+                            REFERENCE_TIME nTrimStart, REFERENCE_TIME nTrimEnd,
+                            REFERENCE_TIME nLimit, CMuxCallback* pCallback);
 }

@@ -16,7 +16,7 @@ inline constexpr int64_t kIndexClock = 90000;  // ticks per second
 struct FrameIndexHeader {
   char magic[4];      // "OVIX"
   uint32_t version;   // kFrameIndexVersion
-  int32_t codecType;  // 1 H.264, 2 H.265, 3 MPEG-2
+  int32_t codecType;  // 1 H.264, 2 H.265, 3 MPEG-2, 4 GIF (FFV1 frames)
   uint32_t width;     // true size of the picture
   uint32_t height;
   uint32_t frameRate;  // nominal; the entries carry the real times

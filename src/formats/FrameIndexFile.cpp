@@ -36,7 +36,7 @@ const char* CheckHeader(const FrameIndexHeader& h) {
   if (std::memcmp(h.magic, kFrameIndexMagic, sizeof h.magic) != 0 ||
       h.version != kFrameIndexVersion)
     return "no index header";
-  if (h.codecType < 1 || h.codecType > 3) return "unknown codec";
+  if (h.codecType < 1 || h.codecType > 4) return "unknown codec";
   if (h.width == 0 || h.height == 0 || h.width > kMaxSide || h.height > kMaxSide)
     return "picture size";
   if (h.frameRate == 0 || h.frameRate > kMaxFrameRate) return "frame rate";

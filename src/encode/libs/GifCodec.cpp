@@ -1,0 +1,32 @@
+// The GIF library: recording into a lossless temp video, the final GIF with
+// its trim, and a reader that plays the temp video back.
+#include <new>
+
+#include "encode/libs/GifAssembly.h"
+#include "encode/libs/GifVideoCodec.h"
+#include "platform/Text.h"
+
+using namespace ov::enc::gif;
+
+extern "C" {
+
+OV_API CVideoCodec* GIF_CreateVideoCodec(CWriterStatistics* pStatistics,
+                                         CFrameRateControl* pRateControl) {
+  if (!pStatistics || !pRateControl) return nullptr;
+  return new (std::nothrow) CGifVideoCodec(pStatistics, pRateControl);
+}
+
+OV_API HRESULT GIF_Mux(const wchar_t* pwszTempFile, const wchar_t* pwszOutFile,
+                       REFERENCE_TIME nTrimStart, REFERENCE_TIME nTrimEnd, REFERENCE_TIME nLimit,
+                       CMuxCallback* pCallback) {
+  if (!pwszTempFile || !pwszOutFile || !pCallback) return E_INVALIDARG;
+  GifJob job;
+  job.tempVideo = ov::ToUtf8(pwszTempFile);
+  job.outFile = pwszOutFile;
+  job.trimStart = nTrimStart;
+  job.trimEnd = nTrimEnd;
+  job.limit = nLimit;
+  job.callback = pCallback;
+  return StartGifAssembly(std::move(job));
+}
+}
