@@ -17,6 +17,7 @@ extern "C" {
 
 #include "core/Globals.h"
 #include "core/Log.h"
+#include "encode/VendorTable.h"
 #include "orvanta/player.h"
 #include "platform/Clock.h"
 #include "platform/Event.h"
@@ -155,7 +156,6 @@ HRESULT CVideoPlayer::Start(CapturedFile& record) {
     return hr;
   }
   if (record.bScreenStream) {
-    // GIF recordings have no reader here yet.
     std::unique_ptr<CBaseMediaReader> reader;
     HRESULT started = E_FAIL;
     if (record.CodecType == 0) {
@@ -166,7 +166,11 @@ HRESULT CVideoPlayer::Start(CapturedFile& record) {
         return started;
       }
       reader = std::move(wmv);
-    } else if (record.CodecType != 4) {
+    } else if (record.CodecType == 4) {
+      GifCreateVideoReaderFn create = ov::GifVideoReaderEntry();
+      reader.reset(create ? create(this, m_nReaders, record.szScreenCaptureFile) : nullptr);
+      started = reader ? S_OK : E_FAIL;
+    } else {
       auto decoder = std::make_unique<CVideoDecoder>(m_nReaders, record.szScreenCaptureFile,
                                                      record.CodecType, this);
       started = decoder->Initialize();

@@ -4,6 +4,7 @@
 
 #include "encode/libs/GifAssembly.h"
 #include "encode/libs/GifVideoCodec.h"
+#include "encode/libs/GifVideoReader.h"
 #include "platform/Text.h"
 
 using namespace ov::enc::gif;
@@ -14,6 +15,17 @@ OV_API CVideoCodec* GIF_CreateVideoCodec(CWriterStatistics* pStatistics,
                                          CFrameRateControl* pRateControl) {
   if (!pStatistics || !pRateControl) return nullptr;
   return new (std::nothrow) CGifVideoCodec(pStatistics, pRateControl);
+}
+
+OV_API CBaseMediaReader* GIF_CreateVideoReader(CMediaVideoRender* pRender, int32_t nIndex,
+                                               const wchar_t* pwszTempFile) {
+  if (!pRender || !pwszTempFile) return nullptr;
+  auto* reader = new (std::nothrow) CGifVideoReader(pRender, nIndex, pwszTempFile);
+  if (reader && FAILED(reader->Initialize())) {
+    delete reader;
+    return nullptr;
+  }
+  return reader;
 }
 
 OV_API HRESULT GIF_Mux(const wchar_t* pwszTempFile, const wchar_t* pwszOutFile,
