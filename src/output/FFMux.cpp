@@ -440,6 +440,10 @@ extern "C" HRESULT FFMux(int m_Muxer, int audioSetting, const wchar_t* pwszOutFi
   }
   if (HRESULT hr = CheckRecording(*g_Recording); FAILED(hr)) return hr;
   if (HRESULT hr = CheckMuxOutput(pwszOutFile, *g_Recording); FAILED(hr)) return hr;
+  if (g_Recording->bScreenStream && g_Recording->CodecType == CodecType_GIF) {
+    WriteLog(kErr, "Error: a GIF recording is assembled by GIFMux\n");
+    return E_INVALIDARG;
+  }
   if (!FitsRecord(PartFileModel(pwszOutFile))) {
     WriteLog(kErr, "Error: output path too long:%ls\n", pwszOutFile);
     return E_INVALIDARG;

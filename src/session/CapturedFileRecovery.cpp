@@ -19,7 +19,7 @@ namespace ov {
 
 namespace {
 
-constexpr int32_t kLibraryCodecs[] = {1, 2, 3};
+constexpr int32_t kLibraryCodecs[] = {1, 2, 3, 4};
 constexpr const wchar_t* kWaveNames[] = {L"Speaker.wav", L"AudioCapture.wav"};
 
 bool Join(const std::wstring& folder, const std::wstring& name, wchar_t (&out)[OV_MAX_PATH]) {
