@@ -93,9 +93,18 @@ int32_t CGifVideoCodec::WriteFrame(const uint8_t* frame, int32_t stride, int64_t
     Fail("taking a frame", error);
     return 0;
   }
-  for (int y = 0; y < m_height; ++y)
-    std::memcpy(m_picture->data[0] + static_cast<ptrdiff_t>(y) * m_picture->linesize[0],
-                frame + static_cast<ptrdiff_t>(y) * stride, static_cast<size_t>(m_width) * 4);
+  // The picture still holds the last frame stored: a frame that the capture
+  // did not see as unchanged but is the same costs nothing either.
+  bool same = m_lastTicks >= 0;
+  const size_t rowBytes = static_cast<size_t>(m_width) * 4;
+  for (int y = 0; y < m_height; ++y) {
+    uint8_t* row = m_picture->data[0] + static_cast<ptrdiff_t>(y) * m_picture->linesize[0];
+    const uint8_t* source = frame + static_cast<ptrdiff_t>(y) * stride;
+    if (same && std::memcmp(row, source, rowBytes) == 0) continue;
+    same = false;
+    std::memcpy(row, source, rowBytes);
+  }
+  if (same) return 1;
   m_picture->pts = std::max(ticks, m_lastTicks + 1);
   m_lastTicks = m_picture->pts;
   error = avcodec_send_frame(m_encoder, m_picture);
