@@ -24,7 +24,8 @@ lib=$(dirname "$(find "$prefix" -name 'liborvanta.so' | head -1)")
 strays=$(find "$lib" -mindepth 1 -maxdepth 1 ! -name 'liborvanta.so*' ! -name orvanta \
          ! -name pkgconfig ! -name cmake)
 [ -z "$strays" ] || { echo "files of ours in $lib: $strays"; exit 1; }
-for helper in orvanta/mux orvanta/libIntelCodec.so orvanta/Resource/Images/Mouse-Left-Click.png \
+for helper in orvanta/mux orvanta/libIntelCodec.so orvanta/libGifCodec.so \
+              orvanta/Resource/Images/Mouse-Left-Click.png \
               orvanta/Resource/Cursors/splitv.cur; do
   [ -e "$lib/$helper" ] || { echo "missing $lib/$helper"; exit 1; }
 done
@@ -33,7 +34,7 @@ done
 # (the symbol list is read once: grep -q would cut nm's pipe short)
 exported=$(nm -D --defined-only "$lib/liborvanta.so")
 for symbol in ovInitialize ovUninitialize ovVideoRecord GetCapturedFile FreeCapturedFile \
-              DeleteFolder GetDiskFreeBytes WriteLog LogFile FFMux \
+              DeleteFolder GetDiskFreeBytes WriteLog LogFile FFMux GIFMux \
               RecoverCapturedFile SetScreenCropBox SetDashValue SetResourceFilePath \
               ovAudioRecord CreateVolumeMeasureObject CreateSpectrogramObject; do
   grep -qE " T $symbol\$" <<<"$exported" || { echo "not exported unmangled: $symbol"; exit 1; }

@@ -47,6 +47,15 @@ struct GraphDeleter {
 };
 using Graph = std::unique_ptr<AVFilterGraph, GraphDeleter>;
 
+// The palette filters run on one thread whatever the graph allows; the one
+// other filter, the conversion to their pixel format, is too cheap to be
+// worth threads of its own.
+Graph NewGraph() {
+  Graph graph(avfilter_graph_alloc());
+  if (graph) graph->nb_threads = 1;
+  return graph;
+}
+
 AVFilterContext* AddFilter(AVFilterGraph* graph, const char* filter, const char* name,
                            const char* args) {
   AVFilterContext* context = nullptr;
@@ -163,7 +172,7 @@ HRESULT GifAssembly::Run() {
 
 // First pass: the colours of every frame kept, into one palette.
 HRESULT GifAssembly::FindPalette() {
-  Graph graph(avfilter_graph_alloc());
+  Graph graph = NewGraph();
   if (!graph) return E_OUTOFMEMORY;
   AVFilterContext* source = AddSource(graph.get(), "in", m_in.Width(), m_in.Height(), kTempPixels);
   AVFilterContext* palettegen =
@@ -228,7 +237,7 @@ HRESULT GifAssembly::OpenOutput() {
 
 // Second pass: each frame onto the palette, where it changed.
 HRESULT GifAssembly::WriteFrames() {
-  Graph graph(avfilter_graph_alloc());
+  Graph graph = NewGraph();
   if (!graph) return E_OUTOFMEMORY;
   AVFilterContext* source = AddSource(graph.get(), "in", m_in.Width(), m_in.Height(), kTempPixels);
   AVFilterContext* palette = AddSource(graph.get(), "palette", m_palette->width, m_palette->height,
