@@ -7,7 +7,7 @@
 
 #include "audio/WaveReader.h"
 #include "platform/AudioOutput.h"
-#include "playback/MediaReader.h"
+#include "core/MediaReader.h"
 
 // The output side: a stream that pulls from its source as the device asks.
 class CAudioRender {

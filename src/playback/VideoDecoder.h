@@ -7,7 +7,7 @@
 #include "platform/ChildProcess.h"
 #include "platform/EventFd.h"
 #include "platform/SharedMemory.h"
-#include "playback/MediaReader.h"
+#include "core/MediaReader.h"
 
 class CVideoDecoder final : public CBaseMediaReader {
  public:

@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <string>
 
-#include "playback/MediaReader.h"
+#include "core/MediaReader.h"
 
 struct AVFormatContext;
 struct AVCodecContext;

@@ -5,7 +5,7 @@
 #include <cstddef>
 
 #include "encode/libs/GifTempVideo.h"
-#include "playback/MediaReader.h"
+#include "core/MediaReader.h"
 
 namespace ov::enc::gif {
 
