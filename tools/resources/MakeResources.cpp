@@ -194,6 +194,27 @@ bool WriteCursor(const std::string& path, const Painter& painter, int xHot, int 
   return fclose(file) == 0 && ok;
 }
 
+// A digit of the countdown before a recording: white on a dark, half
+// transparent disc, so that the desktop shows round it.
+Painter Digit(int digit) {
+  return [digit](cairo_t* cr, double) {
+    cairo_arc(cr, 16, 16, 15, 0, 2 * M_PI);
+    Rgb(cr, 0x101820, 0.7);
+    cairo_fill_preserve(cr);
+    Rgb(cr, 0xFFFFFF);
+    cairo_set_line_width(cr, 1.0);
+    cairo_stroke(cr);
+    const char text[2] = {static_cast<char>('0' + digit), 0};
+    cairo_select_font_face(cr, "Sans", CAIRO_FONT_SLANT_NORMAL, CAIRO_FONT_WEIGHT_BOLD);
+    cairo_set_font_size(cr, 22);
+    cairo_text_extents_t extents;
+    cairo_text_extents(cr, text, &extents);
+    cairo_move_to(cr, 16 - extents.width / 2 - extents.x_bearing,
+                  16 - extents.height / 2 - extents.y_bearing);
+    cairo_show_text(cr, text);
+  };
+}
+
 bool WritePng(const std::string& path, int width, int height, const Painter& painter) {
   cairo_surface_t* surface = Paint(width, height, painter);
   bool ok = cairo_surface_write_to_png(surface, path.c_str()) == CAIRO_STATUS_SUCCESS;
@@ -219,6 +240,8 @@ int main(int argc, char** argv) {
                      [](cairo_t* cr, double) { Mouse(cr, true); }) &&
             WritePng(images + "/Mouse-Right-Click.png", 64, 64,
                      [](cairo_t* cr, double) { Mouse(cr, false); });
+  for (int digit = 1; ok && digit <= 3; ++digit)
+    ok = WritePng(images + "/Countdown" + std::to_string(digit) + ".png", 256, 256, Digit(digit));
 
   struct CursorFile {
     const char* name;
