@@ -39,6 +39,9 @@ class DeviceEventSource {
   // Reads what is pending without blocking; true when some of it concerns
   // the watched devices.
   virtual bool Drain() = 0;
+  // True once the source can tell nothing more (its server went away); its
+  // descriptor should then be watched no longer.
+  virtual bool Lost() const { return false; }
   // For the screen's layout: the depth, and the size as height << 16 |
   // width, after the events drained so far.
   virtual uint64_t Depth() const { return 0; }

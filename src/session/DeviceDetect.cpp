@@ -29,6 +29,9 @@ constexpr uint32_t WM_DISPLAYCHANGE = 0x007E;
 constexpr uint32_t WM_DEVICECHANGE = 0x0219;
 constexpr uint32_t CM_AUDIO_NOTIFY = 1200;
 constexpr uint64_t DBT_DEVNODES_CHANGED = 0x0007;
+// The X server went away: its connection is watched no longer, or a dead
+// descriptor would wake the thread for ever.
+constexpr uint32_t CM_LAYOUT_LOST = ov::WM_USER + 1;
 
 // What tells one device record from another: the name, the id and the
 // start of the format; the lists of codecs are left out.
@@ -159,17 +162,26 @@ void CDeviceDetect::Run() {
     queue.Watch(nodes->Fd(), [&] {
       if (nodes->Drain()) queue.Post({0, WM_DEVICECHANGE, DBT_DEVNODES_CHANGED, 0});
     });
+  bool layoutLost = false;
   if (layout)
     queue.Watch(layout->Fd(), [&] {
       if (layout->Drain()) queue.Post({0, WM_DISPLAYCHANGE, layout->Depth(), layout->PackedSize()});
+      if (layout->Lost() && !layoutLost) queue.Post({0, CM_LAYOUT_LOST, 0, 0});
+      layoutLost = layout->Lost();
     });
   m_cameras = ov::VideoNodes();
   m_monitors = ov::Monitors();
   m_endpoints = EndpointSignature();
   m_ready.Set();
 
+  if (!audio) WriteLog(ov::kWan, "No sound server: audio devices are not watched\n");
   ov::Message msg;
   while (queue.Get(&msg)) {
+    if (msg.message == CM_LAYOUT_LOST) {
+      WriteLog(ov::kWan, "The X server went away: displays are not watched\n");
+      queue.Unwatch(layout->Fd());
+      continue;
+    }
     Settle(queue, &msg);
     if (msg.message == WM_DISPLAYCHANGE)
       OnDisplayChange(msg);
@@ -178,10 +190,7 @@ void CDeviceDetect::Run() {
     else if (msg.message == CM_AUDIO_NOTIFY)
       OnAudioNotify();
   }
-  // No event reaches the queue once the watches are gone.
-  audio.reset();
-  if (nodes) queue.Unwatch(nodes->Fd());
-  if (layout) queue.Unwatch(layout->Fd());
+  // The watches go before the queue that their events reach.
 }
 
 // A burst is answered once, after 60 ms without a further message of its

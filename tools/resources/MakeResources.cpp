@@ -194,8 +194,9 @@ bool WriteCursor(const std::string& path, const Painter& painter, int xHot, int 
   return fclose(file) == 0 && ok;
 }
 
-// A digit of the countdown before a recording: white on a dark, half
-// transparent disc, so that the desktop shows round it.
+// A digit of the countdown before a recording: white strokes on a dark,
+// half transparent disc, so that the desktop shows round it. Drawn as
+// strokes rather than text, so that every machine draws the same digits.
 Painter Digit(int digit) {
   return [digit](cairo_t* cr, double) {
     cairo_arc(cr, 16, 16, 15, 0, 2 * M_PI);
@@ -204,14 +205,26 @@ Painter Digit(int digit) {
     Rgb(cr, 0xFFFFFF);
     cairo_set_line_width(cr, 1.0);
     cairo_stroke(cr);
-    const char text[2] = {static_cast<char>('0' + digit), 0};
-    cairo_select_font_face(cr, "Sans", CAIRO_FONT_SLANT_NORMAL, CAIRO_FONT_WEIGHT_BOLD);
-    cairo_set_font_size(cr, 22);
-    cairo_text_extents_t extents;
-    cairo_text_extents(cr, text, &extents);
-    cairo_move_to(cr, 16 - extents.width / 2 - extents.x_bearing,
-                  16 - extents.height / 2 - extents.y_bearing);
-    cairo_show_text(cr, text);
+    cairo_new_path(cr);
+    if (digit == 1) {
+      cairo_move_to(cr, 12.5, 11);
+      cairo_line_to(cr, 16.5, 7.5);
+      cairo_line_to(cr, 16.5, 24.5);
+      cairo_move_to(cr, 12.5, 24.5);
+      cairo_line_to(cr, 20.5, 24.5);
+    } else if (digit == 2) {
+      cairo_arc(cr, 16, 12, 4.5, M_PI, 2.25 * M_PI);
+      cairo_line_to(cr, 11.5, 24.5);
+      cairo_line_to(cr, 20.5, 24.5);
+    } else {
+      cairo_arc(cr, 16, 11.75, 4.25, -0.85 * M_PI, 0.5 * M_PI);
+      cairo_new_sub_path(cr);
+      cairo_arc(cr, 16, 20.25, 4.25, -0.5 * M_PI, 0.85 * M_PI);
+    }
+    cairo_set_line_width(cr, 2.5);
+    cairo_set_line_cap(cr, CAIRO_LINE_CAP_ROUND);
+    cairo_set_line_join(cr, CAIRO_LINE_JOIN_ROUND);
+    cairo_stroke(cr);
   };
 }
 

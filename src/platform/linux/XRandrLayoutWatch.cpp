@@ -33,6 +33,8 @@ class XRandrLayoutWatch : public DeviceEventSource {
     return relevant;
   }
 
+  bool Lost() const override { return XConnectionLost(m_display); }
+
   uint64_t Depth() const override {
     return static_cast<uint64_t>(DefaultDepth(m_display, DefaultScreen(m_display)));
   }
