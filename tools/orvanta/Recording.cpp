@@ -20,6 +20,7 @@
 #include "Engine.h"
 #include "Interrupts.h"
 #include "Pick.h"
+#include "SoundLevel.h"
 #include "XDisplay.h"
 #include "core/Rect.h"
 #include "platform/Text.h"
@@ -258,7 +259,7 @@ bool ShowCountdown() {
   return !interrupted;
 }
 
-void RecordSoundUntilStopped(CAudioRecoderObject* recorder, double seconds) {
+void RecordSoundUntilStopped(CAudioRecoderObject* recorder, SoundLevel* level, double seconds) {
   using Clock = std::chrono::steady_clock;
   StatusLine status;
   recorder->Start();
@@ -272,8 +273,11 @@ void RecordSoundUntilStopped(CAudioRecoderObject* recorder, double seconds) {
     uint64_t bytes = 0;
     recorder->GetProgress(&progressSeconds, &bytes);
     const std::string dot = StderrIsTerminal() ? "\033[31m\u25cf\033[0m" : "*";
+    std::string levels;
+    for (auto [type, label] : {std::pair{0, "   system "}, std::pair{1, "   mic "}})
+      if (std::string bar = level->Take(type); !bar.empty()) levels += label + bar;
     status.Show(dot + " REC " + FormatClock(progressSeconds) + limit + "   " +
-                FormatBytes(static_cast<int64_t>(bytes)) + hint);
+                FormatBytes(static_cast<int64_t>(bytes)) + levels + hint);
     if (signo || (seconds > 0 && elapsed >= seconds)) break;
   }
   status.Finish();
@@ -425,7 +429,8 @@ int RunSoundRecording(const RecordOptions& o, const std::string& out) {
     return kExitFailed;
   }
   AudioOpt audio{o.systemAudio ? 1 : 0, o.mic ? 1 : 0};
-  CAudioRecoderObject* recorder = ovAudioRecord(ov::FromUtf8(temp.path).c_str(), audio, nullptr);
+  SoundLevel level;  // outlives the recorder, which calls it
+  CAudioRecoderObject* recorder = ovAudioRecord(ov::FromUtf8(temp.path).c_str(), audio, &level);
   if (!recorder) {
     if (GetCapturedFile()) FreeCapturedFile(1);
     temp.RemoveIfOurs();
@@ -440,7 +445,8 @@ int RunSoundRecording(const RecordOptions& o, const std::string& out) {
     return kExitFailed;
   }
   Note("Recording %s to %s", AudioWanted(o).c_str(), out.c_str());
-  RecordSoundUntilStopped(recorder, o.seconds);
+  for (int32_t type : {0, 1}) level.SetFormat(type, recorder->GetAudioFormat(type));
+  RecordSoundUntilStopped(recorder, &level, o.seconds);
   return Finish(o, &temp, out);
 }
 
