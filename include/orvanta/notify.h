@@ -6,8 +6,8 @@
 
 // The host's side. The calls come on a thread of the engine's, one at a
 // time, once a burst of changes has settled, and only when something the
-// host lists has really changed. The host must not unregister from inside
-// one of them.
+// host lists has really changed. Unregistering from inside one of them is
+// refused with a log line.
 class OV_API DeviceNotifyCallback {
  public:
   // The displays changed; GetDisplayCount and GetDisplayInfo tell the new

@@ -129,6 +129,10 @@ class CDeviceDetect : public CMMNotificationClient {
     return true;
   }
 
+  // The host's callbacks run on the watcher's own thread, which cannot
+  // join itself.
+  bool OnOwnThread() const { return std::this_thread::get_id() == m_thread.get_id(); }
+
   void OnAudioChange() override {
     ov::MessageQueue::PostThreadMessage(m_threadId, CM_AUDIO_NOTIFY, 0, 0);
   }
@@ -268,5 +272,10 @@ extern "C" OV_API void* RegisterDeviceNotifies(DeviceNotifyCallback* pCallback) 
 }
 
 extern "C" OV_API void UnregisterDeviceNotifies(void* handle) {
-  delete static_cast<CDeviceDetect*>(handle);
+  auto* detect = static_cast<CDeviceDetect*>(handle);
+  if (detect && detect->OnOwnThread()) {
+    WriteLog(ov::kErr, "Error: UnregisterDeviceNotifies inside a device callback, ignored\n");
+    return;
+  }
+  delete detect;
 }
