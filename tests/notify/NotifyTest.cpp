@@ -5,6 +5,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <cstdio>
 #include <thread>
 
 #include "orvanta/displays.h"
@@ -34,6 +35,14 @@ void Await(const std::atomic<int>& count, int wanted) {
   std::this_thread::sleep_for(std::chrono::milliseconds(500));
 }
 
+// Waits until the watcher has taken up a sound server event logged since
+// mark, and gives a call to the host, if one were coming, room to arrive.
+void AwaitAudioNotice(const ovtest::LogMark& mark) {
+  for (int i = 0; i < 1000 && mark.Text().find("CM_AUDIO_NOTIFY") == std::string::npos; ++i)
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  std::this_thread::sleep_for(std::chrono::milliseconds(500));
+}
+
 std::string Shell(const std::string& command) {
   int code = -1;
   std::string out = ovtest::RunCapture(command + " 2>&1", &code);
@@ -42,27 +51,47 @@ std::string Shell(const std::string& command) {
   return out;
 }
 
-TEST(DeviceNotify, EachRealChangeReachesTheHostOnceAndNoiseNever) {
+TEST(DeviceNotify, SinksComingAndGoingReachTheHostOnceEachAndVolumeNever) {
+  using Kind = ovtest::PulseServer::Kind;
+  for (const Kind kind : {Kind::PulseAudio, Kind::PipeWire}) {
+    SCOPED_TRACE(kind == Kind::PipeWire ? "PipeWire" : "PulseAudio");
+    ovtest::PulseServer server(kind);
+    if (!server.Running() && kind == Kind::PipeWire) {
+      std::printf("no PipeWire here: %s\n", server.Missing().c_str());
+      break;
+    }
+    CountingHost host;
+    void* watcher = RegisterDeviceNotifies(&host);
+    ASSERT_NE(watcher, nullptr);
+    // The engine's device table was made for the program's first server:
+    // the first event brings it up to this one's, whether the host hears of
+    // it or not.
+    const ovtest::LogMark first;
+    Shell("pactl set-sink-volume nullsink 50%");
+    AwaitAudioNotice(first);
+    host.audio = 0;
+    const ovtest::LogMark mark;
+    Shell("pactl set-sink-volume nullsink 40%");
+    Shell("pactl set-sink-volume nullsink 60%");
+    AwaitAudioNotice(mark);
+    EXPECT_NE(mark.Text().find("CM_AUDIO_NOTIFY"), std::string::npos) << "the events were seen";
+    EXPECT_EQ(host.audio, 0) << "volume alone changes no device";
+
+    const std::string module = Shell("pactl load-module module-null-sink sink_name=headset");
+    Await(host.audio, 1);
+    EXPECT_EQ(host.audio, 1) << "a sink and its monitor arriving is one change";
+    Shell("pactl unload-module " + module);
+    Await(host.audio, 2);
+    EXPECT_EQ(host.audio, 2);
+    EXPECT_EQ(host.display + host.camera, 0);
+    UnregisterDeviceNotifies(watcher);
+  }
+}
+
+TEST(DeviceNotify, MonitorsComingAndGoingReachTheHostOnceEach) {
   CountingHost host;
   void* watcher = RegisterDeviceNotifies(&host);
   ASSERT_NE(watcher, nullptr);
-
-  ovtest::LogMark mark;
-  Shell("pactl set-sink-volume nullsink 40%");
-  Shell("pactl set-sink-volume nullsink 60%");
-  for (int i = 0; i < 1000 && mark.Text().find("CM_AUDIO_NOTIFY") == std::string::npos; ++i)
-    std::this_thread::sleep_for(std::chrono::milliseconds(10));
-  Await(host.audio, 0);
-  EXPECT_NE(mark.Text().find("CM_AUDIO_NOTIFY"), std::string::npos) << "the events were seen";
-  EXPECT_EQ(host.audio, 0) << "volume alone changes no device";
-
-  const std::string module = Shell("pactl load-module module-null-sink sink_name=headset");
-  Await(host.audio, 1);
-  EXPECT_EQ(host.audio, 1) << "a sink and its monitor arriving is one change";
-  Shell("pactl unload-module " + module);
-  Await(host.audio, 2);
-  EXPECT_EQ(host.audio, 2);
-
   Shell("xrandr --setmonitor left 640/170x720/190+0+0 none");
   Await(host.display, 1);
   EXPECT_EQ(host.display, 1);
@@ -71,9 +100,7 @@ TEST(DeviceNotify, EachRealChangeReachesTheHostOnceAndNoiseNever) {
   Await(host.display, 2);
   EXPECT_EQ(host.display, 2);
   EXPECT_EQ(host.displays, 1);
-
-  EXPECT_EQ(host.camera, 0);
-  EXPECT_EQ(host.audio, 2);
+  EXPECT_EQ(host.audio + host.camera, 0);
   UnregisterDeviceNotifies(watcher);
   UnregisterDeviceNotifies(nullptr);
 }
