@@ -12,6 +12,8 @@
 #include "orvanta/log.h"
 #include "orvanta/module.h"
 #include "orvanta/mux.h"
+#include "orvanta/notify.h"
+#include "orvanta/pictures.h"
 #include "orvanta/pixels.h"
 #include "orvanta/player.h"
 #include "orvanta/recorder.h"

@@ -141,6 +141,8 @@ HRESULT BuildAudioDeviceTable(AudioDeviceTable* table) {
   return S_OK;
 }
 
+AudioDeviceTable& AudioDevicesInUse() { return g_AudioDevices; }
+
 void BuildAudioCatalogue(AudioCodecEnumerator enumerate) {
   HRESULT hr;
   if (OV_FAILED(hr, enumerate(&allCodecInfo))) return;

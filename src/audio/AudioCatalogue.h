@@ -34,5 +34,8 @@ void BuildAudioCatalogue(AudioCodecEnumerator enumerate);
 // Fills a table from the default devices; a failure result when neither is
 // found. Used again when the devices change.
 HRESULT BuildAudioDeviceTable(AudioDeviceTable* table);
+// The table that GetAudioDeviceInfo reads; the device watcher replaces its
+// entries when the default devices change.
+AudioDeviceTable& AudioDevicesInUse();
 
 }  // namespace ov

@@ -43,6 +43,10 @@ class MessageQueue : private NonCopyable {
   void Post(const Message& msg);
   // Drops every queued message with this number: a burst costs one round.
   void RemoveMessages(uint32_t message);
+  // On the queue's thread: serves the watched sources that have something
+  // without waiting, then takes the first queued message with this number
+  // into *msg; false when there is none.
+  bool Peek(uint32_t message, Message* msg);
 
   // Posts to the queue of another thread; false if it has none.
   static bool PostThreadMessage(uint32_t threadId, uint32_t message, uint64_t wParam,

@@ -75,6 +75,23 @@ TEST(Commands, RecordSavesTheTrimmedPartWithSoundAndTidiesItsTempFolder) {
   EXPECT_EQ(TempEntries(), tempBefore);
 }
 
+TEST(Commands, SoundAloneAfterACountdownIsSavedAsM4a) {
+  if (!AssemblyPresent()) GTEST_SKIP() << "needs the muxer";
+  ovtest::ScratchFolder scratch("ovclisnd");
+  const std::string out = scratch.Path() + "/voice.m4a";
+  CliResult r = RunCli({"record", "--audio-only", "--countdown", "--seconds", "2", out});
+  ASSERT_EQ(r.exitCode, 0) << r.err;
+  const size_t three = r.err.find("3..."), one = r.err.find("1..."), rec = r.err.find("Recording");
+  EXPECT_TRUE(three < one && one < rec && rec != std::string::npos) << r.err;
+  const std::string streams = Streams(out);
+  EXPECT_TRUE(streams.find("aac") != std::string::npos &&
+              streams.find("video") == std::string::npos)
+      << streams;
+  const double duration = std::atof(ovtest::Probe(out, "-show_entries format=duration").c_str());
+  EXPECT_GT(duration, 1.0);
+  EXPECT_LT(duration, 3.5);
+}
+
 // The demo starts an X server, a sound server, the scene and the beeps, and
 // none of them outlives it. Anything left after a grace time is ended here,
 // by pid, and reported.
@@ -132,6 +149,8 @@ TEST(Commands, EachWrongCommandLineGivesOneLineAndNothingIsRecorded) {
       {{"record", "--follow", "--center", "--region", "0,0,64,64", out}, "--center"},
       {{"record", "--seconds", "-3", out}, "--seconds"},
       {{"record", "--trim", "5,2", out}, "--trim"},
+      {{"record", "--audio-only", "--box", dir + "/a.m4a"}, "--box"},
+      {{"record", "--audio-only", out}, ".m4a"},
       {{"record", "--fps"}, "--fps"},
       {{"record", "--codec", "gif", "--system-audio", dir + "/out.gif"}, "sound"},
       {{"record", dir + "/out.avi"}, "out.avi"},

@@ -10,6 +10,7 @@
 #include "Console.h"
 #include "Engine.h"
 #include "Interrupts.h"
+#include "RecordOptions.h"
 #include "platform/Text.h"
 
 // The engine's interface for mux progress. Named here so that, once the
@@ -85,7 +86,9 @@ HRESULT StartMux(int32_t codec, const std::wstring& out, MuxProgress* progress) 
     return reinterpret_cast<WMMuxFn>(EngineSymbol("WMMux"))(out.c_str(), 0, render, capture, 1,
                                                             progress);
   }
-  return reinterpret_cast<FFMuxFn>(EngineSymbol("FFMux"))(FFMUX_MP4, 0, out.c_str(), 0, progress);
+  int muxer = FFMUX_MP4;
+  if (codec == kAudioOnly) muxer = out.ends_with(L".mp3") ? FFMUX_MP3 : FFMUX_M4A;
+  return reinterpret_cast<FFMuxFn>(EngineSymbol("FFMux"))(muxer, 0, out.c_str(), 0, progress);
 }
 
 }  // namespace
@@ -106,6 +109,7 @@ std::string AssemblyMissing(int32_t codec) {
 const char* OutputExtension(int32_t codec) {
   if (codec == CodecType_GIF) return ".gif";
   if (codec == CodecType_WMV) return ".wmv";
+  if (codec == kAudioOnly) return ".m4a";
   return ".mp4";
 }
 

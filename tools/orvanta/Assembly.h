@@ -11,7 +11,8 @@ namespace cli {
 // codec; otherwise the reason, ready to print.
 std::string AssemblyMissing(int32_t codec);
 
-// The file name extension an output of this codec must carry (".mp4"...).
+// The file name extension an output of this codec must carry (".mp4"...);
+// sound alone may also go to ".mp3".
 const char* OutputExtension(int32_t codec);
 
 enum class Assembled { Done, Failed, Cancelled };

@@ -73,7 +73,17 @@ class Parser {
   std::string m_inline;  // the value after '=' in --option=value
   bool m_hasInline = false;
   bool m_displayGiven = false;
+  std::string m_videoOption;  // the first option that only a video recording takes
 };
+
+// What a recording of sound alone has no use for.
+bool VideoOnly(const std::string& option) {
+  for (const char* o :
+       {"--display", "--region", "--window", "--select", "--pick-window", "--follow", "--center",
+        "--codec", "--fps", "--quality", "--cursor", "--clicks", "--box"})
+    if (option == o) return true;
+  return false;
+}
 
 bool Parser::Run() {
   std::vector<std::string> positional;
@@ -94,6 +104,7 @@ bool Parser::Run() {
       m_hasInline = true;
       arg.resize(eq);
     }
+    if (m_videoOption.empty() && VideoOnly(arg)) m_videoOption = arg;
     if (!Option(arg)) return false;
   }
   if (positional.empty()) return Fail("record needs an output file, e.g. 'orvanta record out.mp4'");
@@ -133,6 +144,8 @@ bool Parser::Option(const std::string& option) {
   if (option == "--cursor") return flag(&m_o->cursor);
   if (option == "--clicks") return flag(&m_o->clicks);
   if (option == "--box") return flag(&m_o->box);
+  if (option == "--countdown") return flag(&m_o->countdown);
+  if (option == "--audio-only") return flag(&m_o->audioOnly);
   if (option == "--select") return flag(&m_o->select);
   if (option == "--pick-window") return flag(&m_o->pickWindow);
   if (option == "--follow" || option == "--center") {
@@ -227,6 +240,12 @@ bool Parser::TakeTrim(const std::string& text) {
 
 // Rules between options, checked once all are read.
 bool Parser::Check() {
+  if (m_o->audioOnly) {
+    if (!m_videoOption.empty())
+      return Fail(m_videoOption + " is for video; --audio-only records sound alone");
+    if (!m_o->systemAudio && !m_o->mic) m_o->mic = true;
+    m_o->codec = kAudioOnly;
+  }
   if ((m_o->select || m_o->pickWindow) &&
       (m_o->window || m_o->hasRegion || m_displayGiven || m_o->follow != Follow::None ||
        (m_o->select && m_o->pickWindow)))
@@ -287,11 +306,15 @@ const char kRecordUsage[] =
     "                        draw on the screen: 1 rectangle, 2 ellipse, 3 arrow, 4 brush,\n"
     "                        5 line, 6 airbrush, 7 badge, 8 text, 9 eraser, 0 stop\n"
     "                        drawing, u undo, r redo, c clear\n"
+    "  --countdown           show 3, 2, 1 on the screen before the recording starts\n"
+    "  --audio-only          record sound alone (the microphone unless --system-audio\n"
+    "                        is given) into OUT.m4a or OUT.mp3\n"
     "  --seconds N           stop after N seconds (default: at Ctrl-C)\n"
     "  --trim START,END      keep only this part, in seconds (END empty: to the end)\n"
     "  --temp DIR            folder for the temp files (default: a new one in $TMPDIR)\n"
     "\n"
-    "OUT ends in .mp4 (h264, h265, mpeg2), .wmv (wmv) or .gif (gif).\n"
+    "OUT ends in .mp4 (h264, h265, mpeg2), .wmv (wmv), .gif (gif), or .m4a or .mp3 (sound\n"
+    "alone).\n"
     "Exit status: 0 saved, 1 failed, 2 wrong command line, 3 recorded but not assembled.\n";
 
 }  // namespace cli

@@ -13,6 +13,9 @@ struct Region {
 
 enum class Follow { None, Follow, Center };
 
+// The codec of a recording of sound alone, assembled as M4A or MP3.
+inline constexpr int32_t kAudioOnly = -1;
+
 struct RecordOptions {
   int display = -1;  // -1: the display that holds the region, else the first
   bool hasRegion = false;
@@ -28,8 +31,10 @@ struct RecordOptions {
   bool mic = false;
   bool cursor = false;
   bool clicks = false;
-  bool box = false;    // the frame round the region, and drawing keys
-  double seconds = 0;  // 0 records until Ctrl-C
+  bool box = false;        // the frame round the region, and drawing keys
+  bool countdown = false;  // 3, 2, 1 on the screen before the recording starts
+  bool audioOnly = false;  // sound alone; codec is then kAudioOnly
+  double seconds = 0;      // 0 records until Ctrl-C
   bool hasTrim = false;
   double trimStart = 0;
   double trimEnd = 0;  // 0 keeps to the end

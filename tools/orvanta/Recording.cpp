@@ -20,6 +20,7 @@
 #include "Engine.h"
 #include "Interrupts.h"
 #include "Pick.h"
+#include "SoundLevel.h"
 #include "XDisplay.h"
 #include "core/Rect.h"
 #include "platform/Text.h"
@@ -48,7 +49,11 @@ bool Contains(const RECT& outer, const RECT& inner) {
 bool CheckOutput(const std::string& out, int32_t codec, std::string* error) {
   std::string extension = fs::path(out).extension().string();
   for (char& c : extension) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-  if (extension != OutputExtension(codec)) {
+  if (codec == kAudioOnly && extension != ".m4a" && extension != ".mp3") {
+    *error = "OUT must end in .m4a or .mp3 for --audio-only (not '" + out + "')";
+    return false;
+  }
+  if (codec != kAudioOnly && extension != OutputExtension(codec)) {
     *error = "OUT must end in " + std::string(OutputExtension(codec)) + " for codec " +
              CodecName(codec) + " (not '" + out + "')";
     return false;
@@ -235,6 +240,51 @@ class DrawingKeys {
   bool m_raw = false;
 };
 
+// 3, 2, 1 in the middle of the display in use, a second each; false when
+// Ctrl-C cut it short. The pictures are gone before the recording starts.
+bool ShowCountdown() {
+  const std::string images = EngineHelperFolder() + "/Resource/Images/Countdown";
+  CPictureObject* picture = nullptr;
+  bool interrupted = false;
+  for (int digit = 3; digit >= 1 && !interrupted; --digit) {
+    const std::wstring path = ov::FromUtf8(images + std::to_string(digit) + ".png");
+    if (picture)
+      picture->ChangePicture(path.c_str());
+    else
+      picture = ShowPictureOnScreen(path.c_str(), 256, 256);
+    Note("%d...", digit);
+    interrupted = Interrupts::Wait(1000) != 0;
+  }
+  if (picture) picture->Destroy();
+  return !interrupted;
+}
+
+void RecordSoundUntilStopped(CAudioRecoderObject* recorder, SoundLevel* level, double seconds) {
+  using Clock = std::chrono::steady_clock;
+  StatusLine status;
+  recorder->Start();
+  const auto start = Clock::now();
+  const std::string limit = seconds > 0 ? " / " + FormatClock(seconds) : "";
+  const std::string hint = seconds > 0 ? "" : "   Ctrl-C stops";
+  for (;;) {
+    const int signo = Interrupts::Wait(200);
+    const double elapsed = std::chrono::duration<double>(Clock::now() - start).count();
+    uint32_t progressSeconds = 0;
+    uint64_t bytes = 0;
+    recorder->GetProgress(&progressSeconds, &bytes);
+    const std::string dot = StderrIsTerminal() ? "\033[31m\u25cf\033[0m" : "*";
+    std::string levels;
+    for (auto [type, label] : {std::pair{0, "   system "}, std::pair{1, "   mic "}})
+      if (std::string bar = level->Take(type); !bar.empty()) levels += label + bar;
+    status.Show(dot + " REC " + FormatClock(progressSeconds) + limit + "   " +
+                FormatBytes(static_cast<int64_t>(bytes)) + levels + hint);
+    if (signo || (seconds > 0 && elapsed >= seconds)) break;
+  }
+  status.Finish();
+  Note("Stopping...");
+  recorder->Destroy();
+}
+
 void RecordUntilStopped(CScreenRecoderObject* recorder, double seconds, bool keys) {
   using Clock = std::chrono::steady_clock;
   StatusLine status;
@@ -302,7 +352,8 @@ void PrintSummary(const CapturedFile& f, const RecordOptions& o, const std::stri
   std::printf("  duration  %s\n", FormatSeconds(seconds).c_str());
   std::printf("  size      %s\n",
               FormatBytes(static_cast<int64_t>(fs::file_size(out, ec))).c_str());
-  std::printf("  video     %s %dx%d, %d fps\n", CodecTitle(o.codec), f.nWidth, f.nHeight, o.fps);
+  if (o.codec != kAudioOnly)
+    std::printf("  video     %s %dx%d, %d fps\n", CodecTitle(o.codec), f.nWidth, f.nHeight, o.fps);
   std::string sound;
   if (f.bWaveOutStream && fs::exists(ov::ToUtf8(f.szWaveOutFile), ec)) sound = "system sound";
   if (f.bWaveInStream && fs::exists(ov::ToUtf8(f.szWaveInFile), ec))
@@ -362,6 +413,43 @@ int Finish(const RecordOptions& o, TempFolder* temp, const std::string& out) {
   return kExitOk;
 }
 
+// A recording of sound alone: no display needed unless a countdown is shown.
+int RunSoundRecording(const RecordOptions& o, const std::string& out) {
+  if (o.countdown && !DisplayAnswers()) {
+    Error("--countdown needs an X display: set DISPLAY, or drop --countdown");
+    return kExitFailed;
+  }
+  Engine engine;
+  if (std::string missing = AssemblyMissing(o.codec); !missing.empty())
+    Note("Note: %s; the recording will stay as temp files.", missing.c_str());
+  std::string error;
+  TempFolder temp;
+  if (!temp.Make(o.tempFolder, &error)) {
+    Error("%s", error.c_str());
+    return kExitFailed;
+  }
+  AudioOpt audio{o.systemAudio ? 1 : 0, o.mic ? 1 : 0};
+  SoundLevel level;  // outlives the recorder, which calls it
+  CAudioRecoderObject* recorder = ovAudioRecord(ov::FromUtf8(temp.path).c_str(), audio, &level);
+  if (!recorder) {
+    if (GetCapturedFile()) FreeCapturedFile(1);
+    temp.RemoveIfOurs();
+    Error("the sound recording could not start; see %s", EngineLogPath().c_str());
+    return kExitFailed;
+  }
+  if (o.countdown && !ShowCountdown()) {
+    recorder->Destroy();
+    if (GetCapturedFile()) FreeCapturedFile(1);
+    temp.RemoveIfOurs();
+    Error("interrupted before the recording began");
+    return kExitFailed;
+  }
+  Note("Recording %s to %s", AudioWanted(o).c_str(), out.c_str());
+  for (int32_t type : {0, 1}) level.SetFormat(type, recorder->GetAudioFormat(type));
+  RecordSoundUntilStopped(recorder, &level, o.seconds);
+  return Finish(o, &temp, out);
+}
+
 }  // namespace
 
 int RunRecording(const RecordOptions& given) {
@@ -373,6 +461,7 @@ int RunRecording(const RecordOptions& given) {
     Error("%s", error.c_str());
     return kExitUsage;
   }
+  if (o.audioOnly) return RunSoundRecording(o, out);
   if (o.codec == CodecType_WMV || o.codec == CodecType_GIF) {
     if (std::string missing = AssemblyMissing(o.codec); !missing.empty()) {
       Error("%s", missing.c_str());
@@ -455,6 +544,13 @@ int RunRecording(const RecordOptions& given) {
   std::snprintf(windowId, sizeof windowId, "window 0x%llx",
                 static_cast<unsigned long long>(o.window));
   std::string what = o.window ? std::string(windowId) : Describe(video.rcScreen);
+  if (o.countdown && !ShowCountdown()) {
+    recorder->Destroy();
+    if (GetCapturedFile()) FreeCapturedFile(1);
+    temp.RemoveIfOurs();
+    Error("interrupted before the recording began");
+    return kExitFailed;
+  }
   Note("Recording %s (%s, %d fps, %s) to %s", what.c_str(), CodecTitle(o.codec), o.fps,
        AudioWanted(o).c_str(), out.c_str());
   RecordUntilStopped(recorder, o.seconds, o.box);

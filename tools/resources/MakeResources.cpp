@@ -194,6 +194,40 @@ bool WriteCursor(const std::string& path, const Painter& painter, int xHot, int 
   return fclose(file) == 0 && ok;
 }
 
+// A digit of the countdown before a recording: white strokes on a dark,
+// half transparent disc, so that the desktop shows round it. Drawn as
+// strokes rather than text, so that every machine draws the same digits.
+Painter Digit(int digit) {
+  return [digit](cairo_t* cr, double) {
+    cairo_arc(cr, 16, 16, 15, 0, 2 * M_PI);
+    Rgb(cr, 0x101820, 0.7);
+    cairo_fill_preserve(cr);
+    Rgb(cr, 0xFFFFFF);
+    cairo_set_line_width(cr, 1.0);
+    cairo_stroke(cr);
+    cairo_new_path(cr);
+    if (digit == 1) {
+      cairo_move_to(cr, 12.5, 11);
+      cairo_line_to(cr, 16.5, 7.5);
+      cairo_line_to(cr, 16.5, 24.5);
+      cairo_move_to(cr, 12.5, 24.5);
+      cairo_line_to(cr, 20.5, 24.5);
+    } else if (digit == 2) {
+      cairo_arc(cr, 16, 12, 4.5, M_PI, 2.25 * M_PI);
+      cairo_line_to(cr, 11.5, 24.5);
+      cairo_line_to(cr, 20.5, 24.5);
+    } else {
+      cairo_arc(cr, 16, 11.75, 4.25, -0.85 * M_PI, 0.5 * M_PI);
+      cairo_new_sub_path(cr);
+      cairo_arc(cr, 16, 20.25, 4.25, -0.5 * M_PI, 0.85 * M_PI);
+    }
+    cairo_set_line_width(cr, 2.5);
+    cairo_set_line_cap(cr, CAIRO_LINE_CAP_ROUND);
+    cairo_set_line_join(cr, CAIRO_LINE_JOIN_ROUND);
+    cairo_stroke(cr);
+  };
+}
+
 bool WritePng(const std::string& path, int width, int height, const Painter& painter) {
   cairo_surface_t* surface = Paint(width, height, painter);
   bool ok = cairo_surface_write_to_png(surface, path.c_str()) == CAIRO_STATUS_SUCCESS;
@@ -219,6 +253,8 @@ int main(int argc, char** argv) {
                      [](cairo_t* cr, double) { Mouse(cr, true); }) &&
             WritePng(images + "/Mouse-Right-Click.png", 64, 64,
                      [](cairo_t* cr, double) { Mouse(cr, false); });
+  for (int digit = 1; ok && digit <= 3; ++digit)
+    ok = WritePng(images + "/Countdown" + std::to_string(digit) + ".png", 256, 256, Digit(digit));
 
   struct CursorFile {
     const char* name;

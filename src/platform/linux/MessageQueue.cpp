@@ -114,3 +114,24 @@ void MessageQueue::RemoveMessages(uint32_t message) {
 }
 
 }  // namespace ov
+
+namespace ov {
+
+bool MessageQueue::Peek(uint32_t message, Message* msg) {
+  std::vector<pollfd> fds;
+  fds.reserve(m_watched.size());
+  for (const Watched& w : m_watched) fds.push_back(pollfd{w.fd, POLLIN, 0});
+  if (!fds.empty() && poll(fds.data(), fds.size(), 0) > 0) {
+    for (size_t i = 0; i < fds.size() && i < m_watched.size(); ++i)
+      if (fds[i].revents) m_watched[i].onReadable();
+  }
+  std::lock_guard lock(m_mutex);
+  auto it = std::find_if(m_messages.begin(), m_messages.end(),
+                         [message](const Message& m) { return m.message == message; });
+  if (it == m_messages.end()) return false;
+  *msg = *it;
+  m_messages.erase(it);
+  return true;
+}
+
+}  // namespace ov
