@@ -1,0 +1,179 @@
+// A camera that shows a fixed picture of flat colours at 30 frames a
+// second, in YUYV, NV12 or MJPEG: enough to check a preview's conversions,
+// layout and snapshots where no camera is plugged in.
+#include "platform/linux/PatternCamera.h"
+
+#include <jpeglib.h>
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <cstdlib>
+#include <cstring>
+#include <thread>
+
+namespace ov {
+
+namespace {
+
+std::atomic<bool> g_patternPresent{true};
+
+struct PatternFormat {
+  uint32_t fourcc;
+  const char* name;
+};
+constexpr PatternFormat kPatternFormats[] = {{FourCC('Y', 'U', 'Y', 'V'), "YUYV"},
+                                             {FourCC('N', 'V', '1', '2'), "NV12"},
+                                             {FourCC('M', 'J', 'P', 'G'), "MJPEG"}};
+
+uint32_t ColourAt(int x, int y) {
+  const int column = x * 4 / kTestCameraWidth, row = y * 2 / kTestCameraHeight;
+  return kTestCameraColours[row * 4 + column];
+}
+
+struct Yuv {
+  uint8_t y, u, v;
+};
+
+// Video-range BT.601, as cameras give it.
+Yuv ToYuv(uint32_t rgb) {
+  const int r = (rgb >> 16) & 0xFF, g = (rgb >> 8) & 0xFF, b = rgb & 0xFF;
+  return {static_cast<uint8_t>(((66 * r + 129 * g + 25 * b + 128) >> 8) + 16),
+          static_cast<uint8_t>(((-38 * r - 74 * g + 112 * b + 128) >> 8) + 128),
+          static_cast<uint8_t>(((112 * r - 94 * g - 18 * b + 128) >> 8) + 128)};
+}
+
+std::vector<uint8_t> MakeYuyv() {
+  std::vector<uint8_t> frame(static_cast<size_t>(kTestCameraWidth) * 2 * kTestCameraHeight);
+  uint8_t* p = frame.data();
+  for (int y = 0; y < kTestCameraHeight; ++y)
+    for (int x = 0; x < kTestCameraWidth; x += 2, p += 4) {
+      const Yuv c = ToYuv(ColourAt(x, y));
+      p[0] = c.y, p[1] = c.u, p[2] = c.y, p[3] = c.v;
+    }
+  return frame;
+}
+
+std::vector<uint8_t> MakeNv12() {
+  const size_t luma = static_cast<size_t>(kTestCameraWidth) * kTestCameraHeight;
+  std::vector<uint8_t> frame(luma * 3 / 2);
+  for (int y = 0; y < kTestCameraHeight; ++y)
+    for (int x = 0; x < kTestCameraWidth; ++x) {
+      const Yuv c = ToYuv(ColourAt(x, y));
+      frame[static_cast<size_t>(y) * kTestCameraWidth + x] = c.y;
+      if ((x | y) & 1) continue;
+      uint8_t* uv = frame.data() + luma + static_cast<size_t>(y / 2) * kTestCameraWidth + x;
+      uv[0] = c.u, uv[1] = c.v;
+    }
+  return frame;
+}
+
+std::vector<uint8_t> MakeMjpeg() {
+  std::vector<uint8_t> rgb(static_cast<size_t>(kTestCameraWidth) * 3 * kTestCameraHeight);
+  for (int y = 0; y < kTestCameraHeight; ++y)
+    for (int x = 0; x < kTestCameraWidth; ++x) {
+      const uint32_t c = ColourAt(x, y);
+      uint8_t* p = rgb.data() + (static_cast<size_t>(y) * kTestCameraWidth + x) * 3;
+      p[0] = static_cast<uint8_t>(c >> 16), p[1] = static_cast<uint8_t>(c >> 8);
+      p[2] = static_cast<uint8_t>(c);
+    }
+  jpeg_compress_struct jpeg{};
+  jpeg_error_mgr error{};
+  jpeg.err = jpeg_std_error(&error);
+  jpeg_create_compress(&jpeg);
+  unsigned char* out = nullptr;
+  unsigned long outBytes = 0;
+  jpeg_mem_dest(&jpeg, &out, &outBytes);
+  jpeg.image_width = kTestCameraWidth;
+  jpeg.image_height = kTestCameraHeight;
+  jpeg.input_components = 3;
+  jpeg.in_color_space = JCS_RGB;
+  jpeg_set_defaults(&jpeg);
+  jpeg_set_quality(&jpeg, 95, TRUE);
+  jpeg_start_compress(&jpeg, TRUE);
+  while (jpeg.next_scanline < jpeg.image_height) {
+    JSAMPROW row = rgb.data() + static_cast<size_t>(jpeg.next_scanline) * kTestCameraWidth * 3;
+    jpeg_write_scanlines(&jpeg, &row, 1);
+  }
+  jpeg_finish_compress(&jpeg);
+  std::vector<uint8_t> frame(out, out + outBytes);
+  jpeg_destroy_compress(&jpeg);
+  std::free(out);
+  return frame;
+}
+
+class PatternStream final : public CameraStream {
+ public:
+  explicit PatternStream(uint32_t fourcc) {
+    m_mode = {fourcc, kTestCameraWidth, kTestCameraHeight, 30, 1};
+    if (fourcc == FourCC('Y', 'U', 'Y', 'V')) {
+      m_frame = MakeYuyv();
+      m_stride = kTestCameraWidth * 2;
+    } else if (fourcc == FourCC('N', 'V', '1', '2')) {
+      m_frame = MakeNv12();
+      m_stride = kTestCameraWidth;
+    } else {
+      m_frame = MakeMjpeg();
+    }
+  }
+
+  const CameraMode& Mode() const override { return m_mode; }
+  int32_t Stride() const override { return m_stride; }
+  HRESULT Start() override {
+    m_next = std::chrono::steady_clock::now();
+    return g_patternPresent ? S_OK : kDeviceLost;
+  }
+  void Stop() override {}
+
+  HRESULT NextFrame(int timeoutMs, CameraFrame* frame) override {
+    const auto now = std::chrono::steady_clock::now();
+    if (m_next > now + std::chrono::milliseconds(timeoutMs)) {
+      std::this_thread::sleep_for(std::chrono::milliseconds(timeoutMs));
+      return g_patternPresent ? S_FALSE : kDeviceLost;
+    }
+    std::this_thread::sleep_until(m_next);
+    if (!g_patternPresent) return kDeviceLost;
+    m_next = std::max(m_next + std::chrono::milliseconds(33), now);
+    *frame = {m_frame.data(), m_frame.size(), m_stride};
+    return S_OK;
+  }
+  void ReleaseFrame() override {}
+
+ private:
+  CameraMode m_mode;
+  std::vector<uint8_t> m_frame;
+  int32_t m_stride = 0;
+  std::chrono::steady_clock::time_point m_next;
+};
+
+}  // namespace
+
+void SetTestCamerasPresent(bool present) { g_patternPresent = present; }
+
+std::vector<CameraInfo> ListPatternCameras() {
+  std::vector<CameraInfo> cameras;
+  const char* wanted = std::getenv("ORVANTA_TEST_CAMERA");
+  if (!wanted || !*wanted || !g_patternPresent) return cameras;
+  for (const PatternFormat& format : kPatternFormats) {
+    CameraInfo info;
+    info.name = std::string("Orvanta pattern camera ") + format.name;
+    info.path = std::string(kPatternCameraPrefix) + format.name;
+    info.identity = format.fourcc;
+    info.formats.push_back(
+        {format.fourcc, false, {{format.fourcc, kTestCameraWidth, kTestCameraHeight, 30, 1}}});
+    cameras.push_back(std::move(info));
+  }
+  return cameras;
+}
+
+HRESULT OpenPatternCamera(const std::string& path, std::unique_ptr<CameraStream>* stream) {
+  for (const PatternFormat& format : kPatternFormats)
+    if (path == std::string(kPatternCameraPrefix) + format.name) {
+      if (!g_patternPresent) return CameraStream::kDeviceLost;
+      *stream = std::make_unique<PatternStream>(format.fourcc);
+      return S_OK;
+    }
+  return E_INVALIDARG;
+}
+
+}  // namespace ov
