@@ -16,13 +16,15 @@ struct CameraDevice {
   uint32_t hash;                  // the same for the same device wherever it is plugged in
 };
 
-// Implemented by the host; called on the preview's own thread.
+// Implemented by the host.
 class CCameraCallback {
  public:
-  // Each time the preview takes a frame size, and before its first frame.
+  // When the preview takes the camera's frame size: inside OpenCamera, on
+  // its thread, before the first frame.
   virtual void OnVideoSize(int width, int height) = 0;
-  // The preview has ended by itself: the camera is gone or failed. The
-  // object stays until the host destroys it.
+  // The preview has ended by itself: the camera is gone or failed. Called
+  // once, on the preview's own thread; the object stays until the host
+  // destroys it (which it may do from here).
   virtual void OnGraphEnd() = 0;
 
  protected:

@@ -123,7 +123,12 @@ class CVideoCapturePrev final : public CCameraObject {
       m_bRun = false;
     }
     m_StateChanged.notify_all();
-    if (m_thread.joinable()) m_thread.join();
+    // A host may destroy the preview from OnGraphEnd, on the capture thread
+    // itself, which touches nothing of the object after that call.
+    if (m_thread.joinable() && m_thread.get_id() == std::this_thread::get_id())
+      m_thread.detach();
+    else if (m_thread.joinable())
+      m_thread.join();
     m_pRenderer.reset();
     m_pStream.reset();
   }

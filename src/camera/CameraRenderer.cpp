@@ -275,13 +275,21 @@ void CCameraRenderer::Stretch() {
   }
 }
 
+// The frame is copied under the lock and encoded outside it, so that the
+// preview does not stand still while a file is written.
 HRESULT CCameraRenderer::SaveImage(int encoder, const wchar_t* pwszFile) {
-  std::lock_guard<std::mutex> lock(m_csRender);
-  if (!m_bHaveFrame) {
-    WriteLog(ov::kErr, "No camera picture to save yet\n");
-    return E_FAIL;
+  std::vector<uint8_t> pixels;
+  int32_t width, height;
+  {
+    std::lock_guard<std::mutex> lock(m_csRender);
+    if (!m_bHaveFrame) {
+      WriteLog(ov::kErr, "No camera picture to save yet\n");
+      return E_FAIL;
+    }
+    width = m_VideoWidth, height = m_VideoHeight;
+    pixels.assign(m_pFrame, m_pFrame + static_cast<size_t>(width) * 4 * height);
   }
-  const ov::StillPicture picture{m_pFrame, m_VideoWidth, m_VideoHeight, m_VideoWidth * 4};
+  const ov::StillPicture picture{pixels.data(), width, height, width * 4};
   HRESULT hr;
   if (OV_FAILED(hr, ov::SaveImageFile(encoder, picture, pwszFile))) return hr;
   return S_OK;

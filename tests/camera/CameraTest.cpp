@@ -112,6 +112,7 @@ TEST_F(CameraTest, IndexOutsideTheListFailsWithItsMessage) {
 TEST_F(CameraTest, PatternShowsCentredThenScaledAndSnapshotsDecodeToIt) {
   UsePatternCameras(true);
   ASSERT_EQ(GetCameraDeviceCount(), 3);
+  EXPECT_EQ(OpenCamera(0, 0, nullptr), nullptr);  // no window
   ovtest::ScratchFolder folder("ovcamera");
   for (int index = 0; index < 3; ++index) {
     SCOPED_TRACE(ov::ToUtf8(GetCameraDevice(index)->Name));
@@ -160,6 +161,8 @@ TEST_F(CameraTest, VanishingCameraEndsThePreviewWithALogLineAndTheCallback) {
   CCameraObject* camera = OpenCamera(m_window, 1, &callback);
   ASSERT_NE(camera, nullptr);
   ASSERT_TRUE(WaitUntil([&] { return WindowShowsPattern(80, 60, 320, 240); }));
+  EXPECT_EQ(camera->Pause(), S_OK);
+  EXPECT_EQ(camera->Run(), S_OK);
   ovtest::LogMark mark;
   ov::SetTestCamerasPresent(false);
   EXPECT_TRUE(WaitUntil([&] { return callback.ends == 1; }));
