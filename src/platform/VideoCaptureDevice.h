@@ -75,7 +75,8 @@ class CameraStream {
 };
 
 // The pattern sources' picture: 4 columns by 2 rows of flat colours, each
-// 0xRRGGBB, row by row.
+// 0xRRGGBB, row by row, at the size below unless ORVANTA_TEST_CAMERA holds
+// another ("1280x720").
 inline constexpr uint32_t kTestCameraColours[8] = {0xD03030, 0x30D030, 0x3030D0, 0xD0D030,
                                                    0x30D0D0, 0xD030D0, 0xD0D0D0, 0x303030};
 inline constexpr int32_t kTestCameraWidth = 320, kTestCameraHeight = 240;

@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <atomic>
 #include <chrono>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <thread>
@@ -26,8 +27,8 @@ constexpr PatternFormat kPatternFormats[] = {{FourCC('Y', 'U', 'Y', 'V'), "YUYV"
                                              {FourCC('N', 'V', '1', '2'), "NV12"},
                                              {FourCC('M', 'J', 'P', 'G'), "MJPEG"}};
 
-uint32_t ColourAt(int x, int y) {
-  const int column = x * 4 / kTestCameraWidth, row = y * 2 / kTestCameraHeight;
+uint32_t ColourAt(int x, int y, int width, int height) {
+  const int column = x * 4 / width, row = y * 2 / height;
   return kTestCameraColours[row * 4 + column];
 }
 
@@ -43,37 +44,37 @@ Yuv ToYuv(uint32_t rgb) {
           static_cast<uint8_t>(((112 * r - 94 * g - 18 * b + 128) >> 8) + 128)};
 }
 
-std::vector<uint8_t> MakeYuyv() {
-  std::vector<uint8_t> frame(static_cast<size_t>(kTestCameraWidth) * 2 * kTestCameraHeight);
+std::vector<uint8_t> MakeYuyv(int width, int height) {
+  std::vector<uint8_t> frame(static_cast<size_t>(width) * 2 * height);
   uint8_t* p = frame.data();
-  for (int y = 0; y < kTestCameraHeight; ++y)
-    for (int x = 0; x < kTestCameraWidth; x += 2, p += 4) {
-      const Yuv c = ToYuv(ColourAt(x, y));
+  for (int y = 0; y < height; ++y)
+    for (int x = 0; x < width; x += 2, p += 4) {
+      const Yuv c = ToYuv(ColourAt(x, y, width, height));
       p[0] = c.y, p[1] = c.u, p[2] = c.y, p[3] = c.v;
     }
   return frame;
 }
 
-std::vector<uint8_t> MakeNv12() {
-  const size_t luma = static_cast<size_t>(kTestCameraWidth) * kTestCameraHeight;
+std::vector<uint8_t> MakeNv12(int width, int height) {
+  const size_t luma = static_cast<size_t>(width) * height;
   std::vector<uint8_t> frame(luma * 3 / 2);
-  for (int y = 0; y < kTestCameraHeight; ++y)
-    for (int x = 0; x < kTestCameraWidth; ++x) {
-      const Yuv c = ToYuv(ColourAt(x, y));
-      frame[static_cast<size_t>(y) * kTestCameraWidth + x] = c.y;
+  for (int y = 0; y < height; ++y)
+    for (int x = 0; x < width; ++x) {
+      const Yuv c = ToYuv(ColourAt(x, y, width, height));
+      frame[static_cast<size_t>(y) * width + x] = c.y;
       if ((x | y) & 1) continue;
-      uint8_t* uv = frame.data() + luma + static_cast<size_t>(y / 2) * kTestCameraWidth + x;
+      uint8_t* uv = frame.data() + luma + static_cast<size_t>(y / 2) * width + x;
       uv[0] = c.u, uv[1] = c.v;
     }
   return frame;
 }
 
-std::vector<uint8_t> MakeMjpeg() {
-  std::vector<uint8_t> rgb(static_cast<size_t>(kTestCameraWidth) * 3 * kTestCameraHeight);
-  for (int y = 0; y < kTestCameraHeight; ++y)
-    for (int x = 0; x < kTestCameraWidth; ++x) {
-      const uint32_t c = ColourAt(x, y);
-      uint8_t* p = rgb.data() + (static_cast<size_t>(y) * kTestCameraWidth + x) * 3;
+std::vector<uint8_t> MakeMjpeg(int width, int height) {
+  std::vector<uint8_t> rgb(static_cast<size_t>(width) * 3 * height);
+  for (int y = 0; y < height; ++y)
+    for (int x = 0; x < width; ++x) {
+      const uint32_t c = ColourAt(x, y, width, height);
+      uint8_t* p = rgb.data() + (static_cast<size_t>(y) * width + x) * 3;
       p[0] = static_cast<uint8_t>(c >> 16), p[1] = static_cast<uint8_t>(c >> 8);
       p[2] = static_cast<uint8_t>(c);
     }
@@ -84,15 +85,15 @@ std::vector<uint8_t> MakeMjpeg() {
   unsigned char* out = nullptr;
   unsigned long outBytes = 0;
   jpeg_mem_dest(&jpeg, &out, &outBytes);
-  jpeg.image_width = kTestCameraWidth;
-  jpeg.image_height = kTestCameraHeight;
+  jpeg.image_width = width;
+  jpeg.image_height = height;
   jpeg.input_components = 3;
   jpeg.in_color_space = JCS_RGB;
   jpeg_set_defaults(&jpeg);
   jpeg_set_quality(&jpeg, 95, TRUE);
   jpeg_start_compress(&jpeg, TRUE);
   while (jpeg.next_scanline < jpeg.image_height) {
-    JSAMPROW row = rgb.data() + static_cast<size_t>(jpeg.next_scanline) * kTestCameraWidth * 3;
+    JSAMPROW row = rgb.data() + static_cast<size_t>(jpeg.next_scanline) * width * 3;
     jpeg_write_scanlines(&jpeg, &row, 1);
   }
   jpeg_finish_compress(&jpeg);
@@ -104,16 +105,16 @@ std::vector<uint8_t> MakeMjpeg() {
 
 class PatternStream final : public CameraStream {
  public:
-  explicit PatternStream(uint32_t fourcc) {
-    m_mode = {fourcc, kTestCameraWidth, kTestCameraHeight, 30, 1};
+  PatternStream(uint32_t fourcc, int width, int height) {
+    m_mode = {fourcc, width, height, 30, 1};
     if (fourcc == FourCC('Y', 'U', 'Y', 'V')) {
-      m_frame = MakeYuyv();
-      m_stride = kTestCameraWidth * 2;
+      m_frame = MakeYuyv(width, height);
+      m_stride = width * 2;
     } else if (fourcc == FourCC('N', 'V', '1', '2')) {
-      m_frame = MakeNv12();
-      m_stride = kTestCameraWidth;
+      m_frame = MakeNv12(width, height);
+      m_stride = width;
     } else {
-      m_frame = MakeMjpeg();
+      m_frame = MakeMjpeg(width, height);
     }
   }
 
@@ -146,6 +147,16 @@ class PatternStream final : public CameraStream {
   std::chrono::steady_clock::time_point m_next;
 };
 
+// The size the environment asks for ("1", or a size such as "1280x720").
+void PatternSize(int* width, int* height) {
+  *width = kTestCameraWidth, *height = kTestCameraHeight;
+  const char* wanted = std::getenv("ORVANTA_TEST_CAMERA");
+  int w = 0, h = 0;
+  if (wanted && std::sscanf(wanted, "%dx%d", &w, &h) == 2 && w >= 8 && h >= 8 && w <= 4096 &&
+      h <= 4096)
+    *width = w & ~7, *height = h & ~7;
+}
+
 }  // namespace
 
 void SetTestCamerasPresent(bool present) { g_patternPresent = present; }
@@ -154,13 +165,14 @@ std::vector<CameraInfo> ListPatternCameras() {
   std::vector<CameraInfo> cameras;
   const char* wanted = std::getenv("ORVANTA_TEST_CAMERA");
   if (!wanted || !*wanted || !g_patternPresent) return cameras;
+  int width, height;
+  PatternSize(&width, &height);
   for (const PatternFormat& format : kPatternFormats) {
     CameraInfo info;
     info.name = std::string("Orvanta pattern camera ") + format.name;
     info.path = std::string(kPatternCameraPrefix) + format.name;
     info.identity = format.fourcc;
-    info.formats.push_back(
-        {format.fourcc, false, {{format.fourcc, kTestCameraWidth, kTestCameraHeight, 30, 1}}});
+    info.formats.push_back({format.fourcc, false, {{format.fourcc, width, height, 30, 1}}});
     cameras.push_back(std::move(info));
   }
   return cameras;
@@ -170,7 +182,9 @@ HRESULT OpenPatternCamera(const std::string& path, std::unique_ptr<CameraStream>
   for (const PatternFormat& format : kPatternFormats)
     if (path == std::string(kPatternCameraPrefix) + format.name) {
       if (!g_patternPresent) return CameraStream::kDeviceLost;
-      *stream = std::make_unique<PatternStream>(format.fourcc);
+      int width, height;
+      PatternSize(&width, &height);
+      *stream = std::make_unique<PatternStream>(format.fourcc, width, height);
       return S_OK;
     }
   return E_INVALIDARG;
