@@ -105,6 +105,8 @@ std::vector<CameraMode> SizesOf(int fd, uint32_t fourcc) {
     add(s.max_width, s.max_height);
     break;
   }
+  // A driver that lists no sizes takes a common one and says what it gave.
+  if (sizes.empty()) add(640, 480);
   return sizes;
 }
 
