@@ -50,8 +50,10 @@ const CCameraRenderer::Format kFormats[] = {
     {"XRGB32", FourCC('X', 'R', '2', '4'), RowLayout::kPacked32, CopyBgr32},
     {"ARGB32", FourCC('A', 'R', '2', '4'), RowLayout::kPacked32, CopyBgr32},
     {"RGB24", FourCC('B', 'G', 'R', '3'), RowLayout::kPacked24, ImageConvert_BGR24_to_BGR32},
-    {"I420", FourCC('Y', 'U', '1', '2'), RowLayout::kPlanar420, ImageConvert_I420_to_RGB32},
-    {"YV12", FourCC('Y', 'V', '1', '2'), RowLayout::kPlanar420, ImageConvert_YV12_to_RGB32},
+    // The planar routines build the first byte from V; a camera's blue is
+    // made from U, so each plane order takes the routine of the other.
+    {"I420", FourCC('Y', 'U', '1', '2'), RowLayout::kPlanar420, ImageConvert_YV12_to_RGB32},
+    {"YV12", FourCC('Y', 'V', '1', '2'), RowLayout::kPlanar420, ImageConvert_I420_to_RGB32},
 };
 
 const CCameraRenderer::Format* Find(uint32_t fourcc) {
