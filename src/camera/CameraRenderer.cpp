@@ -9,6 +9,7 @@
 
 #include "core/Log.h"
 #include "overlay/ImageFiles.h"
+#include "pixels/PixelDispatch.h"
 #include "pixels/Pixels.h"
 
 using ov::FourCC;
@@ -50,10 +51,10 @@ const CCameraRenderer::Format kFormats[] = {
     {"XRGB32", FourCC('X', 'R', '2', '4'), RowLayout::kPacked32, CopyBgr32},
     {"ARGB32", FourCC('A', 'R', '2', '4'), RowLayout::kPacked32, CopyBgr32},
     {"RGB24", FourCC('B', 'G', 'R', '3'), RowLayout::kPacked24, ImageConvert_BGR24_to_BGR32},
-    // The planar routines build the first byte from V; a camera's blue is
-    // made from U, so each plane order takes the routine of the other.
-    {"I420", FourCC('Y', 'U', '1', '2'), RowLayout::kPlanar420, ImageConvert_YV12_to_RGB32},
-    {"YV12", FourCC('Y', 'V', '1', '2'), RowLayout::kPlanar420, ImageConvert_I420_to_RGB32},
+    // Cameras give planar 4:2:0 in video range, as NV12: the chroma planes
+    // are interleaved and shown through the NV12 kernel.
+    {"I420", FourCC('Y', 'U', '1', '2'), RowLayout::kPlanar420, nullptr},
+    {"YV12", FourCC('Y', 'V', '1', '2'), RowLayout::kPlanar420, nullptr},
 };
 
 const CCameraRenderer::Format* Find(uint32_t fourcc) {
@@ -145,7 +146,10 @@ class CCameraRenderer::JpegDecoder {
 CCameraRenderer::CCameraRenderer(CameraDevice* pDevice, HWND hWnd, CCameraCallback* pCallback)
     : pCallback(pCallback), m_pDevice(pDevice), m_hWnd(hWnd) {}
 
-CCameraRenderer::~CCameraRenderer() { std::free(m_pFrame); }
+CCameraRenderer::~CCameraRenderer() {
+  std::free(m_pFrame);
+  std::free(m_pChroma);
+}
 
 bool CCameraRenderer::Shows(uint32_t fourcc) { return Find(fourcc) != nullptr; }
 
@@ -188,6 +192,13 @@ HRESULT CCameraRenderer::CheckMediaType(const ov::CameraMode& mode, int32_t stri
     if (!m_pFrame) return E_OUTOFMEMORY;
   }
   std::memset(m_pFrame, 0, bytes);
+  std::free(m_pChroma);
+  m_pChroma = nullptr;
+  if (format->layout == RowLayout::kPlanar420) {
+    const size_t chroma = (static_cast<size_t>(m_nSrcStride) * (mode.height / 2) + 63) / 64 * 64;
+    m_pChroma = static_cast<uint8_t*>(std::aligned_alloc(64, chroma));
+    if (!m_pChroma) return E_OUTOFMEMORY;
+  }
   m_bHaveFrame = false;
   m_pFormat = format;
   m_VideoWidth = mode.width;
@@ -242,11 +253,29 @@ HRESULT CCameraRenderer::DoRenderSample(const ov::CameraFrame& frame) {
     if (!m_pJpeg->Decode(frame.data, frame.bytes, m_pFrame, w, h)) return S_FALSE;
   } else {
     if (frame.bytes < m_nSrcBytes) return S_FALSE;
-    m_pFormat->convert(m_pFrame, w * 4, frame.data, m_nSrcStride, w, h);
+    if (m_pFormat->convert)
+      m_pFormat->convert(m_pFrame, w * 4, frame.data, m_nSrcStride, w, h);
+    else
+      ConvertPlanar(frame.data);
   }
   m_bHaveFrame = true;
   Stretch();
   return m_pPresenter->Present(m_rcDest) ? S_OK : E_FAIL;
+}
+
+void CCameraRenderer::ConvertPlanar(const uint8_t* y) {
+  const int32_t w = m_VideoWidth & ~1, h = m_VideoHeight & ~1, stride = m_nSrcStride;
+  const uint8_t* first = y + static_cast<size_t>(stride) * m_VideoHeight;
+  const uint8_t* second = first + static_cast<size_t>(stride / 2) * (m_VideoHeight / 2);
+  const bool vFirst = m_pFormat->fourcc == FourCC('Y', 'V', '1', '2');
+  const uint8_t* u = vFirst ? second : first;
+  const uint8_t* v = vFirst ? first : second;
+  for (int32_t row = 0; row < h / 2; ++row) {
+    uint8_t* uv = m_pChroma + static_cast<size_t>(row) * stride;
+    const size_t at = static_cast<size_t>(row) * (stride / 2);
+    for (int32_t k = 0; k < w / 2; ++k) uv[2 * k] = u[at + k], uv[2 * k + 1] = v[at + k];
+  }
+  ov::ActivePixelKernels().nv12ToBgr32(m_pFrame, m_VideoWidth * 4, y, m_pChroma, stride, w, h);
 }
 
 void CCameraRenderer::Stretch() {

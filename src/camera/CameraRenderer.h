@@ -46,6 +46,7 @@ class CCameraRenderer : private ov::NonCopyable {
   class JpegDecoder;
   void Layout();
   void Stretch();
+  void ConvertPlanar(const uint8_t* y);
 
   CCameraCallback* pCallback;
   std::unique_ptr<ov::WindowPresenter> m_pPresenter;
@@ -62,6 +63,7 @@ class CCameraRenderer : private ov::NonCopyable {
   // The last frame in 32-bit pixels, tight rows, 64-byte aligned.
   uint8_t* m_pFrame = nullptr;
   size_t m_nFrameBytes = 0;
+  uint8_t* m_pChroma = nullptr;  // planar chroma interleaved, at the source's stride
   bool m_bHaveFrame = false;
   // Bilinear scaling: per output column and row, the first source column or
   // row and the weight (0..256) of the one after it.

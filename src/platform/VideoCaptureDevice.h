@@ -3,7 +3,7 @@
 //
 // With ORVANTA_TEST_CAMERA set in the environment the list holds built-in
 // pattern sources instead, one per format that cameras commonly give
-// (YUYV, NV12, MJPEG), so that the preview can be checked on a machine
+// (YUYV, NV12, MJPEG, I420), so that the preview can be checked on a machine
 // without a camera.
 #pragma once
 

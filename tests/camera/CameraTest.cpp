@@ -1,5 +1,5 @@
 // Camera previews on a private X server. Without a camera the list is empty
-// and opening fails; the built-in pattern cameras (YUYV, NV12, MJPEG) show
+// and opening fails; the built-in pattern cameras (YUYV, NV12, MJPEG, I420) show
 // their picture in a test window, centred and then scaled, save it as a
 // snapshot, and end with a log line and the callback when they vanish. A
 // real V4L2 camera is previewed where the machine has one.
@@ -111,10 +111,10 @@ TEST_F(CameraTest, IndexOutsideTheListFailsWithItsMessage) {
 
 TEST_F(CameraTest, PatternShowsCentredThenScaledAndSnapshotsDecodeToIt) {
   UsePatternCameras(true);
-  ASSERT_EQ(GetCameraDeviceCount(), 3);
+  ASSERT_EQ(GetCameraDeviceCount(), 4);
   EXPECT_EQ(OpenCamera(0, 0, nullptr), nullptr);  // no window
   ovtest::ScratchFolder folder("ovcamera");
-  for (int index = 0; index < 3; ++index) {
+  for (int index = 0; index < 4; ++index) {
     SCOPED_TRACE(ov::ToUtf8(GetCameraDevice(index)->Name));
     XResizeWindow(m_display, m_window, 480, 360);
     XSync(m_display, False);

@@ -1,5 +1,5 @@
 // A camera that shows a fixed picture of flat colours at 30 frames a
-// second, in YUYV, NV12 or MJPEG: enough to check a preview's conversions,
+// second, in YUYV, NV12, MJPEG or I420: enough to check a preview's conversions,
 // layout and snapshots where no camera is plugged in.
 #include "platform/linux/PatternCamera.h"
 
@@ -25,7 +25,8 @@ struct PatternFormat {
 };
 constexpr PatternFormat kPatternFormats[] = {{FourCC('Y', 'U', 'Y', 'V'), "YUYV"},
                                              {FourCC('N', 'V', '1', '2'), "NV12"},
-                                             {FourCC('M', 'J', 'P', 'G'), "MJPEG"}};
+                                             {FourCC('M', 'J', 'P', 'G'), "MJPEG"},
+                                             {FourCC('Y', 'U', '1', '2'), "I420"}};
 
 uint32_t ColourAt(int x, int y, int width, int height) {
   const int column = x * 4 / width, row = y * 2 / height;
@@ -55,7 +56,8 @@ std::vector<uint8_t> MakeYuyv(int width, int height) {
   return frame;
 }
 
-std::vector<uint8_t> MakeNv12(int width, int height) {
+// 4:2:0 with the chroma interleaved (NV12) or in a U plane and a V plane.
+std::vector<uint8_t> Make420(int width, int height, bool interleaved) {
   const size_t luma = static_cast<size_t>(width) * height;
   std::vector<uint8_t> frame(luma * 3 / 2);
   for (int y = 0; y < height; ++y)
@@ -63,8 +65,14 @@ std::vector<uint8_t> MakeNv12(int width, int height) {
       const Yuv c = ToYuv(ColourAt(x, y, width, height));
       frame[static_cast<size_t>(y) * width + x] = c.y;
       if ((x | y) & 1) continue;
-      uint8_t* uv = frame.data() + luma + static_cast<size_t>(y / 2) * width + x;
-      uv[0] = c.u, uv[1] = c.v;
+      uint8_t* chroma = frame.data() + luma;
+      if (interleaved) {
+        uint8_t* uv = chroma + static_cast<size_t>(y / 2) * width + x;
+        uv[0] = c.u, uv[1] = c.v;
+      } else {
+        const size_t at = static_cast<size_t>(y / 2) * (width / 2) + x / 2;
+        chroma[at] = c.u, chroma[luma / 4 + at] = c.v;
+      }
     }
   return frame;
 }
@@ -110,8 +118,8 @@ class PatternStream final : public CameraStream {
     if (fourcc == FourCC('Y', 'U', 'Y', 'V')) {
       m_frame = MakeYuyv(width, height);
       m_stride = width * 2;
-    } else if (fourcc == FourCC('N', 'V', '1', '2')) {
-      m_frame = MakeNv12(width, height);
+    } else if (fourcc == FourCC('N', 'V', '1', '2') || fourcc == FourCC('Y', 'U', '1', '2')) {
+      m_frame = Make420(width, height, fourcc == FourCC('N', 'V', '1', '2'));
       m_stride = width;
     } else {
       m_frame = MakeMjpeg(width, height);
