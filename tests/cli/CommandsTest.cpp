@@ -56,7 +56,7 @@ TEST(Commands, CamerasAreListedAndShownWithASnapshotKey) {
   CliResult r = RunCli({"cameras"}, pattern);
   ASSERT_EQ(r.exitCode, 0) << r.err;
   EXPECT_NE(r.out.find("\n  2  Orvanta pattern camera MJPEG"), std::string::npos) << r.out;
-  EXPECT_EQ(RunCli({"camera", "3"}, pattern).exitCode, 1);
+  EXPECT_EQ(RunCli({"camera", "4"}, pattern).exitCode, 1);
   CliProcess camera({"camera", "2"}, pattern);
   ASSERT_TRUE(camera.WaitForErr("320x240; s: snapshot", 60000));
   std::string window = ovtest::RunCapture("xdotool search --name '^Orvanta camera'");
