@@ -1,5 +1,6 @@
 #include "camera/CameraRenderer.h"
 
+#include <jerror.h>
 #include <jpeglib.h>
 
 #include <algorithm>
@@ -108,6 +109,12 @@ class CCameraRenderer::JpegDecoder {
       std::longjmp(reinterpret_cast<ErrorManager*>(jpeg->err)->jump, 1);
     };
     m_error.base.output_message = [](j_common_ptr) {};
+    // Of the warnings only a cut frame counts: many cameras send stray bytes
+    // between markers in every frame.
+    m_error.base.emit_message = [](j_common_ptr jpeg, int level) {
+      if (level < 0 && jpeg->err->msg_code == JWRN_JPEG_EOF)
+        reinterpret_cast<ErrorManager*>(jpeg->err)->cut = true;
+    };
     jpeg_create_decompress(&m_jpeg);
   }
   ~JpegDecoder() { jpeg_destroy_decompress(&m_jpeg); }
@@ -117,6 +124,7 @@ class CCameraRenderer::JpegDecoder {
       jpeg_abort_decompress(&m_jpeg);
       return false;
     }
+    m_error.cut = false;
     jpeg_mem_src(&m_jpeg, data, static_cast<unsigned long>(bytes));
     if (jpeg_read_header(&m_jpeg, TRUE) != JPEG_HEADER_OK ||
         m_jpeg.image_width != static_cast<JDIMENSION>(width) ||
@@ -131,13 +139,14 @@ class CCameraRenderer::JpegDecoder {
       jpeg_read_scanlines(&m_jpeg, &row, 1);
     }
     jpeg_finish_decompress(&m_jpeg);
-    return true;
+    return !m_error.cut;
   }
 
  private:
   struct ErrorManager {
     jpeg_error_mgr base;
     std::jmp_buf jump;
+    bool cut;
   };
   jpeg_decompress_struct m_jpeg{};
   ErrorManager m_error{};
@@ -148,7 +157,7 @@ CCameraRenderer::CCameraRenderer(CameraDevice* pDevice, HWND hWnd, CCameraCallba
 
 CCameraRenderer::~CCameraRenderer() {
   std::free(m_pFrame);
-  std::free(m_pChroma);
+  std::free(m_pScratch);
 }
 
 bool CCameraRenderer::Shows(uint32_t fourcc) { return Find(fourcc) != nullptr; }
@@ -192,12 +201,16 @@ HRESULT CCameraRenderer::CheckMediaType(const ov::CameraMode& mode, int32_t stri
     if (!m_pFrame) return E_OUTOFMEMORY;
   }
   std::memset(m_pFrame, 0, bytes);
-  std::free(m_pChroma);
-  m_pChroma = nullptr;
-  if (format->layout == RowLayout::kPlanar420) {
-    const size_t chroma = (static_cast<size_t>(m_nSrcStride) * (mode.height / 2) + 63) / 64 * 64;
-    m_pChroma = static_cast<uint8_t*>(std::aligned_alloc(64, chroma));
-    if (!m_pChroma) return E_OUTOFMEMORY;
+  std::free(m_pScratch);
+  m_pScratch = nullptr;
+  size_t scratch = 0;
+  if (format->layout == RowLayout::kPlanar420)
+    scratch = (static_cast<size_t>(m_nSrcStride) * (mode.height / 2) + 63) / 64 * 64;
+  else if (format->layout == RowLayout::kCompressed)
+    scratch = bytes;
+  if (scratch) {
+    m_pScratch = static_cast<uint8_t*>(std::aligned_alloc(64, scratch));
+    if (!m_pScratch) return E_OUTOFMEMORY;
   }
   m_bHaveFrame = false;
   m_pFormat = format;
@@ -250,7 +263,10 @@ HRESULT CCameraRenderer::DoRenderSample(const ov::CameraFrame& frame) {
   if (m_bLayoutRequest.exchange(0)) Layout();
   const int32_t w = m_VideoWidth, h = m_VideoHeight;
   if (m_pFormat->layout == RowLayout::kCompressed) {
-    if (!m_pJpeg->Decode(frame.data, frame.bytes, m_pFrame, w, h)) return S_FALSE;
+    // A frame that does not decode whole (a camera short of bandwidth sends
+    // cut ones) leaves the last good picture in place.
+    if (!m_pJpeg->Decode(frame.data, frame.bytes, m_pScratch, w, h)) return S_FALSE;
+    std::swap(m_pFrame, m_pScratch);
   } else {
     if (frame.bytes < m_nSrcBytes) return S_FALSE;
     if (m_pFormat->convert)
@@ -271,11 +287,11 @@ void CCameraRenderer::ConvertPlanar(const uint8_t* y) {
   const uint8_t* u = vFirst ? second : first;
   const uint8_t* v = vFirst ? first : second;
   for (int32_t row = 0; row < h / 2; ++row) {
-    uint8_t* uv = m_pChroma + static_cast<size_t>(row) * stride;
+    uint8_t* uv = m_pScratch + static_cast<size_t>(row) * stride;
     const size_t at = static_cast<size_t>(row) * (stride / 2);
     for (int32_t k = 0; k < w / 2; ++k) uv[2 * k] = u[at + k], uv[2 * k + 1] = v[at + k];
   }
-  ov::ActivePixelKernels().nv12ToBgr32(m_pFrame, m_VideoWidth * 4, y, m_pChroma, stride, w, h);
+  ov::ActivePixelKernels().nv12ToBgr32(m_pFrame, m_VideoWidth * 4, y, m_pScratch, stride, w, h);
 }
 
 void CCameraRenderer::Stretch() {

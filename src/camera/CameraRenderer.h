@@ -63,7 +63,9 @@ class CCameraRenderer : private ov::NonCopyable {
   // The last frame in 32-bit pixels, tight rows, 64-byte aligned.
   uint8_t* m_pFrame = nullptr;
   size_t m_nFrameBytes = 0;
-  uint8_t* m_pChroma = nullptr;  // planar chroma interleaved, at the source's stride
+  // Planar chroma interleaved at the source's stride, or the picture a JPEG
+  // frame is decoded into before it replaces the last one.
+  uint8_t* m_pScratch = nullptr;
   bool m_bHaveFrame = false;
   // Bilinear scaling: per output column and row, the first source column or
   // row and the weight (0..256) of the one after it.
