@@ -5,4 +5,5 @@ pkg_check_modules(FFMPEG REQUIRED IMPORTED_TARGET libavcodec libavformat libavut
 pkg_check_modules(CAIRO REQUIRED IMPORTED_TARGET cairo pangocairo)
 # The still-picture formats; giflib ships no pkg-config file.
 pkg_check_modules(IMAGES REQUIRED IMPORTED_TARGET libpng libjpeg libtiff-4)
+pkg_check_modules(V4L2 REQUIRED IMPORTED_TARGET libv4l2)
 find_package(GIF REQUIRED)

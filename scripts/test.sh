@@ -24,5 +24,5 @@ ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 LSAN_OPTIONS=suppressions=$PWD/test
   run_build build-asan . -DCMAKE_BUILD_TYPE=Debug -DORVANTA_SANITIZE=ON
 # ThreadSanitizer on the programs whose subjects run threads of their own.
 TSAN_OPTIONS="halt_on_error=1 suppressions=$PWD/tests/tsan.supp" \
-  run_build build-tsan '^(capture|session|audio|encode|output|overlay|wmv|playback|notify)$' -DCMAKE_BUILD_TYPE=Debug -DORVANTA_TSAN=ON
+  run_build build-tsan '^(capture|session|audio|encode|output|overlay|wmv|playback|notify|camera)$' -DCMAKE_BUILD_TYPE=Debug -DORVANTA_TSAN=ON
 echo "all tests passed"

@@ -5,6 +5,7 @@
 #include "orvanta/audiodevices.h"
 #include "orvanta/audiorecorder.h"
 #include "orvanta/boxes.h"
+#include "orvanta/camera.h"
 #include "orvanta/canvas.h"
 #include "orvanta/captured.h"
 #include "orvanta/displays.h"

@@ -4,6 +4,7 @@
 #include <new>
 
 #include "audio/AudioCatalogue.h"
+#include "camera/CameraDevice.h"
 #include "capture/CursorCatalogue.h"
 #include "capture/DisplayCatalogue.h"
 #include "capture/MagnifierHost.h"
@@ -116,8 +117,7 @@ extern "C" HRESULT ovInitialize() {
   g_mainThreadId = CurrentThreadId();
   InstallCrashReporter(g_mainThreadId);
   // The steps of subsystems still to come take their places in this order:
-  // the image encoders after the displays; the camera catalogue after the
-  // encoders.
+  // the image encoders after the displays.
   std::set_new_handler(OnAllocationFailure);
   ReportVideoHardware();
   BuildDisplayCatalogue();
@@ -125,6 +125,7 @@ extern "C" HRESULT ovInitialize() {
   InitializePixelDispatch();
   LoadCursors();
   ProbeVideoEncoders();
+  BuildCameraCatalogue();
   BuildAudioCatalogue(EnumAudioCodecs);
   ProbeGraphics();
   ProbeHardwareCapture();

@@ -50,6 +50,29 @@ TEST(Commands, DisplaysAndDevicesReportWhatTheEngineFound) {
   EXPECT_NE(r.out.find("Audio endpoints\n  "), std::string::npos) << r.out;
 }
 
+// The pattern cameras listed, one shown, and `s` in its window saving what it shows.
+TEST(Commands, CamerasAreListedAndShownWithASnapshotKey) {
+  const Environment pattern = {"ORVANTA_TEST_CAMERA=1"};
+  CliResult r = RunCli({"cameras"}, pattern);
+  ASSERT_EQ(r.exitCode, 0) << r.err;
+  EXPECT_NE(r.out.find("\n  2  Orvanta pattern camera MJPEG"), std::string::npos) << r.out;
+  EXPECT_EQ(RunCli({"camera", "4"}, pattern).exitCode, 1);
+  CliProcess camera({"camera", "2"}, pattern);
+  ASSERT_TRUE(camera.WaitForErr("320x240; s: snapshot", 60000));
+  std::string window = ovtest::RunCapture("xdotool search --name '^Orvanta camera'");
+  window = window.substr(0, window.find('\n'));
+  ovtest::RunCapture("xdotool key --window " + window + " s");
+  EXPECT_TRUE(camera.WaitForErr(".png\n", 60000));
+  ovtest::RunCapture("xdotool key --window " + window + " q");
+  r = camera.Finish(60000);
+  EXPECT_EQ(r.exitCode, 0) << r.err;
+  const size_t saved = r.err.find("saved "), end = r.err.find(".png\n");
+  ASSERT_LT(saved, end) << r.err;
+  const std::string shot = r.err.substr(saved + 6, end + 4 - saved - 6);
+  EXPECT_EQ(ovtest::Lines(Streams(shot)), (std::vector<std::string>{"png", "video", "320", "240"}));
+  fs::remove(shot);
+}
+
 // Stopped as a user does, with Ctrl-C: the file is still made.
 TEST(Commands, RecordSavesTheTrimmedPartWithSoundAndTidiesItsTempFolder) {
   if (!EncoderLibraryPresent() || !AssemblyPresent())

@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "Camera.h"
 #include "Console.h"
 #include "Demo.h"
 #include "Interrupts.h"
@@ -28,6 +29,8 @@ const char kUsage[] =
     "  devices                list sound endpoints and video encoders\n"
     "  recover FOLDER OUT     make OUT from the temp files a killed recording left\n"
     "  play FOLDER            play the temp files of a recording in a window\n"
+    "  cameras                list the cameras\n"
+    "  camera [N]             show camera N in a window; s saves a snapshot\n"
     "  demo [OUT]             record a ten-second demo with sound (needs no desktop)\n"
     "  scene                  show the demo's moving scene on the current display\n"
     "  tone                   play the demo's beeps on the default sound output\n"
@@ -43,6 +46,8 @@ int Help(const std::vector<std::string>& args) {
     std::fputs(cli::kRecoverUsage, stdout);
   else if (topic == "play")
     std::fputs(cli::kPlayUsage, stdout);
+  else if (topic == "camera")
+    std::fputs(cli::kCameraUsage, stdout);
   else if (topic == "demo")
     std::fputs(cli::kDemoUsage, stdout);
   else
@@ -92,6 +97,14 @@ int main(int argc, char** argv) {
     }
     return command == "displays" ? cli::RunDisplays() : cli::RunDevices();
   }
+  if (command == "cameras") {
+    if (!args.empty()) {
+      cli::Error("cameras takes no arguments");
+      return cli::kExitUsage;
+    }
+    return cli::RunCameras();
+  }
+  if (command == "camera") return cli::RunCamera(args);
   if (command == "demo") return cli::RunDemo(args);
   if (command == "recover") return cli::RunRecover(args);
   if (command == "play") return cli::RunPlay(args);
