@@ -7,8 +7,6 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
-#include <string>
-#include <vector>
 
 namespace ov {
 
@@ -51,8 +49,6 @@ class DeviceEventSource {
 // Nodes named video* appearing in, leaving or changing under /dev. Null
 // when /dev cannot be watched.
 std::unique_ptr<DeviceEventSource> WatchVideoNodes();
-// The names of the video4linux nodes now in /dev, sorted.
-std::vector<std::string> VideoNodes();
 
 // Screen size, output, crtc and monitor changes of the X screen, on a
 // connection of the watch's own. Null without a server or RandR.

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "audio/AudioCatalogue.h"
+#include "camera/CameraDevice.h"
 #include "capture/DisplayCatalogue.h"
 #include "core/Log.h"
 #include "orvanta/notify.h"
@@ -149,7 +150,6 @@ class CDeviceDetect : public CMMNotificationClient {
   std::atomic<uint32_t> m_threadId{0};
   ov::Event m_ready{ov::Event::Reset::Auto};
   // What the host was last told of, kept on the watcher's thread.
-  std::vector<std::string> m_cameras;
   std::vector<ov::MonitorInfo> m_monitors;
   std::string m_endpoints;
 };
@@ -173,7 +173,6 @@ void CDeviceDetect::Run() {
       if (layout->Lost() && !layoutLost) queue.Post({0, CM_LAYOUT_LOST, 0, 0});
       layoutLost = layout->Lost();
     });
-  m_cameras = ov::VideoNodes();
   m_monitors = ov::Monitors();
   m_endpoints = EndpointSignature();
   m_ready.Set();
@@ -228,13 +227,11 @@ void CDeviceDetect::OnDisplayChange(const ov::Message& msg) {
 void CDeviceDetect::OnDeviceChange(const ov::Message& msg) {
   WriteLog(ov::kMsg, "WM_DEVICECHANGE: 0x%x, 0x%x\n", static_cast<unsigned>(msg.wParam),
            static_cast<unsigned>(msg.lParam));
-  std::vector<std::string> cameras = ov::VideoNodes();
-  if (cameras == m_cameras) {
+  if (!RefreshCameraDevices()) {
     WriteLog(ov::kMsg, "Camera NOT change!\n");
     return;
   }
-  m_cameras = std::move(cameras);
-  WriteLog(ov::kWan, "Camera changed, CameraDeviceCount=%d!\n", static_cast<int>(m_cameras.size()));
+  WriteLog(ov::kWan, "Camera changed, CameraDeviceCount=%d!\n", GetCameraDeviceCount());
   m_pCallback->OnCameraChange();
 }
 

@@ -1,10 +1,8 @@
 // Video4linux nodes under /dev, watched through inotify: udev makes and
 // removes them as cameras come and go.
-#include <dirent.h>
 #include <sys/inotify.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cstring>
 
 #include "platform/DeviceWatch.h"
@@ -50,17 +48,6 @@ std::unique_ptr<DeviceEventSource> WatchVideoNodes() {
     return nullptr;
   }
   return std::make_unique<InotifyVideoNodes>(fd);
-}
-
-std::vector<std::string> VideoNodes() {
-  std::vector<std::string> nodes;
-  if (DIR* dir = opendir("/dev")) {
-    while (const dirent* entry = readdir(dir))
-      if (IsVideoNode(entry->d_name)) nodes.emplace_back(entry->d_name);
-    closedir(dir);
-  }
-  std::sort(nodes.begin(), nodes.end());
-  return nodes;
 }
 
 }  // namespace ov
