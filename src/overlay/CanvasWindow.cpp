@@ -20,45 +20,7 @@ CCanvasWindow* g_pCanvasWindow = nullptr;
 
 namespace {
 
-int32_t g_nRoundCursorSize = 0;
-ov::PointerShape g_RoundCursor;
-
 constexpr uint32_t kButtonLeft = 1;
-
-// The cursor of a tool from the catalogue, by its row there.
-const ov::PointerShape* ToolCursor(int32_t tool) {
-  static constexpr int kRow[] = {-1, 0, 1, 3, 2, 4, 5, 6, 7, -1, 8, -1, 9};
-  if (tool == 9 || tool == 11) return &g_RoundCursor;
-  if (tool <= 0 || tool > 12) return nullptr;
-  return &ov::g_Cursors.tools[kRow[tool]];
-}
-
-CTextShape::Key TextKey(uint32_t keysym, bool control) {
-  switch (keysym) {
-    case 0xFF08:
-      return CTextShape::kKeyBackspace;
-    case 0xFFFF:
-      return CTextShape::kKeyDelete;
-    case 0xFF51:
-      return CTextShape::kKeyLeft;
-    case 0xFF53:
-      return CTextShape::kKeyRight;
-    case 0xFF50:
-      return CTextShape::kKeyHome;
-    case 0xFF57:
-      return CTextShape::kKeyEnd;
-    case 0xFF0D:
-    case 0xFF8D:
-      return CTextShape::kKeyReturn;
-    case 0xFF1B:
-      return CTextShape::kKeyEscape;
-    case 'a':
-      if (control) return CTextShape::kKeySelectAll;
-      return CTextShape::kKeyOther;
-    default:
-      return CTextShape::kKeyOther;
-  }
-}
 
 }  // namespace
 
@@ -232,14 +194,7 @@ bool CCanvasWindow::OnMessage(const ov::Message& msg) {
 }
 
 void CCanvasWindow::SelectCursor() {
-  if (!m_hwndCursor) return;
-  if (m_Active.tool == 9 || m_Active.tool == 11) {
-    if (m_Active.size != g_nRoundCursorSize) {
-      g_nRoundCursorSize = m_Active.size;
-      g_RoundCursor = ov::MakeBrushCursor(m_Active.size);
-    }
-  }
-  m_hwndCursor->SetCursor(ToolCursor(m_Active.tool));
+  if (m_hwndCursor) m_hwndCursor->SetCursor(ToolCursor(m_Active));
 }
 
 // The blur tools paint the screen under the picture as it was when they

@@ -1,5 +1,55 @@
 #include "overlay/ShapeList.h"
 
+#include "capture/CursorCatalogue.h"
+
+namespace {
+
+int32_t g_nRoundCursorSize = 0;
+ov::PointerShape g_RoundCursor;
+
+}  // namespace
+
+CTextShape::Key TextKey(uint32_t keysym, bool control) {
+  switch (keysym) {
+    case 0xFF08:
+      return CTextShape::kKeyBackspace;
+    case 0xFFFF:
+      return CTextShape::kKeyDelete;
+    case 0xFF51:
+      return CTextShape::kKeyLeft;
+    case 0xFF53:
+      return CTextShape::kKeyRight;
+    case 0xFF50:
+      return CTextShape::kKeyHome;
+    case 0xFF57:
+      return CTextShape::kKeyEnd;
+    case 0xFF0D:
+    case 0xFF8D:
+      return CTextShape::kKeyReturn;
+    case 0xFF1B:
+      return CTextShape::kKeyEscape;
+    case 'a':
+      if (control) return CTextShape::kKeySelectAll;
+      return CTextShape::kKeyOther;
+    default:
+      return CTextShape::kKeyOther;
+  }
+}
+
+const ov::PointerShape* ToolCursor(const ShapeTool& t) {
+  // Rows of the catalogue's tool cursors.
+  static constexpr int kRow[] = {-1, 0, 1, 3, 2, 4, 5, 6, 7, -1, 8, -1, 9};
+  if (t.tool == 9 || t.tool == 11) {
+    if (t.size != g_nRoundCursorSize) {
+      g_nRoundCursorSize = t.size;
+      g_RoundCursor = ov::MakeBrushCursor(t.size);
+    }
+    return &g_RoundCursor;
+  }
+  if (t.tool <= 0 || t.tool > 12) return nullptr;
+  return &ov::g_Cursors.tools[kRow[t.tool]];
+}
+
 CCanvasShape* CShapeList::Begin(const ShapeTool& t, POINT pt, const ShapeSurface& s) {
   switch (t.tool) {
     case 1:

@@ -19,6 +19,17 @@ struct ShapeTool {
   int32_t fontStyle = 0;
 };
 
+namespace ov {
+struct PointerShape;
+}  // namespace ov
+
+// The pointer over a surface while the tool is chosen; null for no tool.
+// The brush cursor of tools 9 and 11 is made anew when the size changes.
+const ov::PointerShape* ToolCursor(const ShapeTool& tool);
+
+// The text editor's key for an X key symbol.
+CTextShape::Key TextKey(uint32_t keysym, bool control);
+
 // What a surface gives the shapes that paint a picture of it.
 struct ShapeSurface {
   CTextShapeCallback* text = nullptr;
