@@ -546,7 +546,8 @@ void CImageCapture::Redraw() {
   cairo_surface_mark_dirty(m_pCanvasBitmap);
   m_bHasContent = m_shapes.Paint(m_pCanvasGraphics);
   cairo_surface_flush(m_pCanvasBitmap);
-  Render();
+  // While selecting, the shapes wait for the selection to be finished.
+  if (m_nState == 3) Render();
 }
 
 // The overlay carries the shapes inside the selection and, over them, the

@@ -35,19 +35,38 @@ uint32_t Scene(int x, int y) {
 struct Host : CImageCaptureCallback {
   void OnUndoState(BOOL, BOOL) override {}
   void OnNumberChanged(int) override {}
-  void OnCancelled() override {}
+  void OnCancelled() override {
+    Note([&] { cancelled = true; });
+  }
   void OnClosed() override {}
   void OnSelected(const RECT* rc) override {
+    Note([&] { selected = *rc; });
+  }
+  void OnAdjustBegin() override {
+    Note([&] { ++begun; });
+  }
+  void OnAdjusting(const RECT* rc) override {
+    Note([&] { selected = *rc; });
+  }
+  void OnAdjustEnd() override {
+    Note([&] { ++ended; });
+  }
+  template <class F>
+  void Note(F f) {
     std::lock_guard<std::mutex> lock(mutex);
-    selected = *rc;
+    f();
     done.notify_all();
   }
-  void OnAdjustBegin() override {}
-  void OnAdjusting(const RECT*) override {}
-  void OnAdjustEnd() override {}
+  template <class F>
+  bool WaitFor(F condition) {
+    std::unique_lock<std::mutex> lock(mutex);
+    return done.wait_for(lock, std::chrono::seconds(20), condition);
+  }
   std::mutex mutex;
   std::condition_variable done;
   RECT selected{};
+  bool cancelled = false;
+  int begun = 0, ended = 0;
 };
 
 // The shapes' count once the capture has taken the events sent so far.
@@ -135,11 +154,7 @@ TEST(StillCapture, AnnotatedSelectionInEveryFormatAndOnTheClipboard) {
   ovtest::RunCapture(
       "xdotool mousemove 101 81 mousedown 1 mousemove 200 150 mousemove 400 300 "
       "mouseup 1");
-  {
-    std::unique_lock<std::mutex> lock(host.mutex);
-    ASSERT_TRUE(host.done.wait_for(lock, std::chrono::seconds(20),
-                                   [&] { return host.selected.right == 400; }));
-  }
+  ASSERT_TRUE(host.WaitFor([&] { return host.selected.right == 400; }));
   const RECT sel = host.selected;
   EXPECT_EQ(sel.left, 101);
   EXPECT_EQ(sel.top, 81);
@@ -204,9 +219,64 @@ TEST(StillCapture, AnnotatedSelectionInEveryFormatAndOnTheClipboard) {
   EXPECT_EQ(capture->SaveToFile(5, L"/tmp/x.png"), E_INVALIDARG);
 
   capture->CopyToClipboard();
+  EXPECT_TRUE(ovtest::RunCapture("xclip -o -selection clipboard -t image/png") ==
+              ovtest::ReadFile(folder.Path() + "/shot0"));
+
+  // The blur box follows the level.
+  const std::string sharper = folder.Path() + "/sharper.png";
+  capture->SetBlurLevel(1);
+  ASSERT_EQ(capture->SaveToFile(ov::kEncoderPng, ov::FromUtf8(sharper).c_str()), S_OK);
+  int w = 0, h = 0;
+  const std::vector<uint32_t> before = Decode(ov::kEncoderPng, folder.Path() + "/shot0", &w, &h),
+                              after = Decode(ov::kEncoderPng, sharper, &w, &h);
+  const size_t inBlur = (160 - sel.top) * kW + (320 - sel.left);  // a block's corner
+  EXPECT_NE(before[inBlur], after[inBlur]);
+  EXPECT_EQ(before[0], after[0]);
+
   capture->Release();
-  EXPECT_EQ(ovtest::RunCapture("xclip -o -selection clipboard -t image/png"),
-            ovtest::ReadFile(folder.Path() + "/shot0"));
+}
+
+// Escape before the selection cancels, and once it stands does nothing; an
+// edge dragged past the opposite one stops 8 pixels from it; a moved
+// selection stops at the surface's edge.
+TEST(StillCapture, AdjustingByHandles) {
+  Host first;
+  ASSERT_NE(CreateImageCapture(&first, 0), nullptr);
+  ovtest::RunCapture("xdotool key Escape");
+  ASSERT_TRUE(first.WaitFor([&] { return first.cancelled; }));
+
+  Host host;
+  CImageCaptureObject* capture = CreateImageCapture(&host, 0);
+  ASSERT_NE(capture, nullptr);
+  ovtest::RunCapture(
+      "xdotool mousemove 100 100 mousedown 1 mousemove 200 150 mousemove 300 200 "
+      "mouseup 1 key Escape");
+  ASSERT_TRUE(host.WaitFor([&] { return host.selected.right == 300; }));
+  ovtest::RunCapture(
+      "xdotool mousemove 200 130 mousedown 1 mousemove 100 130 mousemove 50 130 "
+      "mouseup 1");
+  ASSERT_TRUE(host.WaitFor([&] { return host.ended == 1; }));
+  EXPECT_EQ(host.selected.left, 0);
+  EXPECT_EQ(host.selected.right, 200);
+  ovtest::RunCapture(
+      "xdotool mousemove 199 150 mousedown 1 mousemove 100 150 mousemove 20 150 "
+      "mousemove 5 150 mouseup 1");
+  ASSERT_TRUE(host.WaitFor([&] { return host.ended == 2; }));
+  EXPECT_EQ(host.begun, 2);
+  EXPECT_EQ(host.selected.left, 0);
+  EXPECT_EQ(host.selected.right, 8);
+  EXPECT_EQ(host.selected.top, 100);
+  EXPECT_EQ(host.selected.bottom, 200);
+  EXPECT_FALSE(host.cancelled);
+
+  ovtest::ScratchFolder folder{"ovstill"};
+  const std::string path = folder.Path() + "/narrow.png";
+  ASSERT_EQ(capture->SaveToFile(ov::kEncoderPng, ov::FromUtf8(path).c_str()), S_OK);
+  int w = 0, h = 0;
+  Decode(ov::kEncoderPng, path, &w, &h);
+  EXPECT_EQ(w, 8);
+  EXPECT_EQ(h, 100);
+  capture->Release();
 }
 
 }  // namespace
