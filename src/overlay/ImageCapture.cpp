@@ -780,6 +780,11 @@ void CImageCapture::OnTextFinished(BOOL bKeep) {
   }
 }
 
+void ov::DropCopiedImage() {
+  std::lock_guard<std::mutex> lock(g_clipboardLock);
+  g_clipboard.reset();
+}
+
 extern "C" OV_API CImageCaptureObject* CreateImageCapture(CImageCaptureCallback* callback,
                                                           BOOL bAllDisplays) {
   WriteLog(ov::kMsg, "Image capture ...\n");

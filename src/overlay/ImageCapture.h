@@ -126,5 +126,10 @@ class CImageCapture : public CImageCaptureObject, public CTextShapeCallback, pub
   RECT m_HitTable[ov::kHitZones] = {};
 };
 
+namespace ov {
+// ovUninitialize's step: the picture last copied is no longer offered.
+void DropCopiedImage();
+}  // namespace ov
+
 // The one live capture, or null.
 extern CImageCapture* g_pImageCapture;
