@@ -189,11 +189,6 @@ bool CImageCapture::SetUp(ov::MessageQueue& queue) {
   m_pCanvasGraphics = cairo_create(m_pCanvasBitmap);
   cairo_set_antialias(m_pCanvasGraphics, CAIRO_ANTIALIAS_NONE);
 
-  m_pBlurred.assign(pixels, 0);
-  m_pBlurredBitmap =
-      cairo_image_surface_create_for_data(reinterpret_cast<unsigned char*>(m_pBlurred.data()),
-                                          CAIRO_FORMAT_RGB24, m_nWidth, m_nHeight, pitch);
-  MakeBlur();
   m_pPictureBrush = cairo_pattern_create_for_surface(m_pPictureBitmap);
 
   if (Overlay()) {
@@ -234,6 +229,12 @@ bool CImageCapture::SetUp(ov::MessageQueue& queue) {
 void CImageCapture::MakeBlur() {
   if (m_pBlurBrush) cairo_pattern_destroy(m_pBlurBrush);
   m_pBlurBrush = nullptr;
+  if (!m_pBlurredBitmap) {
+    m_pBlurred.assign(m_pPicture.size(), 0);
+    m_pBlurredBitmap =
+        cairo_image_surface_create_for_data(reinterpret_cast<unsigned char*>(m_pBlurred.data()),
+                                            CAIRO_FORMAT_RGB24, m_nWidth, m_nHeight, m_nWidth * 4);
+  }
   cairo_surface_flush(m_pBlurredBitmap);
   if (FAILED(GaussianBlur(reinterpret_cast<const uint8_t*>(m_pPicture.data()),
                           reinterpret_cast<uint8_t*>(m_pBlurred.data()), m_nBlurLevel)))
@@ -622,6 +623,9 @@ void CImageCapture::Start(int tool, int size, uint32_t color, uint32_t color2,
     m_Tool.color2 = color2;
     m_Tool.fontStyle = nFontStyle;
     if (fontName) m_Tool.font = font;
+    // The blur costs a good part of a second on a large screen: it is made
+    // once a blur tool is chosen, not for every capture.
+    if ((tool == 11 || tool == 12) && !m_pBlurBrush) MakeBlur();
     if (CCanvasShape* shape = m_shapes.Current()) {
       shape->Finish();
       if (m_shapes.Current()) EndShape(false, m_ptShape);
@@ -745,6 +749,7 @@ void CImageCapture::SetBlurLevel(int level) {
   Call([&] {
     if (level < 1 || level > 100 || level == m_nBlurLevel) return;
     m_nBlurLevel = level;
+    if (!m_pBlurBrush) return;  // made when a blur tool is first chosen
     MakeBlur();
     if (m_nState == 3) Redraw();
   });

@@ -116,7 +116,7 @@ class CImageCapture : public CImageCaptureObject, public CTextShapeCallback, pub
   POINT m_ptShape{};
   std::vector<uint32_t> m_pBlurred;
   cairo_surface_t* m_pBlurredBitmap = nullptr;
-  cairo_pattern_t* m_pBlurBrush = nullptr;
+  cairo_pattern_t* m_pBlurBrush = nullptr;  // null until a blur tool is chosen
   int32_t m_nBlurLevel = 10;
   cairo_pattern_t* m_pPictureBrush = nullptr;
   int32_t m_nDragHit = 0;
