@@ -386,9 +386,8 @@ void CImageCapture::OnEditing(const ov::InputEvent& e, POINT p) {
   } else if (e.type == ov::InputEvent::kButtonDown && e.button == 1) {
     const int32_t hit = ov::HitTest(m_HitTable, noMove, p, false);
     if (!hit) return;
-    // The grab starts on the edge itself, and the pointer goes there.
+    // The grab starts on the edge itself.
     const RECT& s = m_rcSelection;
-    const POINT pressed = p;
     if (hit == ov::kHitTop || hit == ov::kHitTopLeft || hit == ov::kHitTopRight) p.y = s.top;
     if (hit == ov::kHitBottom || hit == ov::kHitBottomLeft || hit == ov::kHitBottomRight)
       p.y = s.bottom;
@@ -396,10 +395,9 @@ void CImageCapture::OnEditing(const ov::InputEvent& e, POINT p) {
     if (hit == ov::kHitRight || hit == ov::kHitTopRight || hit == ov::kHitBottomRight)
       p.x = s.right;
     // An edge on the surface's border lies a pixel past the last the
-    // pointer can reach.
+    // pointer can reach. The pointer itself stays where it is: moved under
+    // a drag already on its way, it would undo the drag's last moves.
     p = {std::min(p.x, m_nWidth - 1), std::min(p.y, m_nHeight - 1)};
-    if (p.x != pressed.x || p.y != pressed.y)
-      ov::WarpPointer(p.x + m_rcSurface.left, p.y + m_rcSurface.top);
     m_nDragHit = hit;
     m_rcDragStart = m_rcSelection;
     m_ptDragStart = m_ptDragLast = p;

@@ -24,6 +24,4 @@ std::unique_ptr<PointerWatcher> CreatePointerWatcher();
 
 // The pointer's current position; false without a server.
 bool QueryPointer(int32_t* x, int32_t* y);
-// Moves the pointer to (x, y) on the screen.
-void WarpPointer(int32_t x, int32_t y);
 }  // namespace ov
