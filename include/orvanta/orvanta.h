@@ -10,6 +10,7 @@
 #include "orvanta/captured.h"
 #include "orvanta/displays.h"
 #include "orvanta/encoders.h"
+#include "orvanta/imagecapture.h"
 #include "orvanta/log.h"
 #include "orvanta/module.h"
 #include "orvanta/mux.h"

@@ -20,45 +20,7 @@ CCanvasWindow* g_pCanvasWindow = nullptr;
 
 namespace {
 
-int32_t g_nRoundCursorSize = 0;
-ov::PointerShape g_RoundCursor;
-
 constexpr uint32_t kButtonLeft = 1;
-
-// The cursor of a tool from the catalogue, by its row there.
-const ov::PointerShape* ToolCursor(int32_t tool) {
-  static constexpr int kRow[] = {-1, 0, 1, 3, 2, 4, 5, 6, 7, -1, 8, -1, 9};
-  if (tool == 9 || tool == 11) return &g_RoundCursor;
-  if (tool <= 0 || tool > 12) return nullptr;
-  return &ov::g_Cursors.tools[kRow[tool]];
-}
-
-CTextShape::Key TextKey(uint32_t keysym, bool control) {
-  switch (keysym) {
-    case 0xFF08:
-      return CTextShape::kKeyBackspace;
-    case 0xFFFF:
-      return CTextShape::kKeyDelete;
-    case 0xFF51:
-      return CTextShape::kKeyLeft;
-    case 0xFF53:
-      return CTextShape::kKeyRight;
-    case 0xFF50:
-      return CTextShape::kKeyHome;
-    case 0xFF57:
-      return CTextShape::kKeyEnd;
-    case 0xFF0D:
-    case 0xFF8D:
-      return CTextShape::kKeyReturn;
-    case 0xFF1B:
-      return CTextShape::kKeyEscape;
-    case 'a':
-      if (control) return CTextShape::kKeySelectAll;
-      return CTextShape::kKeyOther;
-    default:
-      return CTextShape::kKeyOther;
-  }
-}
 
 }  // namespace
 
@@ -73,9 +35,7 @@ CCanvasWindow::~CCanvasWindow() {
   if (m_pQueue && m_hwndCursor) m_pQueue->Unwatch(m_hwndCursor->Fd());
   if (m_pQueue && m_pSprayTimer) m_pQueue->Unwatch(m_pSprayTimer->Fd());
   m_hwndCursor.reset();
-  m_pCurrentShape.reset();
-  m_Shapes.clear();
-  m_Undone.clear();
+  m_shapes.Reset();
   if (m_pBlurBrush) cairo_pattern_destroy(m_pBlurBrush);
   if (m_pBlurSurface) cairo_surface_destroy(m_pBlurSurface);
   if (m_pGraphics) {
@@ -126,7 +86,7 @@ HRESULT CCanvasWindow::CreateCanvas(ov::MessageQueue& queue, const RECT& region,
   }
   queue.Watch(m_hwndCursor->Fd(), [this] { OnInput(); });
   queue.Watch(m_pSprayTimer->Fd(), [this] {
-    if (!m_pSprayTimer->Drain() || !m_nTimer || m_Active.tool != 6 || !m_pCurrentShape) return;
+    if (!m_pSprayTimer->Drain() || !m_nTimer || m_Active.tool != 6 || !m_shapes.Current()) return;
     std::lock_guard<std::recursive_mutex> lock(g_csCanvas);
     int32_t x = 0, y = 0;
     {
@@ -134,7 +94,7 @@ HRESULT CCanvasWindow::CreateCanvas(ov::MessageQueue& queue, const RECT& region,
       x = g_ptMouse.x;
       y = g_ptMouse.y;
     }
-    m_pCurrentShape->Tick({x - m_ptOrigin.x, y - m_ptOrigin.y});
+    m_shapes.Current()->Tick({x - m_ptOrigin.x, y - m_ptOrigin.y});
     Redraw();
   });
   return S_OK;
@@ -188,15 +148,15 @@ void CCanvasWindow::Clear() {
 
 int CCanvasWindow::GetShapeCount() {
   std::lock_guard<std::recursive_mutex> lock(g_csCanvas);
-  return static_cast<int>(m_Shapes.size());
+  return m_shapes.Count();
 }
 BOOL CCanvasWindow::CanRedo() {
   std::lock_guard<std::recursive_mutex> lock(g_csCanvas);
-  return !m_Undone.empty();
+  return m_shapes.CanRedo();
 }
 BOOL CCanvasWindow::CanUndo() {
   std::lock_guard<std::recursive_mutex> lock(g_csCanvas);
-  return !m_Shapes.empty();
+  return m_shapes.CanUndo();
 }
 void CCanvasWindow::SetNumber(int n) {
   std::lock_guard<std::recursive_mutex> lock(g_csCanvas);
@@ -234,14 +194,7 @@ bool CCanvasWindow::OnMessage(const ov::Message& msg) {
 }
 
 void CCanvasWindow::SelectCursor() {
-  if (!m_hwndCursor) return;
-  if (m_Active.tool == 9 || m_Active.tool == 11) {
-    if (m_Active.size != g_nRoundCursorSize) {
-      g_nRoundCursorSize = m_Active.size;
-      g_RoundCursor = ov::MakeBrushCursor(m_Active.size);
-    }
-  }
-  m_hwndCursor->SetCursor(ToolCursor(m_Active.tool));
+  if (m_hwndCursor) m_hwndCursor->SetCursor(ToolCursor(m_Active));
 }
 
 // The blur tools paint the screen under the picture as it was when they
@@ -280,7 +233,7 @@ void CCanvasWindow::DoStart() {
   if (m_Active.tool == 11 || m_Active.tool == 12) MakeBlurPicture();
   SelectCursor();
   g_bCanvasToolSelected = m_Active.tool != 0;
-  if (m_pCurrentShape) m_pCurrentShape->Finish();
+  if (m_shapes.Current()) m_shapes.Current()->Finish();
   EndStroke();
   Redraw();
   if (m_hwndCursor) {
@@ -297,7 +250,7 @@ void CCanvasWindow::DoStop() {
     WriteLog(ov::kMsg, "Do stop\n");
     m_Active.tool = 0;
     g_bCanvasToolSelected = false;
-    if (m_pCurrentShape) m_pCurrentShape->Finish();
+    if (m_shapes.Current()) m_shapes.Current()->Finish();
     EndStroke();
     Redraw();
     if (m_hwndCursor) m_hwndCursor->Show(false);
@@ -307,58 +260,41 @@ void CCanvasWindow::DoStop() {
 }
 
 void CCanvasWindow::UndoState() {
-  if (m_pCallback) m_pCallback->OnUndoState(!m_Shapes.empty(), !m_Undone.empty());
+  if (m_pCallback) m_pCallback->OnUndoState(m_shapes.CanUndo(), m_shapes.CanRedo());
 }
 
 void CCanvasWindow::DoUndo() {
   std::lock_guard<std::recursive_mutex> lock(g_csCanvas);
-  if (m_Shapes.empty()) return;
-  m_Undone.push_back(std::move(m_Shapes.back()));
-  m_Shapes.pop_back();
+  if (!m_shapes.Undo()) return;
   Redraw();
   UndoState();
 }
 
 void CCanvasWindow::DoRedo() {
   std::lock_guard<std::recursive_mutex> lock(g_csCanvas);
-  if (m_Undone.empty()) return;
-  m_Shapes.push_back(std::move(m_Undone.back()));
-  m_Undone.pop_back();
+  if (!m_shapes.Redo()) return;
   Redraw();
   UndoState();
 }
 
 void CCanvasWindow::DoClear() {
   std::lock_guard<std::recursive_mutex> lock(g_csCanvas);
-  if (m_Shapes.empty()) return;
-  // The last drawn goes first, so that redo brings them back in order.
-  while (!m_Shapes.empty()) {
-    m_Undone.push_back(std::move(m_Shapes.back()));
-    m_Shapes.pop_back();
-  }
+  if (!m_shapes.Clear()) return;
   Redraw();
   UndoState();
 }
 
 void CCanvasWindow::Commit() {
-  if (!m_pCurrentShape) return;
-  if (m_pCurrentShape->m_bVisible)
-    m_Shapes.push_back(std::move(m_pCurrentShape));
-  else
-    m_pCurrentShape.reset();
-  m_Undone.clear();
-  if (m_pCallback) m_pCallback->OnUndoState(!m_Shapes.empty(), 0);
+  if (!m_shapes.Current()) return;
+  m_shapes.Commit();
+  if (m_pCallback) m_pCallback->OnUndoState(m_shapes.CanUndo(), 0);
 }
 
 void CCanvasWindow::Redraw() {
   std::lock_guard<std::recursive_mutex> lock(g_csCanvas);
   if (!m_pGraphics) return;
   memset(m_pBits, 0, static_cast<size_t>(m_nWidth) * m_nHeight * 4);
-  BOOL painted = 0;
-  for (auto& shape : m_Shapes)
-    if (shape->m_bVisible && shape->Draw(m_pGraphics)) painted = 1;
-  if (m_pCurrentShape && m_pCurrentShape->m_bVisible && m_pCurrentShape->Draw(m_pGraphics))
-    painted = 1;
+  const BOOL painted = m_shapes.Paint(m_pGraphics);
   cairo_surface_flush(m_pBitmap);
   m_bHasContent = painted;
   g_CanvasPicture.hasContent = painted;
@@ -369,12 +305,12 @@ void CCanvasWindow::OnTextChanged() { Redraw(); }
 
 void CCanvasWindow::OnTextFinished(BOOL bKeep) {
   std::lock_guard<std::recursive_mutex> lock(g_csCanvas);
-  if (!m_pCurrentShape) return;
+  if (!m_shapes.Current()) return;
   if (bKeep) {
     Commit();
     Redraw();
   } else {
-    m_pCurrentShape.reset();
+    m_shapes.DropCurrent();
   }
   g_bCanvasDrawing = false;
 }
@@ -387,33 +323,33 @@ void CCanvasWindow::OnInput() {
 void CCanvasWindow::OnEvent(const ov::InputEvent& e) {
   std::lock_guard<std::recursive_mutex> lock(g_csCanvas);
   const POINT pt = {e.x + m_ptOffset.x, e.y + m_ptOffset.y};
+  CCanvasShape* shape = m_shapes.Current();
   switch (e.type) {
     case ov::InputEvent::kButtonDown:
       if (e.button != kButtonLeft) return;
-      if (!m_pCurrentShape && m_Active.tool != 0)
+      if (!shape && m_Active.tool != 0)
         ButtonDown(pt);
-      else if (m_Active.tool == 8 && m_pCurrentShape)
-        m_pCurrentShape->Finish();
+      else if (m_Active.tool == 8 && shape)
+        shape->Finish();
       return;
     case ov::InputEvent::kMotion:
-      if (!m_pCurrentShape || m_Active.tool == 8) return;
+      if (!shape || m_Active.tool == 8) return;
       if (pt.x == m_ptLast.x && pt.y == m_ptLast.y) return;
       m_ptLast = pt;
-      if (m_pCurrentShape->MoveTo(pt)) Redraw();
+      if (shape->MoveTo(pt)) Redraw();
       return;
     case ov::InputEvent::kButtonUp:
-      if (e.button != kButtonLeft || !m_pCurrentShape || m_Active.tool == 8) return;
-      m_pCurrentShape->EndDrag();
+      if (e.button != kButtonLeft || !shape || m_Active.tool == 8) return;
+      shape->EndDrag();
       EndStroke();
       Redraw();
       return;
     case ov::InputEvent::kKey:
-      if (m_Active.tool == 8 && m_pCurrentShape)
-        static_cast<CTextShape*>(m_pCurrentShape.get())
-            ->OnKey(TextKey(e.keysym, e.control), e.text, e.shift);
+      if (m_Active.tool == 8 && shape)
+        static_cast<CTextShape*>(shape)->OnKey(TextKey(e.keysym, e.control), e.text, e.shift);
       return;
     case ov::InputEvent::kFocusLost:
-      if (m_Active.tool == 8 && m_pCurrentShape) m_pCurrentShape->Finish();
+      if (m_Active.tool == 8 && shape) shape->Finish();
       return;
     default:
       return;
@@ -422,56 +358,21 @@ void CCanvasWindow::OnEvent(const ov::InputEvent& e) {
 
 void CCanvasWindow::ButtonDown(POINT pt) {
   m_ptLast = pt;
-  const Tool& t = m_Active;
-  switch (t.tool) {
-    case 1:
-      m_pCurrentShape = std::make_unique<CRectShape>(pt, t.size, t.color);
-      break;
-    case 2:
-      m_pCurrentShape = std::make_unique<CEllipseShape>(pt, t.size, t.color);
-      break;
-    case 3:
-      m_pCurrentShape = std::make_unique<CArrowShape>(pt, t.size, t.color);
-      break;
-    case 4:
-      m_pCurrentShape = std::make_unique<CBrushShape>(pt, t.size, t.color);
-      break;
-    case 5:
-      m_pCurrentShape = std::make_unique<CLineShape>(pt, t.size, t.color);
-      break;
-    case 6:
-      m_pCurrentShape = std::make_unique<CAirBrush>(pt, t.size, t.color, m_nWidth, m_nHeight);
-      m_pSprayTimer->Set(10);
-      m_nTimer = 1;
-      break;
-    case 7:
-      m_pCurrentShape =
-          std::make_unique<CNumberShape>(pt, t.size, t.color, t.font, t.fontStyle, t.color2);
-      if (m_pCallback) m_pCallback->OnNumberChanged(g_nCanvasNumber);
-      break;
-    case 8:
-      m_pCurrentShape =
-          std::make_unique<CTextShape>(this, pt, t.size, t.color, t.font, t.fontStyle);
-      m_hwndCursor->TakeFocus();
-      break;
-    case 9:
-      m_pCurrentShape = std::make_unique<CEraseShape>(pt, t.size);
-      break;
-    case 10:
-      m_pCurrentShape = std::make_unique<CEraseShapeBox>(pt);
-      break;
-    case 11:
-      m_pCurrentShape = std::make_unique<CBlurShape>(pt, t.size, &m_pBlurBrush);
-      break;
-    case 12:
-      m_pCurrentShape = std::make_unique<CBlurShapeBox>(pt, &m_pBlurBrush);
-      break;
-    default:
-      return;
+  const ShapeTool& t = m_Active;
+  const ShapeSurface surface{this, m_nWidth, m_nHeight, nullptr, &m_pBlurBrush};
+  CCanvasShape* shape = m_shapes.Begin(t, pt, surface);
+  if (!shape) return;
+  if (t.tool == 6) {
+    m_pSprayTimer->Set(10);
+    m_nTimer = 1;
+  } else if (t.tool == 7 && m_pCallback) {
+    m_pCallback->OnNumberChanged(g_nCanvasNumber);
+  } else if (t.tool == 8) {
+    m_hwndCursor->TakeFocus();
   }
   g_bCanvasDrawing = true;
   if (t.tool != 8) m_hwndCursor->Capture(true);
-  if (m_pCurrentShape->m_bVisible) Redraw();
+  if (shape->m_bVisible) Redraw();
 }
 
 void CCanvasWindow::EndStroke() {

@@ -14,6 +14,7 @@
 
 #include "orvanta/canvas.h"
 #include "overlay/CanvasShapes.h"
+#include "overlay/ShapeList.h"
 #include "platform/Event.h"
 #include "platform/NonCopyable.h"
 
@@ -64,7 +65,7 @@ class CCanvasWindow : public CScreenCanvas, public CTextShapeCallback, private o
   // Paints the shapes into the picture and has it shown; under g_csCanvas.
   void Redraw();
   bool ToolActive() const { return m_Active.tool != 0; }
-  bool Drawing() const { return m_pCurrentShape != nullptr; }
+  bool Drawing() const { return m_shapes.Current() != nullptr; }
 
   uint32_t* m_pBits = nullptr;  // premultiplied, m_nWidth pixels a row
   size_t m_nBitsBytes = 0;
@@ -91,13 +92,6 @@ class CCanvasWindow : public CScreenCanvas, public CTextShapeCallback, private o
   void MakeBlurPicture();
   void PostToWindow(uint32_t message);
 
-  struct Tool {
-    int32_t tool = 0, size = 0;
-    uint32_t color = 0, color2 = 0;
-    std::string font = "Sans";
-    int32_t fontStyle = 0;
-  };
-
   ov::MessageQueue* m_pQueue = nullptr;
   uint32_t m_dwThreadId = 0;
   std::unique_ptr<ov::InputWindow> m_hwndCursor;
@@ -105,12 +99,10 @@ class CCanvasWindow : public CScreenCanvas, public CTextShapeCallback, private o
   bool m_bCursorShown = false;
   cairo_surface_t* m_pBitmap = nullptr;
   cairo_t* m_pGraphics = nullptr;
-  std::unique_ptr<CCanvasShape> m_pCurrentShape;
-  std::vector<std::unique_ptr<CCanvasShape>> m_Shapes;
-  std::vector<std::unique_ptr<CCanvasShape>> m_Undone;
-  Tool m_Active;
+  CShapeList m_shapes;
+  ShapeTool m_Active;
   std::mutex m_csPending;
-  Tool m_Pending;
+  ShapeTool m_Pending;
   int32_t m_nTimer = 0;
   POINT m_ptLast = {};
   CCanvasCallback* m_pCallback = nullptr;

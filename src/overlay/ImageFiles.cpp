@@ -7,6 +7,7 @@
 #include <tiffio.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 #include <string>
@@ -141,23 +142,47 @@ bool EncodeGif(const StillPicture& p, std::vector<uint8_t>* out) {
     }
   }
   // A picture of at most 256 colours (most screenshots of windows) keeps
-  // them exactly; others get a palette chosen for them.
-  int colours = 0;
+  // them exactly. Others keep their dominant colours (the flat areas of a
+  // screenshot, the pen of a drawing) exactly too, and the rest share the
+  // palette's other entries, chosen for them.
   GifColorType palette[256] = {};
+  std::unordered_map<uint32_t, uint32_t> histogram;
+  for (size_t i = 0; i < count; ++i)
+    ++histogram[static_cast<uint32_t>(r[i]) << 16 | g[i] << 8 | b[i]];
+  std::vector<std::pair<uint32_t, uint32_t>> byCount(histogram.begin(), histogram.end());
+  std::sort(byCount.begin(), byCount.end(), [](const auto& a, const auto& b) {
+    return a.second > b.second || (a.second == b.second && a.first < b.first);
+  });
+  const bool fits = byCount.size() <= 256;
+  const size_t dominantMinimum = std::max<size_t>(16, count / 1000);
+  size_t kept = 0;
+  while (kept < byCount.size() && (fits || (kept < 128 && byCount[kept].second >= dominantMinimum)))
+    ++kept;
   std::unordered_map<uint32_t, GifByteType> exact;
-  for (size_t i = 0; i < count && exact.size() <= 256; ++i) {
-    const uint32_t key = static_cast<uint32_t>(r[i]) << 16 | g[i] << 8 | b[i];
-    auto [it, added] = exact.emplace(key, static_cast<GifByteType>(exact.size()));
-    if (added && exact.size() <= 256) palette[it->second] = {r[i], g[i], b[i]};
-    indices[i] = it->second;
+  for (size_t k = 0; k < kept; ++k) {
+    const uint32_t c = byCount[k].first;
+    exact.emplace(c, static_cast<GifByteType>(k));
+    palette[k] = {static_cast<GifByteType>(c >> 16), static_cast<GifByteType>(c >> 8),
+                  static_cast<GifByteType>(c)};
   }
-  if (exact.size() <= 256) {
-    colours = static_cast<int>(exact.size());
-  } else {
-    colours = 256;
-    if (GifQuantizeBuffer(static_cast<unsigned>(p.width), static_cast<unsigned>(p.height), &colours,
-                          r.data(), g.data(), b.data(), indices.data(), palette) == GIF_ERROR)
+  std::vector<size_t> rest;
+  for (size_t i = 0; i < count; ++i) {
+    auto it = exact.find(static_cast<uint32_t>(r[i]) << 16 | g[i] << 8 | b[i]);
+    if (it != exact.end())
+      indices[i] = it->second;
+    else
+      rest.push_back(i);
+  }
+  if (!rest.empty()) {
+    std::vector<GifByteType> rr(rest.size()), rg(rest.size()), rb(rest.size()), ri(rest.size());
+    for (size_t k = 0; k < rest.size(); ++k)
+      rr[k] = r[rest[k]], rg[k] = g[rest[k]], rb[k] = b[rest[k]];
+    int colours = static_cast<int>(256 - kept);
+    if (GifQuantizeBuffer(static_cast<unsigned>(rest.size()), 1, &colours, rr.data(), rg.data(),
+                          rb.data(), ri.data(), palette + kept) == GIF_ERROR)
       return false;
+    for (size_t k = 0; k < rest.size(); ++k)
+      indices[rest[k]] = static_cast<GifByteType>(kept + ri[k]);
   }
   int error = 0;
   GifFileType* gif = EGifOpen(

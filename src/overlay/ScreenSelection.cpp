@@ -191,21 +191,7 @@ void CScreenBoxSelection::Draw(POINT point, bool crosshair) {
   const int32_t stride = OverlayStride();
   std::fill(overlay, overlay + static_cast<size_t>(stride) * m_Height, 0u);
   ov::DrawRings(overlay, stride, m_Width, m_Height, ov::g_ScreenBoxStyle, m_rcSelection);
-  if (crosshair) {
-    // The threshold inverse of the frozen screen keeps the lines visible on
-    // any picture.
-    auto inverse = [](uint32_t p) {
-      uint32_t out = 0xFF000000u;
-      for (int shift = 0; shift < 24; shift += 8)
-        if (((p >> shift) & 0xFF) < 128) out |= 0xFFu << shift;
-      return out;
-    };
-    for (int32_t x = 0; x < m_Width; ++x)
-      overlay[point.y * stride + x] = inverse(m_pFrozen[point.y * m_nWidth + x]);
-    for (int32_t y = 0; y < m_Height; ++y)
-      overlay[y * stride + point.x] = inverse(m_pFrozen[y * m_nWidth + point.x]);
-    overlay[point.y * stride + point.x] = 0;
-  }
+  if (crosshair) ov::DrawCrosshair(m_zoom, point.x, point.y);
   cairo_surface_mark_dirty(m_pOverlaySurface);
   ov::DrawZoomGlass(m_zoom, point.x, point.y, point.x, point.y, m_rcSelection);
   cairo_surface_flush(m_pOverlaySurface);

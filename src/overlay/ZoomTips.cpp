@@ -3,6 +3,8 @@
 #include <cairo.h>
 #include <pango/pangocairo.h>
 
+#include <algorithm>
+
 #include "core/Globals.h"
 #include "core/Rect.h"
 #include "overlay/BoxStyles.h"
@@ -177,6 +179,23 @@ void DrawSizeTip(cairo_t* cr, PangoFontDescription* font, uint32_t brush, int32_
     cairo_stroke(cr);
   }
   cairo_restore(cr);
+}
+
+void DrawCrosshair(const ZoomRecord& r, int32_t x, int32_t y) {
+  auto inverse = [](uint32_t p) {
+    uint32_t out = 0xFF000000u;
+    for (int shift = 0; shift < 24; shift += 8)
+      if (((p >> shift) & 0xFF) < 128) out |= 0xFFu << shift;
+    return out;
+  };
+  const int32_t w = std::min(r.targetWidth, r.sourceWidth);
+  const int32_t h = std::min(r.targetHeight, r.sourceHeight);
+  if (x < 0 || y < 0 || x >= w || y >= h) return;
+  for (int32_t i = 0; i < w; ++i)
+    r.target[y * r.targetStride + i] = inverse(r.source[y * r.sourceWidth + i]);
+  for (int32_t i = 0; i < h; ++i)
+    r.target[i * r.targetStride + x] = inverse(r.source[i * r.sourceWidth + x]);
+  r.target[y * r.targetStride + x] = 0;
 }
 
 }  // namespace ov

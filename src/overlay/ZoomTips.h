@@ -45,6 +45,11 @@ inline constexpr int32_t kZoomGlassWidth = 196, kZoomGlassHeight = 172;
 POINT DrawZoomGlass(const ZoomRecord& record, int32_t x, int32_t y, int32_t sourceX,
                     int32_t sourceY, const RECT& rect);
 
+// Lines through (x, y) across the target, each pixel the threshold inverse
+// of the source's below it so that they show on any picture; the crossing
+// itself stays clear.
+void DrawCrosshair(const ZoomRecord& record, int32_t x, int32_t y);
+
 // A label with the tip of rect at (x, y) on a brush of colour (0xAARRGGBB),
 // with a soft shadow round it.
 void DrawSizeTip(cairo_t* target, PangoFontDescription* font, uint32_t brush, int32_t x, int32_t y,

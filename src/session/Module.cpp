@@ -15,6 +15,7 @@
 #include "encode/VendorTable.h"
 #include "output/MuxWorkers.h"
 #include "output/WmaFormats.h"
+#include "overlay/ImageCapture.h"
 #include "pixels/PixelDispatch.h"
 #include "platform/ChildProcess.h"
 #include "platform/GraphicsProbe.h"
@@ -137,6 +138,7 @@ extern "C" void ovUninitialize() {
   using namespace ov;
   EndChildProcesses();
   JoinMuxWorkers();
+  DropCopiedImage();
   ReportLiveObjects();
   WriteLog(kMsg, "Gdiplus::Bitmap=%d\n", g_nGdiplusBitmaps.load());
   WriteLog(kMsg, "Gdiplus::Graphics=%d\n", g_nGdiplusGraphics.load());

@@ -150,6 +150,23 @@ TEST(Commands, DemoRecordsAndEndsEveryProcessItStarted) {
   EXPECT_NE(streams.find("audio"), std::string::npos) << streams;
 }
 
+// A shot under XTest: a dragged rectangle, one shape drawn on it, then saved.
+TEST(Commands, ShotSavesTheDraggedRectangleOnceItsShapeIsDrawn) {
+  ovtest::ScratchFolder scratch("ovclishot");
+  const std::string out = scratch.Path() + "/shot.png";
+  CliProcess shot({"shot", "--tool", "rect", out});
+  ASSERT_TRUE(shot.WaitForErr("drag a rectangle", 30000));
+  ovtest::RunCapture(
+      "xdotool mousemove 40 30 mousedown 1 mousemove 90 90 mousemove 240 180 mouseup 1");
+  ASSERT_TRUE(shot.WaitForErr("Draw 1 shape", 30000));
+  EXPECT_FALSE(fs::exists(out));
+  ovtest::RunCapture(
+      "xdotool mousemove 60 50 mousedown 1 mousemove 90 90 mousemove 200 150 mouseup 1");
+  const CliResult r = shot.Finish(30000);
+  ASSERT_EQ(r.exitCode, 0) << r.err;
+  EXPECT_NE(Streams(out).find("png\nvideo\n200\n150\n"), std::string::npos) << Streams(out);
+}
+
 TEST(Commands, EachWrongCommandLineGivesOneLineAndNothingIsRecorded) {
   ovtest::ScratchFolder scratch("ovcliout");
   const std::string dir = scratch.Path(), out = dir + "/out.mp4";
@@ -179,6 +196,9 @@ TEST(Commands, EachWrongCommandLineGivesOneLineAndNothingIsRecorded) {
       {{"record", dir + "/out.avi"}, "out.avi"},
       {{"frobnicate"}, "frobnicate"},
       {{"demo", "--seconds", "0"}, "--seconds"},
+      {{"shot"}, "--copy"},
+      {{"shot", dir + "/out.xyz"}, "out.xyz"},
+      {{"shot", "--tool", "pen", dir + "/out.png"}, "pen"},
       {{"record", dir + "/missing/out.mp4"}, dir + "/missing/out.mp4"},
       {{"record", dir + "/folder.mp4"}, dir + "/folder.mp4"},
       {{"record", "--region", "1000,600,400,200", out}, "outside display 0"},

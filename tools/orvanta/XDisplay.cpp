@@ -36,4 +36,12 @@ WindowSize QueryWindowSize(uint64_t window) {
   return size;
 }
 
+uint64_t ClipboardOwner() {
+  Display* display = XOpenDisplay(nullptr);
+  if (!display) return 0;
+  const Window owner = XGetSelectionOwner(display, XInternAtom(display, "CLIPBOARD", False));
+  XCloseDisplay(display);
+  return owner;
+}
+
 }  // namespace cli

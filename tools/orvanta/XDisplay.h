@@ -18,4 +18,7 @@ struct WindowSize {
 
 WindowSize QueryWindowSize(uint64_t window);
 
+// The window that owns the CLIPBOARD selection now, or 0.
+uint64_t ClipboardOwner();
+
 }  // namespace cli

@@ -16,6 +16,7 @@
 #include "Recording.h"
 #include "Recover.h"
 #include "Scene.h"
+#include "Shot.h"
 #include "Tone.h"
 
 namespace {
@@ -27,6 +28,7 @@ const char kUsage[] =
     "  record [options] OUT   record the screen, a region or a window into OUT\n"
     "  displays               list the displays that can be recorded\n"
     "  devices                list sound endpoints and video encoders\n"
+    "  shot [options] FILE    an annotated screenshot, saved or copied to the clipboard\n"
     "  recover FOLDER OUT     make OUT from the temp files a killed recording left\n"
     "  play FOLDER            play the temp files of a recording in a window\n"
     "  cameras                list the cameras\n"
@@ -42,6 +44,8 @@ int Help(const std::vector<std::string>& args) {
   std::string topic = args.empty() ? "" : args[0];
   if (topic == "record")
     std::fputs(cli::kRecordUsage, stdout);
+  else if (topic == "shot")
+    std::fputs(cli::kShotUsage, stdout);
   else if (topic == "recover")
     std::fputs(cli::kRecoverUsage, stdout);
   else if (topic == "play")
@@ -106,6 +110,7 @@ int main(int argc, char** argv) {
   }
   if (command == "camera") return cli::RunCamera(args);
   if (command == "demo") return cli::RunDemo(args);
+  if (command == "shot") return cli::RunShot(args);
   if (command == "recover") return cli::RunRecover(args);
   if (command == "play") return cli::RunPlay(args);
   cli::Error("unknown command '%s' (see 'orvanta help')", command.c_str());
