@@ -86,10 +86,7 @@ TEST_F(WindowCaptureTest, FollowsTheWindowAndShowsItWhenCoveredUntilItCloses) {
 }
 
 // Under a compositing manager the desktop is composed up to the window.
-// Off for now: a frame made while the window moves can compose the place it
-// has just left (black where it was), about one run in three. It must pass
-// before it comes back.
-TEST_F(WindowCaptureTest, DISABLED_ComposedPictureDoesTheSame) {
+TEST_F(WindowCaptureTest, ComposedPictureDoesTheSame) {
   const pid_t manager = ovtest::Spawn({"xcompmgr"});
   ASSERT_GT(manager, 0);
   for (int i = 0; i < 100 && !ov::CompositionManagerRunning(); ++i) SleepMs(20);
