@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <future>
+#include <memory>
 
 #include "overlay/BoxStyles.h"
 
@@ -85,39 +86,42 @@ namespace {
 
 constexpr uint32_t kCall = WM_USER + 1;
 
+// Shared by the caller and the thread, so that neither outlives what the
+// other still touches.
 struct CallWork {
-  const std::function<void()>* work;
+  std::function<void()> work;
   std::promise<void> done;
 };
 
 }  // namespace
 
 bool BoxThread::Start(std::function<bool(MessageQueue&)> setUp, std::function<void()> tearDown) {
-  std::promise<uint32_t> started;  // the queue's thread id, 0 when setUp failed
-  std::future<uint32_t> ready = started.get_future();
-  m_thread =
-      std::thread([this, &started, setUp = std::move(setUp), tearDown = std::move(tearDown)] {
-        std::function<void()> afterLast;
-        {
-          MessageQueue queue;
-          if (!setUp(queue)) {
-            tearDown();
-            started.set_value(0);
-            return;
-          }
-          started.set_value(queue.ThreadId());
-          Message msg;
-          while (queue.Get(&msg)) {
-            if (msg.message != kCall) continue;
-            auto* call = reinterpret_cast<CallWork*>(msg.wParam);
-            (*call->work)();
-            call->done.set_value();
-          }
-          tearDown();
-          afterLast = std::move(m_afterLast);
-        }
-        if (afterLast) afterLast();
-      });
+  // The queue's thread id, 0 when setUp failed.
+  auto started = std::make_shared<std::promise<uint32_t>>();
+  std::future<uint32_t> ready = started->get_future();
+  m_thread = std::thread([this, started, setUp = std::move(setUp), tearDown = std::move(tearDown)] {
+    std::function<void()> afterLast;
+    {
+      MessageQueue queue;
+      if (!setUp(queue)) {
+        tearDown();
+        started->set_value(0);
+        return;
+      }
+      started->set_value(queue.ThreadId());
+      Message msg;
+      while (queue.Get(&msg)) {
+        if (msg.message != kCall) continue;
+        std::unique_ptr<std::shared_ptr<CallWork>> call(
+            reinterpret_cast<std::shared_ptr<CallWork>*>(msg.wParam));
+        (*call)->work();
+        (*call)->done.set_value();
+      }
+      tearDown();
+      afterLast = std::move(m_afterLast);
+    }
+    if (afterLast) afterLast();
+  });
   m_threadId = ready.get();
   if (m_threadId == 0) {
     m_thread.join();
@@ -133,9 +137,9 @@ void BoxThread::Post(uint32_t message, uint64_t wParam) {
 void BoxThread::Call(const std::function<void()>& work) {
   if (OnOwnThread()) return work();
   if (!m_threadId) return;
-  CallWork call{&work, {}};
-  std::future<void> done = call.done.get_future();
-  Post(kCall, reinterpret_cast<uint64_t>(&call));
+  auto call = std::make_shared<CallWork>(CallWork{work, {}});
+  std::future<void> done = call->done.get_future();
+  Post(kCall, reinterpret_cast<uint64_t>(new std::shared_ptr<CallWork>(call)));
   done.wait();
 }
 

@@ -109,7 +109,8 @@ class CScreenCropBox : public CScreenCropObject, public CMemoryBitmap {
     // under the box, which the composed mirror makes without our windows.
     if (g_bHardwareCapture.load() &&
         SUCCEEDED(InitializeMagnifier(&m_Magnifier, kZoomWidth, kZoomHeight))) {
-      m_Magnifier.windows = {m_hwnd, m_hwndHost};
+      m_Magnifier.windows = {m_hwnd};
+      if (m_hwndHost) m_Magnifier.windows.push_back(m_hwndHost);
       m_pZoomSource.assign(static_cast<size_t>(kZoomWidth) * kZoomHeight, 0);
       m_nZoomSourceSize = kZoomWidth * kZoomHeight * 4;
       m_zoom = {m_font.get(),
