@@ -142,7 +142,6 @@ void CropCoveredTarget(const char* method) {
   const RECT part{20, 10, 120, 90};
   CWindowCropObject* crop = ovCreateWindowCrop(host, &heard, target, &part, 0);
   ASSERT_NE(crop, nullptr);
-  EXPECT_NE(mark.Text().find(method), std::string::npos);
   // The target's copy at (8, 8) in the host, its covered part too: bright
   // inside the rectangle, dimmed outside it.
   for (int i = 0; i < 50 && ScreenPixel(d, 8 + 40, 8 + 30) != Pattern(40); ++i) usleep(100000);
@@ -176,6 +175,7 @@ void CropCoveredTarget(const char* method) {
   XSync(d, False);
   ASSERT_TRUE(heard.WaitFor([&] { return heard.closes >= 2; })) << "until the host ends it";
   crop->Destroy();
+  EXPECT_NE(mark.Text().find(method), std::string::npos);
   for (Window w : {host, cover}) XDestroyWindow(d, w);
   XFreeGC(d, gc);
   XFreePixmap(d, tile);
