@@ -27,6 +27,7 @@ class WindowCaptureTest : public CaptureTest {
 // The window closed mid-recording leaves an index and a video that agree
 // and decode to their last frame.
 void WindowCaptureTest::CloseWithTheRealEncoder() {
+  FreeCapturedFile(1);  // the record of the recording before
   CScreenCapture::s_codecFactoryForTesting = nullptr;
   Display* d = XOpenDisplay(nullptr);
   ASSERT_NE(d, nullptr);
