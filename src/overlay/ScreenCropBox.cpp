@@ -24,6 +24,7 @@
 #include "overlay/ZoomTips.h"
 #include "platform/InputWindow.h"
 #include "platform/OverlayWindow.h"
+#include "platform/PointerWatcher.h"
 
 namespace {
 
@@ -179,7 +180,7 @@ class CScreenCropBox : public CScreenCropObject, public CMemoryBitmap {
         m_nDragHit = hit;
         m_nGrip = grip;
         m_rcDragStart = m_rcCrop;
-        m_ptDragStart = m_ptDragLast = p;
+        m_ptDragStart = m_ptDragLast = m_bZoom ? Snap(hit, p) : p;
         if (m_pCallback) m_pCallback->OnCropBegin();
         m_grips[grip]->Capture(true);
       } else if (e.type == ov::InputEvent::kMotion && m_nDragHit && grip == m_nGrip) {
@@ -207,6 +208,22 @@ class CScreenCropBox : public CScreenCropObject, public CMemoryBitmap {
         if (m_pCallback) m_pCallback->OnCropEnd();
       }
     }
+  }
+
+  // The pointer put on the grabbed edge or corner, so that the glass shows
+  // the edge under its crosshair.
+  POINT Snap(int32_t hit, POINT p) const {
+    const RECT& c = m_rcCrop;
+    POINT to = p;
+    if (hit == ov::kHitTop || hit == ov::kHitTopLeft || hit == ov::kHitTopRight) to.y = c.top;
+    if (hit == ov::kHitBottom || hit == ov::kHitBottomLeft || hit == ov::kHitBottomRight)
+      to.y = std::min(c.bottom, m_nHeight - 1);
+    if (hit == ov::kHitLeft || hit == ov::kHitTopLeft || hit == ov::kHitBottomLeft) to.x = c.left;
+    if (hit == ov::kHitRight || hit == ov::kHitTopRight || hit == ov::kHitBottomRight)
+      to.x = std::min(c.right, m_nWidth - 1);
+    if (to.x != p.x || to.y != p.y)
+      ov::MovePointer(to.x + g_rcDisplay.left, to.y + g_rcDisplay.top);
+    return to;
   }
 
   void OnReset(const RECT& rect, bool keepRatio) {
