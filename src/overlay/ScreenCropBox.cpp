@@ -272,7 +272,7 @@ class CScreenCropBox : public CScreenCropObject, public CMemoryBitmap {
                       c.bottom - c.top, m_bKeepRatio);
       for (int i = ov::kHitTop; i <= ov::kHitBottomRight; ++i) shown.push_back(m_HitTable[i]);
     }
-    if ((!m_nDragHit || m_nDragHit == ov::kHitMove) && !Whole()) {
+    if (!m_nDragHit || m_nDragHit == ov::kHitMove) {
       if (cairo_surface_t* move = MovePicture()) {
         const int32_t x = (c.left + c.right - kMovePicture) / 2;
         const int32_t y = (c.top + c.bottom - kMovePicture) / 2;
