@@ -95,9 +95,21 @@ void AdjustScreenCrop(bool glass) {
   EXPECT_EQ(ScreenPixel(d, 200, 130), 0x204060u) << "the desktop inside the box stays seen";
 
   // The lower right corner, by 100 x 50.
-  ovtest::RunCapture(
-      "xdotool mousemove 302 202 mousedown 1 mousemove 350 230 mousemove 402 252 "
-      "mouseup 1");
+  ovtest::RunCapture("xdotool mousemove 302 202 mousedown 1 mousemove 350 230 mousemove 402 252");
+  if (glass) {
+    // The glass's corner is 48 pixels past the pointer; from (100, 68) in it
+    // it magnifies the desktop from the pointer on, without the box's rings.
+    Window red = XCreateSimpleWindow(d, DefaultRootWindow(d), 410, 240, 10, 30, 0, 0, 0xFF0000);
+    XMapRaised(d, red);
+    XSync(d, False);
+    ovtest::RunCapture("xdotool mousemove 401 252 mousemove 402 252");
+    auto cell = [&](int k) { return ScreenPixel(d, 450 + 100 + 4 * k + 2, 300 + 68 + 4 + 2); };
+    for (int i = 0; i < 50 && cell(10) != 0xFF0000; ++i) usleep(100000);
+    EXPECT_EQ(cell(10), 0xFF0000u);
+    EXPECT_EQ(cell(3), 0x204060u) << "under the ring";
+    XDestroyWindow(d, red);
+  }
+  ovtest::RunCapture("xdotool mouseup 1");
   ASSERT_TRUE(heard.WaitFor([&] { return heard.ends == 1; }));
   EXPECT_EQ(heard.begins, 1);
   EXPECT_TRUE(Same(heard.Crop(), {100, 100, 400 + snap, 250 + snap}));
