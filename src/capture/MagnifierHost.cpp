@@ -37,6 +37,7 @@ HRESULT SetMagnifierSource(MagnifierHost* host, const RECT& rc, HWND target) {
   }
   host->source = rc;
   host->target = target;
+  host->anchor = {};
   host->mirror->SetWindowLists(host->windows.data(), host->windows.size(), nullptr, 0);
   return S_OK;
 }
@@ -45,7 +46,16 @@ HRESULT GetMagnifierFrame(MagnifierHost* host, uint8_t* destination, int32_t pit
   if (!host || !host->mirror || !destination) return E_FAIL;
   bool ok;
   if (host->target) {
-    ok = host->mirror->Compose(host->source, host->target, destination, pitch);
+    RECT& a = host->anchor;
+    const bool anchored = a.right > a.left && a.bottom > a.top;
+    const POINT before{a.left, a.top};
+    ok = host->mirror->Compose(host->source, host->target, anchored ? &a : nullptr, destination,
+                               pitch);
+    if (ok && anchored) {
+      const int32_t dx = a.left - before.x, dy = a.top - before.y;
+      RECT& s = host->source;
+      s = {s.left + dx, s.top + dy, s.right + dx, s.bottom + dy};
+    }
   } else {
     // The screen as it is, with the listed windows' areas composed anew.
     host->mirror->Invalidate();

@@ -18,6 +18,10 @@ struct MagnifierHost {
   std::unique_ptr<ov::DesktopMirror> mirror;
   RECT source{};
   HWND target = 0;
+  // The target's outer rectangle when source was measured against it; with
+  // it set, each picture finds the target where it stands at that moment,
+  // moves source and anchor with it, and fails once the target is gone.
+  RECT anchor{};
   std::vector<HWND> windows;  // left out of the picture
   int32_t width = 0, height = 0;
 };

@@ -123,10 +123,16 @@ bool CWindowCaptureVideoStream::FillFrame(uint8_t* frame, int32_t pitch) {
       m_screen->Grab(m_rcSource.left, m_rcSource.top, m_nRegionWidth, m_nRegionHeight, frame,
                      pitch);
       break;
-    default:
-      if (SUCCEEDED(SetMagnifierSource(m_pMagnifierHost.get(), m_rcSource, m_hWnd)))
-        GetMagnifierFrame(m_pMagnifierHost.get(), frame, pitch);
+    default: {
+      // The window is found again in the same breath as its pixels are read:
+      // it may have moved since it was located above.
+      MagnifierHost* host = m_pMagnifierHost.get();
+      if (FAILED(SetMagnifierSource(host, m_rcSource, m_hWnd))) return false;
+      host->anchor = outer;
+      if (FAILED(GetMagnifierFrame(host, frame, pitch))) return false;
+      m_rcSource = host->source;
       break;
+    }
   }
   return true;
 }

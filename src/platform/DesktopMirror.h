@@ -45,7 +45,14 @@ class DesktopMirror {
   // Composed kind only: the region composed from the windows bottom-up,
   // leaving out those above stopAt's top-level window (0: none), and the
   // excluded ones. Fetches everything; for one-off pictures.
-  virtual bool Compose(const RECT& region, uint64_t stopAt, uint8_t* dst, int32_t pitch) = 0;
+  // With anchor (stopAt's outer rectangle where the caller measured region
+  // against it), the region keeps its place on stopAt: if the window has
+  // moved since, the region moves with it and *anchor becomes the window's
+  // rectangle now. The window's place and the pixels are then read while
+  // the server serves no one else, so a window on the move never leaves the
+  // place it has just left in the picture. False when stopAt is gone.
+  virtual bool Compose(const RECT& region, uint64_t stopAt, RECT* anchor, uint8_t* dst,
+                       int32_t pitch) = 0;
 
   virtual int LastError() const = 0;
   // The screen's size when the mirror was made.

@@ -43,8 +43,9 @@ class InputWindow {
   virtual void TakeFocus() = 0;
 };
 
-// Null without a server or for an empty rectangle (root coordinates).
-std::unique_ptr<InputWindow> CreateInputWindow(const RECT& rect);
+// Null without a server or for an empty rectangle (root coordinates, or
+// the parent's for a child of parent).
+std::unique_ptr<InputWindow> CreateInputWindow(const RECT& rect, HWND parent = 0);
 
 // A periodic timer whose descriptor a message queue watches.
 class PeriodicTimer {

@@ -24,8 +24,9 @@ struct PointerShape {
 bool LoadThemeCursor(const char* name, PointerShape* shape);
 
 struct OverlayWindowOptions {
-  RECT rect = {};             // in root coordinates
+  RECT rect = {};             // in root coordinates, or the parent's
   bool clickThrough = false;  // pointer events go to the windows below
+  HWND parent = 0;            // a child of this window (shown opaque), not a top-level one
 };
 
 class OverlayWindow {

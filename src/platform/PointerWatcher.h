@@ -24,4 +24,6 @@ std::unique_ptr<PointerWatcher> CreatePointerWatcher();
 
 // The pointer's current position; false without a server.
 bool QueryPointer(int32_t* x, int32_t* y);
+// Puts the pointer at (x, y), root coordinates.
+void MovePointer(int32_t x, int32_t y);
 }  // namespace ov

@@ -188,14 +188,25 @@ class XDamageMirror : public DesktopMirror {
     m_full = true;  // what was left out before comes back
   }
 
-  bool Compose(const RECT& region, uint64_t stopAt, uint8_t* dst, int32_t pitch) override {
+  bool Compose(const RECT& region, uint64_t stopAt, RECT* anchor, uint8_t* dst,
+               int32_t pitch) override {
     if (!m_composed) return false;
-    RECT inside = Intersect(region, m_screen);
-    ClearOutside(region, inside, dst, pitch);
-    if (Empty(inside)) return true;
-    size_t excluded = ResolveExcluded();
-    Window stop = stopAt ? TopLevel(stopAt) : 0;
-    return ComposeArea(inside, region, dst, pitch, excluded, stop);
+    if (!anchor || !stopAt) return ComposeRegion(region, stopAt ? TopLevel(stopAt) : 0, dst, pitch);
+    // Between reading where the window is and reading its pixels, no client
+    // may move, resize or unmap anything.
+    XGrabServer(m_display);
+    RECT now;
+    const Window stop = TopLevel(stopAt);
+    bool ok = stop && Locate(static_cast<Window>(stopAt), &now);
+    if (ok) {
+      const int32_t dx = now.left - anchor->left, dy = now.top - anchor->top;
+      *anchor = now;
+      ok = ComposeRegion({region.left + dx, region.top + dy, region.right + dx, region.bottom + dy},
+                         stop, dst, pitch);
+    }
+    XUngrabServer(m_display);
+    XFlush(m_display);
+    return ok;
   }
 
   int LastError() const override { return m_lastError; }
@@ -386,6 +397,28 @@ class XDamageMirror : public DesktopMirror {
       }
     }
     if (plain) XDestroyImage(plain);
+    return true;
+  }
+
+  bool ComposeRegion(const RECT& region, Window stop, uint8_t* dst, int32_t pitch) {
+    RECT inside = Intersect(region, m_screen);
+    ClearOutside(region, inside, dst, pitch);
+    if (Empty(inside)) return true;
+    size_t excluded = ResolveExcluded();
+    return ComposeArea(inside, region, dst, pitch, excluded, stop);
+  }
+
+  // The window's outer rectangle on the screen, border included.
+  bool Locate(Window window, RECT* outer) {
+    XErrorTrap trap(m_display);
+    XWindowAttributes a;
+    if (!XGetWindowAttributes(m_display, window, &a) || trap.Failed()) return false;
+    int x = 0, y = 0;
+    Window child;
+    XTranslateCoordinates(m_display, window, m_root, -a.border_width, -a.border_width, &x, &y,
+                          &child);
+    if (trap.Failed()) return false;
+    *outer = {x, y, x + a.width + 2 * a.border_width, y + a.height + 2 * a.border_width};
     return true;
   }
 

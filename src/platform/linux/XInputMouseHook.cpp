@@ -140,4 +140,11 @@ bool QueryPointer(int32_t* x, int32_t* y) {
   return true;
 }
 
+void MovePointer(int32_t x, int32_t y) {
+  Display* display = SharedXDisplay();
+  if (!display) return;
+  XWarpPointer(display, None, DefaultRootWindow(display), 0, 0, 0, 0, x, y);
+  XFlush(display);
+}
+
 }  // namespace ov

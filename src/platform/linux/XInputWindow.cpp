@@ -33,7 +33,7 @@ class XInputWindow : public InputWindow {
     CloseXConnection(m_display);
   }
 
-  bool Open(const RECT& rect) {
+  bool Open(const RECT& rect, Window parent) {
     const int width = rect.right - rect.left, height = rect.bottom - rect.top;
     if (width <= 0 || height <= 0) return false;
     m_display = OpenXConnection();
@@ -43,9 +43,9 @@ class XInputWindow : public InputWindow {
     attributes.event_mask = kEventMask;
     XErrorTrap trap(m_display);
     m_window =
-        XCreateWindow(m_display, DefaultRootWindow(m_display), rect.left, rect.top,
-                      static_cast<unsigned>(width), static_cast<unsigned>(height), 0, 0, InputOnly,
-                      CopyFromParent, CWOverrideRedirect | CWEventMask, &attributes);
+        XCreateWindow(m_display, parent ? parent : DefaultRootWindow(m_display), rect.left,
+                      rect.top, static_cast<unsigned>(width), static_cast<unsigned>(height), 0, 0,
+                      InputOnly, CopyFromParent, CWOverrideRedirect | CWEventMask, &attributes);
     XSync(m_display, False);
     return !trap.Failed() && m_window;
   }
@@ -199,9 +199,9 @@ class TimerFd : public PeriodicTimer {
 
 }  // namespace
 
-std::unique_ptr<InputWindow> CreateInputWindow(const RECT& rect) {
+std::unique_ptr<InputWindow> CreateInputWindow(const RECT& rect, HWND parent) {
   auto window = std::make_unique<XInputWindow>();
-  if (!window->Open(rect)) return nullptr;
+  if (!window->Open(rect, static_cast<Window>(parent))) return nullptr;
   return window;
 }
 

@@ -55,7 +55,8 @@ class XOverlayWindow : public OverlayWindow {
     Visual* visual = DefaultVisual(m_display, screen);
     int depth = DefaultDepth(m_display, screen);
     XVisualInfo info;
-    if (CompositorOn(m_display) && XMatchVisualInfo(m_display, screen, 32, TrueColor, &info)) {
+    if (!options.parent && CompositorOn(m_display) &&
+        XMatchVisualInfo(m_display, screen, 32, TrueColor, &info)) {
       visual = info.visual;
       depth = 32;
       m_translucent = true;
@@ -67,10 +68,11 @@ class XOverlayWindow : public OverlayWindow {
     m_colormap = XCreateColormap(m_display, root, visual, AllocNone);
     attributes.colormap = m_colormap;
     XErrorTrap trap(m_display);
-    m_window = XCreateWindow(
-        m_display, root, options.rect.left, options.rect.top, static_cast<unsigned>(m_width),
-        static_cast<unsigned>(m_height), 0, depth, InputOutput, visual,
-        CWOverrideRedirect | CWBackPixel | CWBorderPixel | CWColormap, &attributes);
+    m_window =
+        XCreateWindow(m_display, options.parent ? static_cast<Window>(options.parent) : root,
+                      options.rect.left, options.rect.top, static_cast<unsigned>(m_width),
+                      static_cast<unsigned>(m_height), 0, depth, InputOutput, visual,
+                      CWOverrideRedirect | CWBackPixel | CWBorderPixel | CWColormap, &attributes);
     if (options.clickThrough) {
       XShapeCombineRectangles(m_display, m_window, ShapeInput, 0, 0, nullptr, 0, ShapeSet,
                               Unsorted);
