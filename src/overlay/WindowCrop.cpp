@@ -22,8 +22,17 @@
 #include "platform/ScreenGrabber.h"
 #include "platform/WindowGrabber.h"
 #include "platform/WindowList.h"
+#include "platform/XServer.h"
 
 namespace {
+
+enum class Target { Gone, Hidden, Shown };
+// Hidden when the window or one of its ancestors is unmapped or iconic.
+Target TargetState(HWND window) {
+  const ov::WindowState state = ov::QueryWindow(window);
+  if (!state.exists) return Target::Gone;
+  return state.viewable && !state.iconic ? Target::Shown : Target::Hidden;
+}
 
 constexpr int32_t kMargin = 8;
 constexpr uint32_t kTickMs = 100;
@@ -232,17 +241,17 @@ class CWindowCrop : public CWindowCropObject, public CVideoRender {
   }
 
   void OnTick() {
-    switch (ov::GetWindowState(m_hwndTarget)) {
-      case ov::WindowState::Gone:
+    switch (TargetState(m_hwndTarget)) {
+      case Target::Gone:
         if (m_pCallback) m_pCallback->OnTargetClosed();
         return;
-      case ov::WindowState::Hidden:
+      case Target::Hidden:
         if (!m_bMinimized) {
           m_bMinimized = true;
           if (m_pCallback) m_pCallback->OnTargetMinimized();
         }
         return;
-      case ov::WindowState::Shown:
+      case Target::Shown:
         break;
     }
     if (m_bMinimized) {
@@ -367,7 +376,7 @@ extern "C" OV_API CWindowCropObject* ovCreateWindowCrop(HWND parentWindow,
                                                         HWND targetWindow, const RECT* rect,
                                                         BOOL bKeepRatio) {
   WriteLog(ov::kMsg, "Window Crop ...\n");
-  if (ov::GetWindowState(targetWindow) != ov::WindowState::Shown) {
+  if (TargetState(targetWindow) != Target::Shown) {
     WriteLog(ov::kErr, "The target window is gone or hidden\n");
     return nullptr;
   }

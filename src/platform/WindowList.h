@@ -20,8 +20,4 @@ std::vector<ListedWindow> ListTopLevelWindows(int32_t minSize);
 // Maps or unmaps a window; nothing for 0 or a window that is gone.
 void ShowWindow(HWND window, bool show);
 
-enum class WindowState { Gone, Hidden, Shown };
-// Hidden when the window or one of its ancestors is unmapped or iconic.
-WindowState GetWindowState(HWND window);
-
 }  // namespace ov

@@ -64,18 +64,6 @@ std::vector<ListedWindow> ListTopLevelWindows(int32_t minSize) {
   return list;
 }
 
-WindowState GetWindowState(HWND window) {
-  Display* display = SharedXDisplay();
-  if (!display || !window) return WindowState::Gone;
-  XErrorTrap trap(display);
-  XWindowAttributes a;
-  if (!XGetWindowAttributes(display, static_cast<Window>(window), &a) || trap.Failed())
-    return WindowState::Gone;
-  // A window manager iconifies by unmapping the frame: the client is then
-  // not viewable either.
-  return a.map_state == IsViewable ? WindowState::Shown : WindowState::Hidden;
-}
-
 void ShowWindow(HWND window, bool show) {
   Display* display = SharedXDisplay();
   if (!display || !window) return;
