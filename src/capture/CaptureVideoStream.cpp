@@ -131,6 +131,7 @@ void CCaptureVideoStream::MakeFrame(bool dirty) {
   const int32_t pitch = CFrameDetect::m_nWidth * 4;
   uint8_t* const frame = m_pBits;
   bool changed = false;
+  int32_t changedTop = 0, changedBottom = 0;  // rows that may differ from the last frame
   if (dirty) {
     m_nChangedTop = 0;
     m_nChangedBottom = CFrameDetect::m_nHeight;
@@ -142,17 +143,22 @@ void CCaptureVideoStream::MakeFrame(bool dirty) {
     if (m_pBitmap) cairo_surface_flush(m_pBitmap);
     // The reference frame is also read by SaveFrameToFile on the host's thread.
     std::lock_guard<std::recursive_mutex> lock(g_csCanvas);
-    if (m_bFinalFrame || (m_nChangedTop == 0 && m_nChangedBottom == CFrameDetect::m_nHeight))
+    if (m_bFinalFrame || (m_nChangedTop == 0 && m_nChangedBottom == CFrameDetect::m_nHeight)) {
       changed = UpdateReference(frame);
-    else
+      changedBottom = CFrameDetect::m_nHeight;
+    } else {
       changed = IsChanged(frame, static_cast<size_t>(m_nChangedTop) * pitch,
                           static_cast<size_t>(m_nChangedBottom) * pitch);
+      changedTop = m_nChangedTop;
+      changedBottom = m_nChangedBottom;
+    }
   }
   BOOL keyFrame = 0;
   if (time - m_nLastKeyTime >= s_nKeyFrameSpacing.load()) {
     keyFrame = 1;
     m_nLastKeyTime = time;
   }
+  m_pCodec->SetChangedRows(changedTop, changedBottom);
   m_pCodec->WriteFrame(frame, pitch, time, keyFrame, changed ? 0 : 1);
   ++owner.m_nFrameCount;
 }

@@ -27,6 +27,13 @@ class CVideoCodec : private ov::NonCopyable {
                              BOOL unchanged) = 0;
   // Called once after the last WriteFrame; on return the file is complete.
   virtual void Finish() = 0;
+  // A hint for the next WriteFrame only: rows outside [top, bottom) equal
+  // those of the frame handed over before it. Without it every row counts
+  // as changed; an encoder may ignore it.
+  virtual void SetChangedRows(int32_t top, int32_t bottom) {
+    (void)top;
+    (void)bottom;
+  }
 
  protected:
   CWriterStatistics* m_pStatistics;

@@ -7,8 +7,10 @@
 #include <gtest/gtest.h>
 #include <stdlib.h>
 
+#include <algorithm>
 #include <cstring>
 #include <filesystem>
+#include <iterator>
 #include <memory>
 #include <string>
 #include <vector>
@@ -213,6 +215,65 @@ TEST_F(EncoderLibraryTest, ColoursSurviveTheRoundTrip) {
       for (int channel = 0; channel < 3; ++channel)
         EXPECT_NEAR(got[channel], (&c.r)[channel], 8)
             << "codec " << codec << " at " << x << "," << y;
+    }
+  }
+}
+
+// A small square moved over a still screen, as a pointer or a clock changes
+// it, with the rows that changed named as a capture stream names them, onto
+// the picture's bottom right corner, where the coded width ends in part of a
+// block and the coded height repeats the last row: every decoded frame shows
+// the square where it was drawn and the screen again where it was before.
+TEST_F(EncoderLibraryTest, SmallChangesOnAStillScreenAllReachTheStream) {
+  constexpr int kWidth = 641, kHeight = 479, kSide = 20, kCodedWidth = 642;
+  const std::pair<int, int> spots[] = {{100, 100}, {112, 100}, {400, 300}, {630, 470}, {0, 0}};
+  SyntheticScreen screen(kWidth, kHeight);
+  screen.Draw(0);
+  const std::vector<uint8_t> still = screen.pixels;
+  const std::string file = PathFor("changes.h264");
+  auto encoder = Create(1);
+  ASSERT_EQ(encoder->Initialize(1, kWidth, kHeight, 30, 6, Wide(file).c_str()), S_OK);
+  encoder->WriteFrame(screen.pixels.data(), screen.stride, 0, 1, 0);
+  for (size_t i = 0; i < std::size(spots); ++i) {
+    screen.pixels = still;
+    for (int y = spots[i].second; y < std::min(spots[i].second + kSide, kHeight); ++y)
+      for (int x = spots[i].first; x < std::min(spots[i].first + kSide, kWidth); ++x)
+        memset(screen.At(x, y), 255, 3);
+    // The rows that a capture stream names as changed: those of both squares.
+    const int top = i ? std::min(spots[i - 1].second, spots[i].second) : spots[i].second;
+    encoder->SetChangedRows(top, std::max(i ? spots[i - 1].second : 0, spots[i].second) + kSide);
+    encoder->WriteFrame(screen.pixels.data(), screen.stride, (i + 1) * 33 * kMillisecond, 0, 0);
+  }
+  encoder->Finish();
+
+  const std::string rgb = PathFor("changes.rgb");
+  ovtest::RunCapture("ffmpeg -nostdin -v error -y -f h264 -i '" + file +
+                     "' -f rawvideo -pix_fmt rgb24 '" + rgb + "'");
+  const std::string decoded = ovtest::ReadFile(rgb);
+  const size_t frameBytes = size_t(kCodedWidth) * (kHeight + 1) * 3;
+  ASSERT_EQ(decoded.size(), frameBytes * (std::size(spots) + 1));
+  auto near = [&](size_t frame, int x, int y, const uint8_t* bgr) {
+    const auto* got = reinterpret_cast<const uint8_t*>(
+        &decoded[frame * frameBytes + (size_t(y) * kCodedWidth + x) * 3]);
+    return std::abs(got[0] - bgr[2]) < 12 && std::abs(got[1] - bgr[1]) < 12 &&
+           std::abs(got[2] - bgr[0]) < 12;
+  };
+  const uint8_t white[3] = {255, 255, 255};
+  for (size_t i = 0; i < std::size(spots); ++i) {
+    for (int dy : {1, kSide / 2}) {
+      for (int dx : {1, kSide / 2}) {
+        const int x = std::min(spots[i].first + dx, kWidth - 1),
+                  y = std::min(spots[i].second + dy, kHeight - 1);
+        EXPECT_TRUE(near(i + 1, x, y, white)) << "square " << i << " at " << x << "," << y;
+        if (i == 0) continue;
+        const int px = spots[i - 1].first + dx, py = spots[i - 1].second + dy;
+        const bool covered = px >= spots[i].first && px < spots[i].first + kSide &&
+                             py >= spots[i].second && py < spots[i].second + kSide;
+        if (!covered) {
+          EXPECT_TRUE(near(i + 1, px, py, &still[size_t(py) * screen.stride + px * 4]))
+              << "left by square " << i - 1 << " at " << px << "," << py;
+        }
+      }
     }
   }
 }

@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <cstring>
 #include <string>
+#include <tuple>
 
 #include "encode/libs/EncoderLog.h"
 #include "formats/FrameIndex.h"
@@ -52,6 +53,7 @@ CLibavVideoCodec::~CLibavVideoCodec() {
   Stop();
   m_encoder.Close();
   for (Slot& slot : m_slots) av_frame_free(&slot.picture);
+  av_frame_free(&m_previous);
   av_packet_free(&m_packet);
   av_buffer_pool_uninit(&m_pool);
 }
@@ -127,7 +129,8 @@ bool CLibavVideoCodec::AllocatePictures() {
   if (size < 0) return false;
   m_pool = av_buffer_pool_init(static_cast<size_t>(size) + kPictureAlign, av_buffer_alloc);
   m_packet = av_packet_alloc();
-  if (!m_pool || !m_packet) return false;
+  m_previous = av_frame_alloc();
+  if (!m_pool || !m_packet || !m_previous) return false;
   for (Slot& slot : m_slots) {
     slot.picture = av_frame_alloc();
     if (!slot.picture || !AttachBuffer(slot.picture)) return false;
@@ -153,19 +156,41 @@ bool CLibavVideoCodec::AttachBuffer(AVFrame* picture) {
                               kPictureAlign) >= 0;
 }
 
+void CLibavVideoCodec::SetChangedRows(int32_t top, int32_t bottom) {
+  m_changedTop = top;
+  m_changedBottom = bottom;
+}
+
 int32_t CLibavVideoCodec::WriteFrame(const uint8_t* frame, int32_t stride, int64_t time,
                                      BOOL keyFrame, BOOL unchanged) {
+  const int32_t top = m_changedTop, bottom = m_changedBottom;
+  m_changedTop = 0;
+  m_changedBottom = INT32_MAX;
   // An unchanged frame adds nothing to the stream; the index keeps the
   // times of the frames that are there, so the file becomes variable-rate.
   if (unchanged && !keyFrame) return 1;
   if (!m_thread.joinable() || !frame || stride < m_width * 4 || m_failed.load()) return 0;
   Slot* slot = WaitForFreeSlot();
   if (!slot) return 0;
-  if (!AttachBuffer(slot->picture)) {
-    av_frame_unref(slot->picture);
+  AVFrame* picture = slot->picture;
+  if (!AttachBuffer(picture)) {
+    av_frame_unref(picture);
+    av_frame_unref(m_previous);  // the next frame's hint is not about it
     return 0;
   }
-  m_converter.Convert(frame, stride, slot->picture);
+  if (m_previous->buf[0] && (top > 0 || bottom < m_height)) {
+    std::tie(slot->changedTop, slot->changedBottom) =
+        m_converter.ConvertRows(frame, stride, picture, top, bottom, *m_previous);
+  } else {
+    m_converter.Convert(frame, stride, picture);
+    slot->changedTop = 0;
+    slot->changedBottom = m_codedHeight;
+  }
+  av_frame_unref(m_previous);
+  if ((m_previous->buf[0] = av_buffer_ref(picture->buf[0]))) {
+    memcpy(m_previous->data, picture->data, sizeof picture->data);
+    memcpy(m_previous->linesize, picture->linesize, sizeof picture->linesize);
+  }
   slot->time = time;
   slot->key = keyFrame || !m_sentAny;
   m_sentAny = true;
@@ -240,7 +265,7 @@ void CLibavVideoCodec::Encode(Slot& slot) {
   m_pending[(m_pendingHead + m_pendingCount) % kPendingTimes] = {pts, ticks};
   ++m_pendingCount;
 
-  int error = m_encoder.Send(slot.picture, pts, slot.key);
+  int error = m_encoder.Send(slot.picture, pts, slot.key, slot.changedTop, slot.changedBottom);
   if (error >= 0) error = WriteReadyPackets();
   if (error < 0 && error != AVERROR(EAGAIN)) {
     Fail("encoding a frame", error);

@@ -40,6 +40,7 @@ class CLibavVideoCodec final : public CVideoCodec {
   int32_t WriteFrame(const uint8_t* frame, int32_t stride, int64_t time, BOOL keyFrame,
                      BOOL unchanged) override;
   void Finish() override;
+  void SetChangedRows(int32_t top, int32_t bottom) override;
 
  private:
   static constexpr size_t kQueueDepth = 4;
@@ -50,6 +51,8 @@ class CLibavVideoCodec final : public CVideoCodec {
     AVFrame* picture = nullptr;
     int64_t time = 0;  // 100-ns units, as captured
     bool key = false;
+    int changedTop = 0;  // picture rows that differ from the picture before
+    int changedBottom = 0;
   };
   struct PendingTime {
     int64_t pts;
@@ -93,6 +96,11 @@ class CLibavVideoCodec final : public CVideoCodec {
   std::atomic<bool> m_failed{false};
   std::thread m_thread;
   bool m_sentAny = false;  // capture thread
+  // Capture thread: the last picture handed to the encoder, whose rows stand
+  // in for those that the next frame did not change, and that frame's hint.
+  AVFrame* m_previous = nullptr;
+  int32_t m_changedTop = 0;
+  int32_t m_changedBottom = INT32_MAX;
 
   AVPacket* m_packet = nullptr;
   std::array<PendingTime, kPendingTimes> m_pending{};

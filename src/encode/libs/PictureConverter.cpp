@@ -24,6 +24,34 @@ bool PictureConverter::Init(int width, int height, AVPixelFormat target) {
 }
 
 void PictureConverter::Convert(const uint8_t* bgr32, int stride, AVFrame* target) {
+  ConvertBand(bgr32, stride, target, 0, target->height);
+}
+
+std::pair<int, int> PictureConverter::ConvertRows(const uint8_t* bgr32, int stride, AVFrame* target,
+                                                  int top, int bottom, const AVFrame& previous) {
+  const int codedHeight = target->height, evenHeight = m_height & ~1;
+  top = std::clamp(top & ~1, 0, evenHeight);
+  // The rows below the region repeat its last row.
+  bottom = bottom >= m_height ? codedHeight : std::clamp((bottom + 1) & ~1, top, evenHeight);
+  ConvertBand(bgr32, stride, target, top, bottom);
+  const int planes = m_nv12 ? 2 : 3;
+  for (int plane = 0; plane < planes; ++plane) {
+    const int shift = plane == 0 ? 0 : 1;
+    const size_t pitch = static_cast<size_t>(target->linesize[plane]);
+    if (pitch != static_cast<size_t>(previous.linesize[plane])) continue;
+    auto copy = [&](int from, int to) {
+      if (to > from)
+        memcpy(target->data[plane] + from * pitch, previous.data[plane] + from * pitch,
+               (to - from) * pitch);
+    };
+    copy(0, top >> shift);
+    copy(bottom >> shift, codedHeight >> shift);
+  }
+  return {top, bottom};
+}
+
+void PictureConverter::ConvertBand(const uint8_t* bgr32, int stride, AVFrame* target, int top,
+                                   int bottom) {
   uint8_t* y = target->data[0];
   const ptrdiff_t yPitch = target->linesize[0];
   uint8_t* u = target->data[1];
@@ -32,17 +60,21 @@ void PictureConverter::Convert(const uint8_t* bgr32, int stride, AVFrame* target
   const int step = m_nv12 ? 2 : 1;
   const int codedWidth = target->width, codedHeight = target->height;
   const int evenWidth = m_width & ~1, evenHeight = m_height & ~1;
+  const int bandEnd = std::min(bottom, evenHeight);
   const auto convert = m_kernels->bgr32ToVideoYuv;
   const uint8_t* lastColumn = bgr32 + static_cast<ptrdiff_t>(m_width - 1) * 4;
 
-  if (evenWidth > 0 && evenHeight > 0)
-    convert(y, yPitch, u, v, uvPitch, step, bgr32, stride, evenWidth, evenHeight);
+  if (evenWidth > 0 && bandEnd > top) {
+    const ptrdiff_t chroma = top / 2 * uvPitch;
+    convert(y + top * yPitch, yPitch, u + chroma, v + chroma, uvPitch, step,
+            bgr32 + static_cast<ptrdiff_t>(top) * stride, stride, evenWidth, bandEnd - top);
+  }
 
   // Columns from the even width on: each row's last pixel, repeated.
   const int stripWidth = codedWidth - evenWidth;
   uint8_t* edge = m_edge.data();
   if (stripWidth > 0 && static_cast<size_t>(stripWidth) * 8 <= m_edge.size()) {
-    for (int row = 0; row < evenHeight; row += 2) {
+    for (int row = top; row < bandEnd; row += 2) {
       for (int r = 0; r < 2; ++r) {
         const uint8_t* pixel = lastColumn + static_cast<ptrdiff_t>(row + r) * stride;
         for (int x = 0; x < stripWidth; ++x) memcpy(edge + (r * stripWidth + x) * 4, pixel, 4);
@@ -55,7 +87,8 @@ void PictureConverter::Convert(const uint8_t* bgr32, int stride, AVFrame* target
 
   // Rows from the even height on: the last row, its last pixel repeated,
   // read twice for each pair of rows.
-  if (codedHeight > evenHeight && static_cast<size_t>(codedWidth) * 4 <= m_edge.size()) {
+  if (bottom > evenHeight && codedHeight > evenHeight &&
+      static_cast<size_t>(codedWidth) * 4 <= m_edge.size()) {
     const uint8_t* last = bgr32 + static_cast<ptrdiff_t>(m_height - 1) * stride;
     memcpy(edge, last, static_cast<size_t>(m_width) * 4);
     for (int x = m_width; x < codedWidth; ++x) memcpy(edge + x * 4, last + (m_width - 1) * 4, 4);
