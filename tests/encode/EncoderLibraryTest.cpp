@@ -226,7 +226,9 @@ TEST_F(EncoderLibraryTest, ColoursSurviveTheRoundTrip) {
 // the square where it was drawn and the screen again where it was before.
 TEST_F(EncoderLibraryTest, SmallChangesOnAStillScreenAllReachTheStream) {
   constexpr int kWidth = 641, kHeight = 479, kSide = 20, kCodedWidth = 642;
-  const std::pair<int, int> spots[] = {{100, 100}, {112, 100}, {400, 300}, {630, 470}, {0, 0}};
+  const std::pair<int, int> spots[] = {{100, 100}, {112, 100}, {124, 108}, {136, 116},
+                                       {148, 124}, {160, 132}, {400, 300}, {412, 300},
+                                       {630, 470}, {618, 470}, {0, 0},     {12, 0}};
   SyntheticScreen screen(kWidth, kHeight);
   screen.Draw(0);
   const std::vector<uint8_t> still = screen.pixels;
@@ -259,19 +261,20 @@ TEST_F(EncoderLibraryTest, SmallChangesOnAStillScreenAllReachTheStream) {
            std::abs(got[2] - bgr[0]) < 12;
   };
   const uint8_t white[3] = {255, 255, 255};
+  auto inside = [&](size_t i, int x, int y) {
+    return x >= spots[i].first && x < spots[i].first + kSide && y >= spots[i].second &&
+           y < spots[i].second + kSide;
+  };
   for (size_t i = 0; i < std::size(spots); ++i) {
-    for (int dy : {1, kSide / 2}) {
-      for (int dx : {1, kSide / 2}) {
-        const int x = std::min(spots[i].first + dx, kWidth - 1),
-                  y = std::min(spots[i].second + dy, kHeight - 1);
-        EXPECT_TRUE(near(i + 1, x, y, white)) << "square " << i << " at " << x << "," << y;
-        if (i == 0) continue;
-        const int px = spots[i - 1].first + dx, py = spots[i - 1].second + dy;
-        const bool covered = px >= spots[i].first && px < spots[i].first + kSide &&
-                             py >= spots[i].second && py < spots[i].second + kSide;
-        if (!covered) {
-          EXPECT_TRUE(near(i + 1, px, py, &still[size_t(py) * screen.stride + px * 4]))
-              << "left by square " << i - 1 << " at " << px << "," << py;
+    for (size_t j = 0; j <= i; ++j) {  // this square and every one before it
+      for (int d : {1, kSide / 2, kSide - 2}) {
+        const int x = std::min(spots[j].first + d, kWidth - 1),
+                  y = std::min(spots[j].second + d, kHeight - 1);
+        const bool square = j == i;
+        if (square || !inside(i, x, y)) {
+          EXPECT_TRUE(near(i + 1, x, y, square ? white : &still[size_t(y) * screen.stride + x * 4]))
+              << "square " << j << (square ? " missing" : " left") << " at " << x << "," << y
+              << " in frame " << i + 1;
         }
       }
     }

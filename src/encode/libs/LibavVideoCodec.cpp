@@ -175,27 +175,64 @@ int32_t CLibavVideoCodec::WriteFrame(const uint8_t* frame, int32_t stride, int64
   AVFrame* picture = slot->picture;
   if (!AttachBuffer(picture)) {
     av_frame_unref(picture);
-    av_frame_unref(m_previous);  // the next frame's hint is not about it
+    ForgetPictures();  // the next frame's hint is not about this one
     return 0;
   }
-  if (m_previous->buf[0] && (top > 0 || bottom < m_height)) {
-    std::tie(slot->changedTop, slot->changedBottom) =
-        m_converter.ConvertRows(frame, stride, picture, top, bottom, *m_previous);
-  } else {
-    m_converter.Convert(frame, stride, picture);
-    slot->changedTop = 0;
-    slot->changedBottom = m_codedHeight;
+  std::pair<int, int> rows{0, m_codedHeight};
+  if (m_previous->buf[0]) {
+    rows = m_converter.TargetRows(top, bottom, m_codedHeight);
+    const auto [staleTop, staleBottom] = StaleRows(picture->buf[0]->data);
+    m_converter.CopyRows(*m_previous, picture, staleTop, staleBottom);
   }
+  m_converter.ConvertRows(frame, stride, picture, rows.first, rows.second);
+  Remember(picture->buf[0]->data, rows);
+  std::tie(slot->changedTop, slot->changedBottom) = rows;
   av_frame_unref(m_previous);
   if ((m_previous->buf[0] = av_buffer_ref(picture->buf[0]))) {
     memcpy(m_previous->data, picture->data, sizeof picture->data);
     memcpy(m_previous->linesize, picture->linesize, sizeof picture->linesize);
+  } else {
+    ForgetPictures();
   }
   slot->time = time;
   slot->key = keyFrame || !m_sentAny;
   m_sentAny = true;
   Publish();
   return 0;
+}
+
+// The rows in which the picture that a buffer holds may differ from the last
+// picture: those changed by the pictures made after it.
+std::pair<int, int> CLibavVideoCodec::StaleRows(const uint8_t* data) const {
+  int64_t number = -1;
+  for (const HeldPicture& held : m_held)
+    if (held.data == data) number = held.number;
+  if (number < 0 || m_pictures - number > static_cast<int64_t>(kHistory)) return {0, m_codedHeight};
+  int top = m_codedHeight, bottom = 0;
+  for (int64_t n = number + 1; n < m_pictures; ++n) {
+    top = std::min(top, m_changedRows[n % kHistory].first);
+    bottom = std::max(bottom, m_changedRows[n % kHistory].second);
+  }
+  return {top, bottom};
+}
+
+void CLibavVideoCodec::Remember(const uint8_t* data, std::pair<int, int> rows) {
+  HeldPicture* slot = &m_held[0];
+  for (HeldPicture& held : m_held) {
+    if (held.data == data) {
+      slot = &held;
+      break;
+    }
+    if (held.number < slot->number) slot = &held;
+  }
+  *slot = {data, m_pictures};
+  m_changedRows[m_pictures % kHistory] = rows;
+  ++m_pictures;
+}
+
+void CLibavVideoCodec::ForgetPictures() {
+  av_frame_unref(m_previous);
+  m_held.fill({});
 }
 
 CLibavVideoCodec::Slot* CLibavVideoCodec::WaitForFreeSlot() {

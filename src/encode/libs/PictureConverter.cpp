@@ -24,33 +24,27 @@ bool PictureConverter::Init(int width, int height, AVPixelFormat target) {
 }
 
 void PictureConverter::Convert(const uint8_t* bgr32, int stride, AVFrame* target) {
-  ConvertBand(bgr32, stride, target, 0, target->height);
+  ConvertRows(bgr32, stride, target, 0, target->height);
 }
 
-std::pair<int, int> PictureConverter::ConvertRows(const uint8_t* bgr32, int stride, AVFrame* target,
-                                                  int top, int bottom, const AVFrame& previous) {
-  const int codedHeight = target->height, evenHeight = m_height & ~1;
+std::pair<int, int> PictureConverter::TargetRows(int top, int bottom, int codedHeight) const {
+  const int evenHeight = m_height & ~1;
   top = std::clamp(top & ~1, 0, evenHeight);
-  // The rows below the region repeat its last row.
   bottom = bottom >= m_height ? codedHeight : std::clamp((bottom + 1) & ~1, top, evenHeight);
-  ConvertBand(bgr32, stride, target, top, bottom);
-  const int planes = m_nv12 ? 2 : 3;
-  for (int plane = 0; plane < planes; ++plane) {
-    const int shift = plane == 0 ? 0 : 1;
-    const size_t pitch = static_cast<size_t>(target->linesize[plane]);
-    if (pitch != static_cast<size_t>(previous.linesize[plane])) continue;
-    auto copy = [&](int from, int to) {
-      if (to > from)
-        memcpy(target->data[plane] + from * pitch, previous.data[plane] + from * pitch,
-               (to - from) * pitch);
-    };
-    copy(0, top >> shift);
-    copy(bottom >> shift, codedHeight >> shift);
-  }
   return {top, bottom};
 }
 
-void PictureConverter::ConvertBand(const uint8_t* bgr32, int stride, AVFrame* target, int top,
+void PictureConverter::CopyRows(const AVFrame& from, AVFrame* target, int top, int bottom) const {
+  for (int plane = 0; plane < (m_nv12 ? 2 : 3); ++plane) {
+    const int shift = plane == 0 ? 0 : 1;
+    const ptrdiff_t pitch = target->linesize[plane];
+    if (bottom <= top || pitch != from.linesize[plane]) continue;
+    memcpy(target->data[plane] + (top >> shift) * pitch, from.data[plane] + (top >> shift) * pitch,
+           static_cast<size_t>(((bottom - top) >> shift) * pitch));
+  }
+}
+
+void PictureConverter::ConvertRows(const uint8_t* bgr32, int stride, AVFrame* target, int top,
                                    int bottom) {
   uint8_t* y = target->data[0];
   const ptrdiff_t yPitch = target->linesize[0];

@@ -28,16 +28,16 @@ class PictureConverter : private ov::NonCopyable {
   // bgr32: the region's top row; stride in bytes, at least width * 4. Reads
   // only the region's pixels.
   void Convert(const uint8_t* bgr32, int stride, AVFrame* target);
-  // The same for the region's rows [top, bottom) only, widened to whole
-  // pairs of rows; the target's other rows are taken from previous, a picture
-  // of the same layout. Returns the target rows that were converted.
-  std::pair<int, int> ConvertRows(const uint8_t* bgr32, int stride, AVFrame* target, int top,
-                                  int bottom, const AVFrame& previous);
+  // The target rows that a change to the region's rows [top, bottom) makes
+  // new: whole pairs of rows, and the rows below the region with its last.
+  std::pair<int, int> TargetRows(int top, int bottom, int codedHeight) const;
+  // Convert for the target rows [top, bottom) only, as TargetRows gives them.
+  void ConvertRows(const uint8_t* bgr32, int stride, AVFrame* target, int top, int bottom);
+  // Copies the target rows [top, bottom), both even, of a picture of the same
+  // layout.
+  void CopyRows(const AVFrame& from, AVFrame* target, int top, int bottom) const;
 
  private:
-  // Converts the target rows [top, bottom), both even.
-  void ConvertBand(const uint8_t* bgr32, int stride, AVFrame* target, int top, int bottom);
-
   const ov::pixels::PixelKernels* m_kernels = nullptr;
   int m_width = 0;
   int m_height = 0;
