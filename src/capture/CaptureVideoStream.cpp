@@ -135,6 +135,8 @@ void CCaptureVideoStream::MakeFrame(bool dirty) {
   if (dirty) {
     m_nChangedTop = 0;
     m_nChangedBottom = CFrameDetect::m_nHeight;
+    m_nChangedLeft = 0;
+    m_nChangedRight = CFrameDetect::m_nWidth;
     if (!FillFrame(frame, pitch)) return;
     if (g_bUnborder) Unborder(frame);
     if (m_bLayCanvas) LayCanvas(frame, pitch);
@@ -147,8 +149,7 @@ void CCaptureVideoStream::MakeFrame(bool dirty) {
       changed = UpdateReference(frame);
       changedBottom = CFrameDetect::m_nHeight;
     } else {
-      changed = IsChanged(frame, static_cast<size_t>(m_nChangedTop) * pitch,
-                          static_cast<size_t>(m_nChangedBottom) * pitch);
+      changed = IsChanged(frame, m_nChangedTop, m_nChangedBottom, m_nChangedLeft, m_nChangedRight);
       changedTop = m_nChangedTop;
       changedBottom = m_nChangedBottom;
     }
