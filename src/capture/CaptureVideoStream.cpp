@@ -131,7 +131,8 @@ void CCaptureVideoStream::MakeFrame(bool dirty) {
   const int32_t pitch = CFrameDetect::m_nWidth * 4;
   uint8_t* const frame = m_pBits;
   bool changed = false;
-  int32_t changedTop = 0, changedBottom = 0;  // rows that may differ from the last frame
+  // What may differ from the last frame.
+  int32_t changedLeft = 0, changedTop = 0, changedRight = 0, changedBottom = 0;
   if (dirty) {
     m_nChangedTop = 0;
     m_nChangedBottom = CFrameDetect::m_nHeight;
@@ -147,10 +148,13 @@ void CCaptureVideoStream::MakeFrame(bool dirty) {
     std::lock_guard<std::recursive_mutex> lock(g_csCanvas);
     if (m_bFinalFrame || (m_nChangedTop == 0 && m_nChangedBottom == CFrameDetect::m_nHeight)) {
       changed = UpdateReference(frame);
+      changedRight = CFrameDetect::m_nWidth;
       changedBottom = CFrameDetect::m_nHeight;
     } else {
       changed = IsChanged(frame, m_nChangedTop, m_nChangedBottom, m_nChangedLeft, m_nChangedRight);
+      changedLeft = m_nChangedLeft;
       changedTop = m_nChangedTop;
+      changedRight = m_nChangedRight;
       changedBottom = m_nChangedBottom;
     }
   }
@@ -159,7 +163,7 @@ void CCaptureVideoStream::MakeFrame(bool dirty) {
     keyFrame = 1;
     m_nLastKeyTime = time;
   }
-  m_pCodec->SetChangedRows(changedTop, changedBottom);
+  m_pCodec->SetChangedArea(changedLeft, changedTop, changedRight, changedBottom);
   m_pCodec->WriteFrame(frame, pitch, time, keyFrame, changed ? 0 : 1);
   ++owner.m_nFrameCount;
 }

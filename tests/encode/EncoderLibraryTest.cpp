@@ -220,7 +220,7 @@ TEST_F(EncoderLibraryTest, ColoursSurviveTheRoundTrip) {
 }
 
 // A small square moved over a still screen, as a pointer or a clock changes
-// it, with the rows that changed named as a capture stream names them, onto
+// it, with the area that changed named as a capture stream names it, onto
 // the picture's bottom right corner, where the coded width ends in part of a
 // block and the coded height repeats the last row: every decoded frame shows
 // the square where it was drawn and the screen again where it was before.
@@ -241,9 +241,11 @@ TEST_F(EncoderLibraryTest, SmallChangesOnAStillScreenAllReachTheStream) {
     for (int y = spots[i].second; y < std::min(spots[i].second + kSide, kHeight); ++y)
       for (int x = spots[i].first; x < std::min(spots[i].first + kSide, kWidth); ++x)
         memset(screen.At(x, y), 255, 3);
-    // The rows that a capture stream names as changed: those of both squares.
-    const int top = i ? std::min(spots[i - 1].second, spots[i].second) : spots[i].second;
-    encoder->SetChangedRows(top, std::max(i ? spots[i - 1].second : 0, spots[i].second) + kSide);
+    // What a capture stream names as changed: the box around both squares.
+    const auto [x0, y0] = spots[i ? i - 1 : 0];
+    const auto [x1, y1] = spots[i];
+    encoder->SetChangedArea(std::min(x0, x1), std::min(y0, y1), std::max(x0, x1) + kSide,
+                            std::max(y0, y1) + kSide);
     encoder->WriteFrame(screen.pixels.data(), screen.stride, (i + 1) * 33 * kMillisecond, 0, 0);
   }
   encoder->Finish();

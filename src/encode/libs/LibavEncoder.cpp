@@ -164,8 +164,8 @@ int LibavEncoder::Open(const BackendChoice& choice, const EncoderConfig& config)
   return error;
 }
 
-int LibavEncoder::Send(AVFrame* picture, int64_t pts, bool key, int changedTop, int changedBottom) {
-  if (m_x264.IsOpen()) return m_x264.Send(picture, pts, key, changedTop, changedBottom);
+int LibavEncoder::Send(AVFrame* picture, int64_t pts, bool key, const PictureArea& changed) {
+  if (m_x264.IsOpen()) return m_x264.Send(picture, pts, key, changed);
   if (!picture) return avcodec_send_frame(m_context, nullptr);
   picture->pts = pts;
   picture->pict_type = key ? AV_PICTURE_TYPE_I : AV_PICTURE_TYPE_NONE;

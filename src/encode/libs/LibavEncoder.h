@@ -7,6 +7,7 @@
 #include <cstdint>
 
 #include "encode/libs/EncoderSettings.h"
+#include "encode/libs/PictureConverter.h"
 #include "encode/libs/X264Encoder.h"
 #include "platform/NonCopyable.h"
 
@@ -35,11 +36,11 @@ class LibavEncoder : private ov::NonCopyable {
   // (MPEG-2 has no other clock than its fixed frame rate).
   bool PtsAreTicks() const { return m_ptsAreTicks; }
 
-  // Sends one picture with its pts; key asks for an IDR. Rows outside
-  // [changedTop, changedBottom) equal those of the picture sent before. Null
-  // drains the encoder. Returns a libavcodec error or 0.
-  int Send(AVFrame* picture, int64_t pts, bool key, int changedTop = 0,
-           int changedBottom = INT32_MAX);
+  // Sends one picture with its pts; key asks for an IDR. Pixels outside
+  // changed equal those of the picture sent before. Null drains the encoder.
+  // Returns a libavcodec error or 0.
+  int Send(AVFrame* picture, int64_t pts, bool key,
+           const PictureArea& changed = {0, 0, INT32_MAX, INT32_MAX});
   // 0 with a packet, AVERROR(EAGAIN) when more input is needed, AVERROR_EOF
   // after the last packet of a drain, or another error.
   int Receive(AVPacket* packet);

@@ -6,7 +6,6 @@
 #include <cerrno>
 #include <cstring>
 #include <string>
-#include <tuple>
 
 #include "encode/libs/EncoderLog.h"
 #include "formats/FrameIndex.h"
@@ -156,16 +155,14 @@ bool CLibavVideoCodec::AttachBuffer(AVFrame* picture) {
                               kPictureAlign) >= 0;
 }
 
-void CLibavVideoCodec::SetChangedRows(int32_t top, int32_t bottom) {
-  m_changedTop = top;
-  m_changedBottom = bottom;
+void CLibavVideoCodec::SetChangedArea(int32_t left, int32_t top, int32_t right, int32_t bottom) {
+  m_changed = {left, top, right, bottom};
 }
 
 int32_t CLibavVideoCodec::WriteFrame(const uint8_t* frame, int32_t stride, int64_t time,
                                      BOOL keyFrame, BOOL unchanged) {
-  const int32_t top = m_changedTop, bottom = m_changedBottom;
-  m_changedTop = 0;
-  m_changedBottom = INT32_MAX;
+  const PictureArea changed = m_changed;
+  m_changed = {0, 0, INT32_MAX, INT32_MAX};
   // An unchanged frame adds nothing to the stream; the index keeps the
   // times of the frames that are there, so the file becomes variable-rate.
   if (unchanged && !keyFrame) return 1;
@@ -178,15 +175,15 @@ int32_t CLibavVideoCodec::WriteFrame(const uint8_t* frame, int32_t stride, int64
     ForgetPictures();  // the next frame's hint is not about this one
     return 0;
   }
-  std::pair<int, int> rows{0, m_codedHeight};
+  PictureArea area{0, 0, m_codedWidth, m_codedHeight};
   if (m_previous->buf[0]) {
-    rows = m_converter.TargetRows(top, bottom, m_codedHeight);
+    area = m_converter.TargetArea(changed, m_codedWidth, m_codedHeight);
     const auto [staleTop, staleBottom] = StaleRows(picture->buf[0]->data);
     m_converter.CopyRows(*m_previous, picture, staleTop, staleBottom);
   }
-  m_converter.ConvertRows(frame, stride, picture, rows.first, rows.second);
-  Remember(picture->buf[0]->data, rows);
-  std::tie(slot->changedTop, slot->changedBottom) = rows;
+  m_converter.ConvertArea(frame, stride, picture, area);
+  Remember(picture->buf[0]->data, {area.top, area.bottom});
+  slot->changed = area;
   av_frame_unref(m_previous);
   if ((m_previous->buf[0] = av_buffer_ref(picture->buf[0]))) {
     memcpy(m_previous->data, picture->data, sizeof picture->data);
@@ -302,7 +299,7 @@ void CLibavVideoCodec::Encode(Slot& slot) {
   m_pending[(m_pendingHead + m_pendingCount) % kPendingTimes] = {pts, ticks};
   ++m_pendingCount;
 
-  int error = m_encoder.Send(slot.picture, pts, slot.key, slot.changedTop, slot.changedBottom);
+  int error = m_encoder.Send(slot.picture, pts, slot.key, slot.changed);
   if (error >= 0) error = WriteReadyPackets();
   if (error < 0 && error != AVERROR(EAGAIN)) {
     Fail("encoding a frame", error);

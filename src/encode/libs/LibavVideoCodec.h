@@ -41,7 +41,7 @@ class CLibavVideoCodec final : public CVideoCodec {
   int32_t WriteFrame(const uint8_t* frame, int32_t stride, int64_t time, BOOL keyFrame,
                      BOOL unchanged) override;
   void Finish() override;
-  void SetChangedRows(int32_t top, int32_t bottom) override;
+  void SetChangedArea(int32_t left, int32_t top, int32_t right, int32_t bottom) override;
 
  private:
   static constexpr size_t kQueueDepth = 4;
@@ -52,8 +52,7 @@ class CLibavVideoCodec final : public CVideoCodec {
     AVFrame* picture = nullptr;
     int64_t time = 0;  // 100-ns units, as captured
     bool key = false;
-    int changedTop = 0;  // picture rows that differ from the picture before
-    int changedBottom = 0;
+    PictureArea changed{};  // where it differs from the picture before
   };
   struct PendingTime {
     int64_t pts;
@@ -110,8 +109,7 @@ class CLibavVideoCodec final : public CVideoCodec {
   void Remember(const uint8_t* data, std::pair<int, int> rows);
   void ForgetPictures();
   AVFrame* m_previous = nullptr;
-  int32_t m_changedTop = 0;
-  int32_t m_changedBottom = INT32_MAX;
+  PictureArea m_changed{0, 0, INT32_MAX, INT32_MAX};
   std::array<HeldPicture, kHistory> m_held{};
   std::array<std::pair<int, int>, kHistory> m_changedRows{};  // by picture number
   int64_t m_pictures = 0;  // made since the history was last forgotten

@@ -24,14 +24,22 @@ bool PictureConverter::Init(int width, int height, AVPixelFormat target) {
 }
 
 void PictureConverter::Convert(const uint8_t* bgr32, int stride, AVFrame* target) {
-  ConvertRows(bgr32, stride, target, 0, target->height);
+  ConvertArea(bgr32, stride, target, {0, 0, target->width, target->height});
 }
 
-std::pair<int, int> PictureConverter::TargetRows(int top, int bottom, int codedHeight) const {
-  const int evenHeight = m_height & ~1;
-  top = std::clamp(top & ~1, 0, evenHeight);
-  bottom = bottom >= m_height ? codedHeight : std::clamp((bottom + 1) & ~1, top, evenHeight);
-  return {top, bottom};
+PictureArea PictureConverter::TargetArea(const PictureArea& changed, int codedWidth,
+                                         int codedHeight) const {
+  const int evenWidth = m_width & ~1, evenHeight = m_height & ~1;
+  PictureArea area;
+  area.left = std::clamp(changed.left & ~1, 0, evenWidth);
+  area.top = std::clamp(changed.top & ~1, 0, evenHeight);
+  area.right = changed.right >= m_width
+                   ? codedWidth
+                   : std::clamp((changed.right + 1) & ~1, area.left, evenWidth);
+  area.bottom = changed.bottom >= m_height
+                    ? codedHeight
+                    : std::clamp((changed.bottom + 1) & ~1, area.top, evenHeight);
+  return area;
 }
 
 void PictureConverter::CopyRows(const AVFrame& from, AVFrame* target, int top, int bottom) const {
@@ -44,8 +52,8 @@ void PictureConverter::CopyRows(const AVFrame& from, AVFrame* target, int top, i
   }
 }
 
-void PictureConverter::ConvertRows(const uint8_t* bgr32, int stride, AVFrame* target, int top,
-                                   int bottom) {
+void PictureConverter::ConvertArea(const uint8_t* bgr32, int stride, AVFrame* target,
+                                   const PictureArea& area) {
   uint8_t* y = target->data[0];
   const ptrdiff_t yPitch = target->linesize[0];
   uint8_t* u = target->data[1];
@@ -54,20 +62,23 @@ void PictureConverter::ConvertRows(const uint8_t* bgr32, int stride, AVFrame* ta
   const int step = m_nv12 ? 2 : 1;
   const int codedWidth = target->width, codedHeight = target->height;
   const int evenWidth = m_width & ~1, evenHeight = m_height & ~1;
-  const int bandEnd = std::min(bottom, evenHeight);
+  const int top = area.top, bottom = area.bottom, bandEnd = std::min(bottom, evenHeight);
+  const int left = area.left, right = std::min(area.right, evenWidth);
   const auto convert = m_kernels->bgr32ToVideoYuv;
   const uint8_t* lastColumn = bgr32 + static_cast<ptrdiff_t>(m_width - 1) * 4;
 
-  if (evenWidth > 0 && bandEnd > top) {
-    const ptrdiff_t chroma = top / 2 * uvPitch;
-    convert(y + top * yPitch, yPitch, u + chroma, v + chroma, uvPitch, step,
-            bgr32 + static_cast<ptrdiff_t>(top) * stride, stride, evenWidth, bandEnd - top);
+  if (right > left && bandEnd > top) {
+    const ptrdiff_t chroma = top / 2 * uvPitch + left / 2 * step;
+    convert(y + top * yPitch + left, yPitch, u + chroma, v + chroma, uvPitch, step,
+            bgr32 + static_cast<ptrdiff_t>(top) * stride + left * 4, stride, right - left,
+            bandEnd - top);
   }
 
   // Columns from the even width on: each row's last pixel, repeated.
   const int stripWidth = codedWidth - evenWidth;
   uint8_t* edge = m_edge.data();
-  if (stripWidth > 0 && static_cast<size_t>(stripWidth) * 8 <= m_edge.size()) {
+  if (area.right > evenWidth && stripWidth > 0 &&
+      static_cast<size_t>(stripWidth) * 8 <= m_edge.size()) {
     for (int row = top; row < bandEnd; row += 2) {
       for (int r = 0; r < 2; ++r) {
         const uint8_t* pixel = lastColumn + static_cast<ptrdiff_t>(row + r) * stride;

@@ -93,36 +93,37 @@ int X264Encoder::Open(const EncoderConfig& config) {
   return 0;
 }
 
-bool X264Encoder::MarkConstantBlocks(const AVFrame* picture, int changedTop, int changedBottom) {
+bool X264Encoder::MarkConstantBlocks(const AVFrame* picture, const PictureArea& changed) {
   if (!m_previous) return false;
-  const int chromaWidth = m_width / 2, chromaHeight = m_height / 2;
-  const int firstRow = std::clamp(changedTop / kMbSide, 0, m_mbRows);
+  std::fill(m_mbInfo.begin(), m_mbInfo.end(), X264_MBINFO_CONSTANT);
+  const int firstRow = std::clamp(changed.top / kMbSide, 0, m_mbRows);
   const int endRow =
-      std::clamp((std::min(changedBottom, m_height) + kMbSide - 1) / kMbSide, firstRow, m_mbRows);
-  std::fill(m_mbInfo.begin(), m_mbInfo.begin() + firstRow * m_mbColumns, X264_MBINFO_CONSTANT);
-  std::fill(m_mbInfo.begin() + endRow * m_mbColumns, m_mbInfo.end(), X264_MBINFO_CONSTANT);
+      std::clamp((std::min(changed.bottom, m_height) + kMbSide - 1) / kMbSide, firstRow, m_mbRows);
+  const int firstColumn = std::clamp(changed.left / kMbSide, 0, m_mbColumns);
+  const int endColumn = std::clamp((std::min(changed.right, m_width) + kMbSide - 1) / kMbSide,
+                                   firstColumn, m_mbColumns);
+  const int lumaWidth = std::min(endColumn * kMbSide, m_width) - firstColumn * kMbSide;
   for (int mbRow = firstRow; mbRow < endRow; ++mbRow) {
     std::fill(m_changed.begin(), m_changed.end(), 0);
     const int lumaRows = std::min(kMbSide, m_height - mbRow * kMbSide);
-    const int chromaRows = std::min(kMbSide / 2, chromaHeight - mbRow * kMbSide / 2);
     for (int plane = 0; plane < 3; ++plane) {
-      const bool luma = plane == 0;
-      const int top = mbRow * (luma ? kMbSide : kMbSide / 2);
+      const int side = plane == 0 ? kMbSide : kMbSide / 2;
+      const int top = mbRow * side, left = firstColumn * side;
       const ptrdiff_t pitch = picture->linesize[plane];
       const ptrdiff_t previousPitch = m_previousPitches[plane];
-      MarkDifferences(picture->data[plane] + top * pitch, pitch,
-                      m_previousPlanes[plane] + top * previousPitch, previousPitch,
-                      luma ? lumaRows : chromaRows, luma ? m_width : chromaWidth,
-                      luma ? kMbSide : kMbSide / 2, m_changed.data());
+      MarkDifferences(picture->data[plane] + top * pitch + left, pitch,
+                      m_previousPlanes[plane] + top * previousPitch + left, previousPitch,
+                      plane == 0 ? lumaRows : lumaRows / 2, plane == 0 ? lumaWidth : lumaWidth / 2,
+                      side, m_changed.data());
     }
-    uint8_t* flags = m_mbInfo.data() + static_cast<size_t>(mbRow) * m_mbColumns;
-    for (int c = 0; c < m_mbColumns; ++c) flags[c] = m_changed[c] ? 0 : X264_MBINFO_CONSTANT;
+    uint8_t* flags = m_mbInfo.data() + static_cast<size_t>(mbRow) * m_mbColumns + firstColumn;
+    for (int c = 0; c < endColumn - firstColumn; ++c)
+      if (m_changed[c]) flags[c] = 0;
   }
   return true;
 }
 
-int X264Encoder::Send(const AVFrame* picture, int64_t pts, bool key, int changedTop,
-                      int changedBottom) {
+int X264Encoder::Send(const AVFrame* picture, int64_t pts, bool key, const PictureArea& changed) {
   if (!m_encoder) return AVERROR(EINVAL);
   m_payload = nullptr;
   m_payloadSize = 0;
@@ -146,8 +147,7 @@ int X264Encoder::Send(const AVFrame* picture, int64_t pts, bool key, int changed
   input.i_type = key ? X264_TYPE_IDR : X264_TYPE_AUTO;
   // The encoder reads the flags while it codes this picture, inside the call
   // (no look-ahead, no frame threads), so one array serves every picture.
-  if (!key && MarkConstantBlocks(picture, changedTop, changedBottom))
-    input.prop.mb_info = m_mbInfo.data();
+  if (!key && MarkConstantBlocks(picture, changed)) input.prop.mb_info = m_mbInfo.data();
 
   x264_nal_t* nals = nullptr;
   int count = 0;

@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "encode/libs/EncoderSettings.h"
+#include "encode/libs/PictureConverter.h"
 #include "platform/NonCopyable.h"
 
 extern "C" {
@@ -35,10 +36,10 @@ class X264Encoder : private ov::NonCopyable {
   bool IsOpen() const { return m_encoder != nullptr; }
 
   // picture: I420 of the configured size, in a single reference-counted
-  // buffer; null drains. Rows outside [changedTop, changedBottom) equal those
-  // of the picture sent before; the rest is compared with it macroblock by
-  // macroblock. Returns 0 or a libavcodec error code.
-  int Send(const AVFrame* picture, int64_t pts, bool key, int changedTop, int changedBottom);
+  // buffer; null drains. Pixels outside changed equal those of the picture
+  // sent before; inside, the two are compared macroblock by macroblock.
+  // Returns 0 or a libavcodec error code.
+  int Send(const AVFrame* picture, int64_t pts, bool key, const PictureArea& changed);
   // Hands out the frame that the last Send produced, pointing into the
   // encoder's memory until the next Send: 0, AVERROR(EAGAIN) when there is
   // none, AVERROR_EOF once drained.
@@ -46,8 +47,8 @@ class X264Encoder : private ov::NonCopyable {
 
  private:
   // Fills m_mbInfo from the differences between picture and m_previous in
-  // the rows given; true when there was a previous picture to compare with.
-  bool MarkConstantBlocks(const AVFrame* picture, int changedTop, int changedBottom);
+  // the area given; true when there was a previous picture to compare with.
+  bool MarkConstantBlocks(const AVFrame* picture, const PictureArea& changed);
   int TakeOutput(int size, const x264_nal_t* nals);
 
   x264_t* m_encoder = nullptr;
