@@ -178,7 +178,12 @@ int32_t CLibavVideoCodec::WriteFrame(const uint8_t* frame, int32_t stride, int64
   PictureArea area{0, 0, m_codedWidth, m_codedHeight};
   if (m_previous->buf[0]) {
     area = m_converter.TargetArea(changed, m_codedWidth, m_codedHeight);
-    const auto [staleTop, staleBottom] = StaleRows(picture->buf[0]->data);
+    auto [staleTop, staleBottom] = StaleRows(picture->buf[0]->data);
+    if (area.left == 0 && area.right == m_codedWidth) {
+      // Whole rows of the area are converted anyway.
+      if (area.top <= staleTop) staleTop = std::max(staleTop, area.bottom);
+      if (area.bottom >= staleBottom) staleBottom = std::min(staleBottom, area.top);
+    }
     m_converter.CopyRows(*m_previous, picture, staleTop, staleBottom);
   }
   m_converter.ConvertArea(frame, stride, picture, area);
