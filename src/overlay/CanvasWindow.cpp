@@ -203,8 +203,6 @@ void CCanvasWindow::SetNumber(int n) {
   g_nCanvasNumber = n;
 }
 
-HWND CCanvasWindow::CursorWindow() const { return m_hwndCursor ? m_hwndCursor->Handle() : 0; }
-
 void CCanvasWindow::SetPosition(int32_t x, int32_t y) {
   const int32_t w = m_rcWindowSize.x, h = m_rcWindowSize.y;
   m_ptWindow = {x, y};

@@ -49,8 +49,6 @@ class CCanvasWindow : public CScreenCanvas, public CTextShapeCallback, private o
   void SetCallback(CCanvasCallback* callback) { m_pCallback = callback; }
   // The region's top-left on the screen; the cursor window follows it.
   void SetPosition(int32_t x, int32_t y);
-  // The window that takes the mouse while a tool is active; 0 before it is made.
-  HWND CursorWindow() const;
   // The messages of the canvas, on its thread; false for others.
   bool OnMessage(const ov::Message& msg);
 

@@ -24,15 +24,8 @@ HRESULT CScreenCapture::CreateCaptureStream(int32_t width, int32_t height) {
     m_pMagnifierStream =
         std::make_unique<CMagnifierVideoStream>(this, m_VideoCodec.get(), width, height);
     if (m_pMagnifierStream->StartThread()) {
-      // The recorder's own windows stay on the screen but out of the picture:
-      // the host's, and the box's with its cursor window. (The stream leaves
-      // out every window of this process it recognises anyway; the handles
-      // make sure of these.)
+      // The recorder's own windows stay on the screen but out of the picture.
       m_pMagnifierStream->AddExcludeWindow(g_hHostWindow);
-      if (CRecorderBox* box = g_pRecorderBox.load()) {
-        m_pMagnifierStream->AddExcludeWindow(box->Window());
-        m_pMagnifierStream->AddExcludeWindow(box->CursorWindow());
-      }
       return S_OK;
     }
     // The server refused what the probe found working: record the screen as it is.
