@@ -9,6 +9,10 @@ packages=(
   libx11-dev libxext-dev libxfixes-dev libxcomposite-dev libxdamage-dev libxi-dev
   libxrandr-dev libxinerama-dev libxss-dev libxtst-dev libxcursor-dev libpulse-dev
   libavcodec-dev libavformat-dev libavutil-dev libswscale-dev libswresample-dev libavfilter-dev
+  # software H.264 drives libx264 itself, for the per-macroblock hints that
+  # FFmpeg 5.1's wrapper does not pass on (the runtime package follows from
+  # the shared-library dependencies of the .deb)
+  libx264-dev
   libcairo2-dev libpango1.0-dev libpng-dev libjpeg-dev libtiff-dev libgif-dev
   libv4l-dev libegl-dev libgtest-dev libgmock-dev libbenchmark-dev
   # fuzzing with libFuzzer

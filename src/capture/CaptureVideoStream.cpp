@@ -131,9 +131,13 @@ void CCaptureVideoStream::MakeFrame(bool dirty) {
   const int32_t pitch = CFrameDetect::m_nWidth * 4;
   uint8_t* const frame = m_pBits;
   bool changed = false;
+  // What may differ from the last frame.
+  int32_t changedLeft = 0, changedTop = 0, changedRight = 0, changedBottom = 0;
   if (dirty) {
     m_nChangedTop = 0;
     m_nChangedBottom = CFrameDetect::m_nHeight;
+    m_nChangedLeft = 0;
+    m_nChangedRight = CFrameDetect::m_nWidth;
     if (!FillFrame(frame, pitch)) return;
     if (g_bUnborder) Unborder(frame);
     if (m_bLayCanvas) LayCanvas(frame, pitch);
@@ -142,17 +146,24 @@ void CCaptureVideoStream::MakeFrame(bool dirty) {
     if (m_pBitmap) cairo_surface_flush(m_pBitmap);
     // The reference frame is also read by SaveFrameToFile on the host's thread.
     std::lock_guard<std::recursive_mutex> lock(g_csCanvas);
-    if (m_bFinalFrame || (m_nChangedTop == 0 && m_nChangedBottom == CFrameDetect::m_nHeight))
+    if (m_bFinalFrame || (m_nChangedTop == 0 && m_nChangedBottom == CFrameDetect::m_nHeight)) {
       changed = UpdateReference(frame);
-    else
-      changed = IsChanged(frame, static_cast<size_t>(m_nChangedTop) * pitch,
-                          static_cast<size_t>(m_nChangedBottom) * pitch);
+      changedRight = CFrameDetect::m_nWidth;
+      changedBottom = CFrameDetect::m_nHeight;
+    } else {
+      changed = IsChanged(frame, m_nChangedTop, m_nChangedBottom, m_nChangedLeft, m_nChangedRight);
+      changedLeft = m_nChangedLeft;
+      changedTop = m_nChangedTop;
+      changedRight = m_nChangedRight;
+      changedBottom = m_nChangedBottom;
+    }
   }
   BOOL keyFrame = 0;
   if (time - m_nLastKeyTime >= s_nKeyFrameSpacing.load()) {
     keyFrame = 1;
     m_nLastKeyTime = time;
   }
+  m_pCodec->SetChangedArea(changedLeft, changedTop, changedRight, changedBottom);
   m_pCodec->WriteFrame(frame, pitch, time, keyFrame, changed ? 0 : 1);
   ++owner.m_nFrameCount;
 }

@@ -70,7 +70,7 @@ class CCaptureVideoStream : public CFrameDetect, public CMemoryBitmap {
   RECT m_rcSource{};
   // Rows of the frame outside which FillFrame knows that it equals the
   // reference frame; the whole frame unless FillFrame narrows them.
-  int32_t m_nChangedTop = 0, m_nChangedBottom = 0;
+  int32_t m_nChangedTop = 0, m_nChangedBottom = 0, m_nChangedLeft = 0, m_nChangedRight = 0;
   const int32_t m_nRegionWidth;
   const int32_t m_nRegionHeight;
 

@@ -81,6 +81,8 @@ bool CDesktopDuplicationVideoStream::FillFrame(uint8_t* frame, int32_t pitch) {
   const RECT updated = m_pDuplication ? m_pDuplication->LastUpdated() : RECT{};
   m_nChangedTop = std::clamp(updated.top - m_rcSource.top, 0, m_nRegionHeight);
   m_nChangedBottom = std::clamp(updated.bottom - m_rcSource.top, m_nChangedTop, m_nRegionHeight);
+  m_nChangedLeft = std::clamp(updated.left - m_rcSource.left, 0, m_nRegionWidth);
+  m_nChangedRight = std::clamp(updated.right - m_rcSource.left, m_nChangedLeft, m_nRegionWidth);
   return true;
 }
 

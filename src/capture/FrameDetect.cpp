@@ -46,9 +46,19 @@ bool CFrameDetect::IsChanged(const uint8_t* pixels) {
   return true;
 }
 
-bool CFrameDetect::IsChanged(const uint8_t* pixels, size_t from, size_t to) {
-  if (to <= from || std::memcmp(pixels + from, m_pLastFrame + from, to - from) == 0) return false;
-  std::memcpy(m_pLastFrame + from, pixels + from, to - from);
+bool CFrameDetect::IsChanged(const uint8_t* pixels, int32_t top, int32_t bottom, int32_t left,
+                             int32_t right) {
+  if (bottom <= top || right <= left) return false;
+  const size_t pitch = static_cast<size_t>(m_nWidth) * 4,
+               bytes = static_cast<size_t>(right - left) * 4;
+  size_t offset = static_cast<size_t>(top) * pitch + static_cast<size_t>(left) * 4;
+  int32_t row = top;
+  // Rows up to the first that differs are the reference's already.
+  while (row < bottom && std::memcmp(pixels + offset, m_pLastFrame + offset, bytes) == 0)
+    ++row, offset += pitch;
+  if (row == bottom) return false;
+  for (; row < bottom; ++row, offset += pitch)
+    std::memcpy(m_pLastFrame + offset, pixels + offset, bytes);
   return true;
 }
 

@@ -15,9 +15,9 @@ class CFrameDetect : private ov::NonCopyable {
   // False when the frame equals the reference; otherwise it becomes the
   // reference and the result is true.
   bool IsChanged(const uint8_t* pixels);
-  // The same for the bytes [from, to) of the frame, when the caller knows
-  // that the rest equals the reference.
-  bool IsChanged(const uint8_t* pixels, size_t from, size_t to);
+  // The same for the rows [top, bottom) and columns [left, right) of the
+  // frame, when the caller knows that the rest equals the reference.
+  bool IsChanged(const uint8_t* pixels, int32_t top, int32_t bottom, int32_t left, int32_t right);
 
   // Moves the reference, as it is, into memory that someone else owns (at
   // least m_nFrameSize bytes); from then on it is that memory's owner's to

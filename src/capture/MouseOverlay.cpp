@@ -4,6 +4,7 @@
 
 #include <mutex>
 
+#include "capture/DisplayCatalogue.h"
 #include "capture/PointerTracker.h"
 #include "core/Globals.h"
 #include "platform/Clock.h"
@@ -72,7 +73,7 @@ void CMouseOverlay::DrawMouse(cairo_t* cr, const RECT& rc) {
   if (flag == 0 || !cr || g_bCanvasToolSelected || g_bMoveBarDragging) return;
   uint32_t clickTick;
   BOOL leftDown, rightDown;
-  POINT mouse, click;
+  POINT mouse, click, cursor;
   {
     std::lock_guard<std::recursive_mutex> lock(g_csMouse);
     clickTick = g_dwClickTick;
@@ -80,6 +81,7 @@ void CMouseOverlay::DrawMouse(cairo_t* cr, const RECT& rc) {
     rightDown = g_bRightDown;
     mouse = g_ptMouse;
     click = g_ptClick;
+    cursor = g_ptCursor;
   }
   bool clickDrawn = false;
   if ((flag & MOUSE_CLICK_HIGHLIGHT) && m_clickDisc && ov::TickCount() - clickTick < kClickShowMs &&
@@ -93,6 +95,9 @@ void CMouseOverlay::DrawMouse(cairo_t* cr, const RECT& rc) {
       PaintAt(cr, m_highlightDisc.get(), mouse.x - rc.left - 16, mouse.y - rc.top - 16);
   }
   if (!Inside(mouse, rc)) return;
+  // On another display the pointer is not this one's, though its position
+  // was kept on this display's edge.
+  if (GetDisplayCount() > 1 && !Inside(cursor, g_rcDisplay)) return;
   if (flag & MOUSE_DRAW_CURSOR) DrawCursor(cr, rc, mouse);
   if (flag & MOUSE_DRAW_CLICKS) {
     int32_t hotX = 0, hotY = 0;

@@ -13,6 +13,7 @@
 #include "platform/Thread.h"
 
 POINT g_ptMouse;
+POINT g_ptCursor;
 POINT g_ptClick;
 uint32_t g_dwClickTick;
 BOOL g_bLeftDown;
@@ -60,6 +61,7 @@ void OnHookEvent(ov::PointerEvent event, int32_t x, int32_t y) {
   if ((p.x != g_ptMouse.x || p.y != g_ptMouse.y) && g_notifyThread)
     ov::MessageQueue::PostThreadMessage(g_notifyThread, ov::kPointerMovedMessage, 0, 0);
   g_ptMouse = p;
+  g_ptCursor = {x, y};
   switch (event) {
     case ov::PointerEvent::LeftDown:
     case ov::PointerEvent::RightDown:

@@ -14,6 +14,8 @@ class MessageQueue;
 
 // Pointer state; g_csMouse guards it.
 extern POINT g_ptMouse;
+// Where the pointer really is: g_ptMouse before it is kept on the display.
+extern POINT g_ptCursor;
 extern POINT g_ptClick;
 extern uint32_t g_dwClickTick;
 extern BOOL g_bLeftDown;

@@ -27,6 +27,12 @@ class CVideoCodec : private ov::NonCopyable {
                              BOOL unchanged) = 0;
   // Called once after the last WriteFrame; on return the file is complete.
   virtual void Finish() = 0;
+  // A hint for the next WriteFrame only: pixels outside the rectangle
+  // (right and bottom exclusive) equal those of the frame handed over before
+  // it. Without it every pixel counts as changed; an encoder may ignore it.
+  virtual void SetChangedArea(int32_t left, int32_t top, int32_t right, int32_t bottom) {
+    (void)left, (void)top, (void)right, (void)bottom;
+  }
 
  protected:
   CWriterStatistics* m_pStatistics;

@@ -221,6 +221,31 @@ TEST_F(CaptureTest, CentreModeFollowsThePointerAndTheCursorIsDrawn) {
   EXPECT_EQ(Pixel(last, 20, 110), 0u);
 }
 
+// With two displays, a pointer on the other one is kept on the recorded
+// display's edge for the region's sake, but its cursor is not drawn there.
+TEST_F(DisplayCatalogueTest, CursorOnTheOtherDisplayIsNotDrawn) {
+  Xrandr("--setmonitor left 320/100x480/100+0+0 screen");
+  Xrandr("--setmonitor right 320/100x480/100+320+0 none");
+  ov::RebuildDisplayCatalogue(false);
+  ASSERT_EQ(GetDisplayCount(), 2);
+  video.FrameRate = 20;
+  video.rcScreen = {0, 0, 320, 480};
+  mouse.Flag = MOUSE_DRAW_CURSOR;
+  CScreenRecoderObject* recorder = Record();
+  ASSERT_NE(recorder, nullptr);
+  recorder->Start();
+  Xdotool("mousemove 520 220");
+  SleepMs(300);
+  const size_t away = recorded.frames.size();
+  Xdotool("mousemove 300 220");
+  SleepMs(300);
+  recorder->Destroy();
+  ASSERT_GT(away, 0u);
+  ASSERT_GT(recorded.frames.size(), away);
+  EXPECT_EQ(Marked(recorded.frames[away - 1], 313, 220, 6), 0) << "on the other display";
+  EXPECT_GT(Marked(recorded.frames.back(), 300, 220, 12), 10) << "back on this one";
+}
+
 TEST_F(CaptureTest, WithoutFlagsNothingIsDrawnClicksLightTheDiscAndShowTheButton) {
   video.FrameRate = 20;
   Xdotool("mousemove 100 100");

@@ -7,8 +7,10 @@
 #include <gtest/gtest.h>
 #include <stdlib.h>
 
+#include <algorithm>
 #include <cstring>
 #include <filesystem>
+#include <iterator>
 #include <memory>
 #include <string>
 #include <vector>
@@ -213,6 +215,70 @@ TEST_F(EncoderLibraryTest, ColoursSurviveTheRoundTrip) {
       for (int channel = 0; channel < 3; ++channel)
         EXPECT_NEAR(got[channel], (&c.r)[channel], 8)
             << "codec " << codec << " at " << x << "," << y;
+    }
+  }
+}
+
+// A small square moved over a still screen, as a pointer or a clock changes
+// it, with the area that changed named as a capture stream names it, onto
+// the picture's bottom right corner, where the coded width ends in part of a
+// block and the coded height repeats the last row: every decoded frame shows
+// the square where it was drawn and the screen again where it was before.
+TEST_F(EncoderLibraryTest, SmallChangesOnAStillScreenAllReachTheStream) {
+  constexpr int kWidth = 641, kHeight = 479, kSide = 20, kCodedWidth = 642;
+  const std::pair<int, int> spots[] = {{100, 100}, {112, 100}, {124, 108}, {136, 116},
+                                       {148, 124}, {160, 132}, {400, 300}, {412, 300},
+                                       {630, 470}, {618, 470}, {0, 0},     {12, 0}};
+  SyntheticScreen screen(kWidth, kHeight);
+  screen.Draw(0);
+  const std::vector<uint8_t> still = screen.pixels;
+  const std::string file = PathFor("changes.h264");
+  auto encoder = Create(1);
+  ASSERT_EQ(encoder->Initialize(1, kWidth, kHeight, 30, 6, Wide(file).c_str()), S_OK);
+  encoder->WriteFrame(screen.pixels.data(), screen.stride, 0, 1, 0);
+  for (size_t i = 0; i < std::size(spots); ++i) {
+    screen.pixels = still;
+    for (int y = spots[i].second; y < std::min(spots[i].second + kSide, kHeight); ++y)
+      for (int x = spots[i].first; x < std::min(spots[i].first + kSide, kWidth); ++x)
+        memset(screen.At(x, y), 255, 3);
+    // What a capture stream names as changed: the box around both squares.
+    const auto [x0, y0] = spots[i ? i - 1 : 0];
+    const auto [x1, y1] = spots[i];
+    encoder->SetChangedArea(std::min(x0, x1), std::min(y0, y1), std::max(x0, x1) + kSide,
+                            std::max(y0, y1) + kSide);
+    encoder->WriteFrame(screen.pixels.data(), screen.stride, (i + 1) * 33 * kMillisecond, 0, 0);
+  }
+  encoder->Finish();
+
+  const std::string rgb = PathFor("changes.rgb");
+  ovtest::RunCapture("ffmpeg -nostdin -v error -y -f h264 -i '" + file +
+                     "' -f rawvideo -pix_fmt rgb24 '" + rgb + "'");
+  const std::string decoded = ovtest::ReadFile(rgb);
+  const size_t frameBytes = size_t(kCodedWidth) * (kHeight + 1) * 3;
+  ASSERT_EQ(decoded.size(), frameBytes * (std::size(spots) + 1));
+  auto near = [&](size_t frame, int x, int y, const uint8_t* bgr) {
+    const auto* got = reinterpret_cast<const uint8_t*>(
+        &decoded[frame * frameBytes + (size_t(y) * kCodedWidth + x) * 3]);
+    return std::abs(got[0] - bgr[2]) < 12 && std::abs(got[1] - bgr[1]) < 12 &&
+           std::abs(got[2] - bgr[0]) < 12;
+  };
+  const uint8_t white[3] = {255, 255, 255};
+  auto inside = [&](size_t i, int x, int y) {
+    return x >= spots[i].first && x < spots[i].first + kSide && y >= spots[i].second &&
+           y < spots[i].second + kSide;
+  };
+  for (size_t i = 0; i < std::size(spots); ++i) {
+    for (size_t j = 0; j <= i; ++j) {  // this square and every one before it
+      for (int d : {1, kSide / 2, kSide - 2}) {
+        const int x = std::min(spots[j].first + d, kWidth - 1),
+                  y = std::min(spots[j].second + d, kHeight - 1);
+        const bool square = j == i;
+        if (square || !inside(i, x, y)) {
+          EXPECT_TRUE(near(i + 1, x, y, square ? white : &still[size_t(y) * screen.stride + x * 4]))
+              << "square " << j << (square ? " missing" : " left") << " at " << x << "," << y
+              << " in frame " << i + 1;
+        }
+      }
     }
   }
 }

@@ -12,6 +12,11 @@ enum : int32_t { kH264 = 1, kH265 = 2, kMpeg2 = 3 };
 
 enum class Backend { Software, Vaapi, Nvenc };
 
+// The encoders' own upper bound on the distance between key frames, counted
+// in frames of the nominal rate; the capture asks for one every five seconds
+// anyway, and skipped frames make the encoder's count run slow.
+constexpr int kKeyIntervalSeconds = 10;
+
 struct BackendChoice {
   Backend backend;
   std::string device;  // render node for VA-API; empty otherwise

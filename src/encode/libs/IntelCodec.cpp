@@ -25,7 +25,9 @@ std::vector<BackendChoice> IntelBackends() {
 extern "C" {
 
 OV_API int32_t Intel_InitCodec(int32_t* vendorTable, int32_t) {
-  for (int32_t type : {kH264, kH265, kMpeg2}) {
+  // H.264 is libx264, linked in; the others come from libavcodec.
+  vendorTable[kH264] = ov::kVendorIntel;
+  for (int32_t type : {kH265, kMpeg2}) {
     if (avcodec_find_encoder_by_name(EncoderName(Backend::Software, type)))
       vendorTable[type] = ov::kVendorIntel;
   }

@@ -14,10 +14,6 @@ namespace ov::enc {
 
 namespace {
 
-// The encoders' own upper bound on the distance between key frames, counted
-// in frames; the capture asks for one every five seconds anyway, and skipped
-// frames make the encoder's count run slow.
-constexpr int kKeyIntervalSeconds = 10;
 constexpr int kHardwareSurfaces = 16;
 
 void SetInt(AVDictionary** options, const char* key, int value) {
@@ -28,15 +24,6 @@ void SetSoftwareOptions(const EncoderConfig& config, AVCodecContext* context,
                         AVDictionary** options, int* qscaleLambda) {
   QualityLevel quality = QualityFor(config.quality);
   switch (config.codecType) {
-    case kH264:
-      // ultrafast: the cheapest encode, as a recorder that runs beside the
-      // user's work should be (superfast would save a quarter of the stream
-      // for half as much CPU again).
-      av_dict_set(options, "preset", "ultrafast", 0);
-      av_dict_set(options, "tune", "zerolatency", 0);
-      SetInt(options, "qp", quality.x264Qp);
-      SetInt(options, "forced-idr", 1);
-      break;
     case kH265: {
       av_dict_set(options, "preset", "ultrafast", 0);
       av_dict_set(options, "tune", "zerolatency", 0);
@@ -69,12 +56,15 @@ void SetSoftwareOptions(const EncoderConfig& config, AVCodecContext* context,
 LibavEncoder::~LibavEncoder() { Close(); }
 
 void LibavEncoder::Close() {
+  m_x264.Close();
   avcodec_free_context(&m_context);
   av_frame_free(&m_hwPicture);
   av_buffer_unref(&m_device);
 }
 
-const char* LibavEncoder::Name() const { return m_context ? m_context->codec->name : "none"; }
+const char* LibavEncoder::Name() const {
+  return m_x264.IsOpen() ? "libx264" : m_context ? m_context->codec->name : "none";
+}
 
 void LibavEncoder::SetOptions(Backend backend, const EncoderConfig& config,
                               AVDictionary** options) {
@@ -122,6 +112,11 @@ int LibavEncoder::OpenHardwareFrames(const BackendChoice& choice, const EncoderC
 
 int LibavEncoder::Open(const BackendChoice& choice, const EncoderConfig& config) {
   Close();
+  if (choice.backend == Backend::Software && config.codecType == kH264) {
+    m_inputFormat = AV_PIX_FMT_YUV420P;
+    m_ptsAreTicks = true;
+    return m_x264.Open(config);
+  }
   const char* name = EncoderName(choice.backend, config.codecType);
   const AVCodec* codec = name ? avcodec_find_encoder_by_name(name) : nullptr;
   if (!codec) return AVERROR_ENCODER_NOT_FOUND;
@@ -169,7 +164,8 @@ int LibavEncoder::Open(const BackendChoice& choice, const EncoderConfig& config)
   return error;
 }
 
-int LibavEncoder::Send(AVFrame* picture, int64_t pts, bool key) {
+int LibavEncoder::Send(AVFrame* picture, int64_t pts, bool key, const PictureArea& changed) {
+  if (m_x264.IsOpen()) return m_x264.Send(picture, pts, key, changed);
   if (!picture) return avcodec_send_frame(m_context, nullptr);
   picture->pts = pts;
   picture->pict_type = key ? AV_PICTURE_TYPE_I : AV_PICTURE_TYPE_NONE;
@@ -184,7 +180,9 @@ int LibavEncoder::Send(AVFrame* picture, int64_t pts, bool key) {
   return error;
 }
 
-int LibavEncoder::Receive(AVPacket* packet) { return avcodec_receive_packet(m_context, packet); }
+int LibavEncoder::Receive(AVPacket* packet) {
+  return m_x264.IsOpen() ? m_x264.Receive(packet) : avcodec_receive_packet(m_context, packet);
+}
 
 bool CanOpen(const BackendChoice& choice, int32_t codecType) {
   constexpr int kProbeWidth = 320, kProbeHeight = 240, kProbeRate = 30;

@@ -1,11 +1,14 @@
-// One opened libavcodec encoder: software, VA-API or NVENC behind the same
-// send and receive calls. Hardware pictures are uploaded here, so callers
-// always hand over plain pictures in InputFormat().
+// One opened encoder: libavcodec's software, VA-API or NVENC encoders, or
+// libx264 directly for software H.264, behind the same send and receive
+// calls. Hardware pictures are uploaded here, so callers always hand over
+// plain pictures in InputFormat().
 #pragma once
 
 #include <cstdint>
 
 #include "encode/libs/EncoderSettings.h"
+#include "encode/libs/PictureConverter.h"
+#include "encode/libs/X264Encoder.h"
 #include "platform/NonCopyable.h"
 
 extern "C" {
@@ -24,7 +27,7 @@ class LibavEncoder : private ov::NonCopyable {
   // the start-up probe.
   int Open(const BackendChoice& choice, const EncoderConfig& config);
   void Close();
-  bool IsOpen() const { return m_context != nullptr; }
+  bool IsOpen() const { return m_context != nullptr || m_x264.IsOpen(); }
   const char* Name() const;
 
   // The pixel format of the pictures that Send takes.
@@ -33,9 +36,11 @@ class LibavEncoder : private ov::NonCopyable {
   // (MPEG-2 has no other clock than its fixed frame rate).
   bool PtsAreTicks() const { return m_ptsAreTicks; }
 
-  // Sends one picture with its pts; key asks for an IDR. Null drains the
-  // encoder. Returns a libavcodec error or 0.
-  int Send(AVFrame* picture, int64_t pts, bool key);
+  // Sends one picture with its pts; key asks for an IDR. Pixels outside
+  // changed equal those of the picture sent before. Null drains the encoder.
+  // Returns a libavcodec error or 0.
+  int Send(AVFrame* picture, int64_t pts, bool key,
+           const PictureArea& changed = {0, 0, INT32_MAX, INT32_MAX});
   // 0 with a packet, AVERROR(EAGAIN) when more input is needed, AVERROR_EOF
   // after the last packet of a drain, or another error.
   int Receive(AVPacket* packet);
@@ -44,6 +49,7 @@ class LibavEncoder : private ov::NonCopyable {
   int OpenHardwareFrames(const BackendChoice& choice, const EncoderConfig& config);
   void SetOptions(Backend backend, const EncoderConfig& config, AVDictionary** options);
 
+  X264Encoder m_x264;
   AVCodecContext* m_context = nullptr;
   AVBufferRef* m_device = nullptr;
   AVFrame* m_hwPicture = nullptr;  // upload target, VA-API only

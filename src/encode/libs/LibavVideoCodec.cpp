@@ -52,6 +52,7 @@ CLibavVideoCodec::~CLibavVideoCodec() {
   Stop();
   m_encoder.Close();
   for (Slot& slot : m_slots) av_frame_free(&slot.picture);
+  av_frame_free(&m_previous);
   av_packet_free(&m_packet);
   av_buffer_pool_uninit(&m_pool);
 }
@@ -127,7 +128,8 @@ bool CLibavVideoCodec::AllocatePictures() {
   if (size < 0) return false;
   m_pool = av_buffer_pool_init(static_cast<size_t>(size) + kPictureAlign, av_buffer_alloc);
   m_packet = av_packet_alloc();
-  if (!m_pool || !m_packet) return false;
+  m_previous = av_frame_alloc();
+  if (!m_pool || !m_packet || !m_previous) return false;
   for (Slot& slot : m_slots) {
     slot.picture = av_frame_alloc();
     if (!slot.picture || !AttachBuffer(slot.picture)) return false;
@@ -153,24 +155,86 @@ bool CLibavVideoCodec::AttachBuffer(AVFrame* picture) {
                               kPictureAlign) >= 0;
 }
 
+void CLibavVideoCodec::SetChangedArea(int32_t left, int32_t top, int32_t right, int32_t bottom) {
+  m_changed = {left, top, right, bottom};
+}
+
 int32_t CLibavVideoCodec::WriteFrame(const uint8_t* frame, int32_t stride, int64_t time,
                                      BOOL keyFrame, BOOL unchanged) {
+  const PictureArea changed = m_changed;
+  m_changed = {0, 0, INT32_MAX, INT32_MAX};
   // An unchanged frame adds nothing to the stream; the index keeps the
   // times of the frames that are there, so the file becomes variable-rate.
   if (unchanged && !keyFrame) return 1;
   if (!m_thread.joinable() || !frame || stride < m_width * 4 || m_failed.load()) return 0;
   Slot* slot = WaitForFreeSlot();
   if (!slot) return 0;
-  if (!AttachBuffer(slot->picture)) {
-    av_frame_unref(slot->picture);
+  AVFrame* picture = slot->picture;
+  if (!AttachBuffer(picture)) {
+    av_frame_unref(picture);
+    ForgetPictures();  // the next frame's hint is not about this one
     return 0;
   }
-  m_converter.Convert(frame, stride, slot->picture);
+  PictureArea area{0, 0, m_codedWidth, m_codedHeight};
+  if (m_previous->buf[0]) {
+    area = m_converter.TargetArea(changed, m_codedWidth, m_codedHeight);
+    auto [staleTop, staleBottom] = StaleRows(picture->buf[0]->data);
+    if (area.left == 0 && area.right == m_codedWidth) {
+      // Whole rows of the area are converted anyway.
+      if (area.top <= staleTop) staleTop = std::max(staleTop, area.bottom);
+      if (area.bottom >= staleBottom) staleBottom = std::min(staleBottom, area.top);
+    }
+    m_converter.CopyRows(*m_previous, picture, staleTop, staleBottom);
+  }
+  m_converter.ConvertArea(frame, stride, picture, area);
+  Remember(picture->buf[0]->data, {area.top, area.bottom});
+  slot->changed = area;
+  av_frame_unref(m_previous);
+  if ((m_previous->buf[0] = av_buffer_ref(picture->buf[0]))) {
+    memcpy(m_previous->data, picture->data, sizeof picture->data);
+    memcpy(m_previous->linesize, picture->linesize, sizeof picture->linesize);
+  } else {
+    ForgetPictures();
+  }
   slot->time = time;
   slot->key = keyFrame || !m_sentAny;
   m_sentAny = true;
   Publish();
   return 0;
+}
+
+// The rows in which the picture that a buffer holds may differ from the last
+// picture: those changed by the pictures made after it.
+std::pair<int, int> CLibavVideoCodec::StaleRows(const uint8_t* data) const {
+  int64_t number = -1;
+  for (const HeldPicture& held : m_held)
+    if (held.data == data) number = held.number;
+  if (number < 0 || m_pictures - number > static_cast<int64_t>(kHistory)) return {0, m_codedHeight};
+  int top = m_codedHeight, bottom = 0;
+  for (int64_t n = number + 1; n < m_pictures; ++n) {
+    top = std::min(top, m_changedRows[n % kHistory].first);
+    bottom = std::max(bottom, m_changedRows[n % kHistory].second);
+  }
+  return {top, bottom};
+}
+
+void CLibavVideoCodec::Remember(const uint8_t* data, std::pair<int, int> rows) {
+  HeldPicture* slot = &m_held[0];
+  for (HeldPicture& held : m_held) {
+    if (held.data == data) {
+      slot = &held;
+      break;
+    }
+    if (held.number < slot->number) slot = &held;
+  }
+  *slot = {data, m_pictures};
+  m_changedRows[m_pictures % kHistory] = rows;
+  ++m_pictures;
+}
+
+void CLibavVideoCodec::ForgetPictures() {
+  av_frame_unref(m_previous);
+  m_held.fill({});
 }
 
 CLibavVideoCodec::Slot* CLibavVideoCodec::WaitForFreeSlot() {
@@ -240,7 +304,7 @@ void CLibavVideoCodec::Encode(Slot& slot) {
   m_pending[(m_pendingHead + m_pendingCount) % kPendingTimes] = {pts, ticks};
   ++m_pendingCount;
 
-  int error = m_encoder.Send(slot.picture, pts, slot.key);
+  int error = m_encoder.Send(slot.picture, pts, slot.key, slot.changed);
   if (error >= 0) error = WriteReadyPackets();
   if (error < 0 && error != AVERROR(EAGAIN)) {
     Fail("encoding a frame", error);

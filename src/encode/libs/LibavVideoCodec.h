@@ -14,6 +14,7 @@
 #include <cstdint>
 #include <mutex>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "encode/VideoCodec.h"
@@ -40,6 +41,7 @@ class CLibavVideoCodec final : public CVideoCodec {
   int32_t WriteFrame(const uint8_t* frame, int32_t stride, int64_t time, BOOL keyFrame,
                      BOOL unchanged) override;
   void Finish() override;
+  void SetChangedArea(int32_t left, int32_t top, int32_t right, int32_t bottom) override;
 
  private:
   static constexpr size_t kQueueDepth = 4;
@@ -50,6 +52,7 @@ class CLibavVideoCodec final : public CVideoCodec {
     AVFrame* picture = nullptr;
     int64_t time = 0;  // 100-ns units, as captured
     bool key = false;
+    PictureArea changed{};  // where it differs from the picture before
   };
   struct PendingTime {
     int64_t pts;
@@ -93,6 +96,23 @@ class CLibavVideoCodec final : public CVideoCodec {
   std::atomic<bool> m_failed{false};
   std::thread m_thread;
   bool m_sentAny = false;  // capture thread
+  // Capture thread: the last picture handed to the encoder, and the next
+  // frame's hint. A pool buffer that comes back still holds the picture it
+  // was last given; only the rows changed since then are brought up to date
+  // from the last picture, and the changed rows of the new frame converted.
+  static constexpr size_t kHistory = 8;
+  struct HeldPicture {
+    const uint8_t* data = nullptr;
+    int64_t number = -1;
+  };
+  std::pair<int, int> StaleRows(const uint8_t* data) const;
+  void Remember(const uint8_t* data, std::pair<int, int> rows);
+  void ForgetPictures();
+  AVFrame* m_previous = nullptr;
+  PictureArea m_changed{0, 0, INT32_MAX, INT32_MAX};
+  std::array<HeldPicture, kHistory> m_held{};
+  std::array<std::pair<int, int>, kHistory> m_changedRows{};  // by picture number
+  int64_t m_pictures = 0;  // made since the history was last forgotten
 
   AVPacket* m_packet = nullptr;
   std::array<PendingTime, kPendingTimes> m_pending{};

@@ -24,6 +24,36 @@ bool PictureConverter::Init(int width, int height, AVPixelFormat target) {
 }
 
 void PictureConverter::Convert(const uint8_t* bgr32, int stride, AVFrame* target) {
+  ConvertArea(bgr32, stride, target, {0, 0, target->width, target->height});
+}
+
+PictureArea PictureConverter::TargetArea(const PictureArea& changed, int codedWidth,
+                                         int codedHeight) const {
+  const int evenWidth = m_width & ~1, evenHeight = m_height & ~1;
+  PictureArea area;
+  area.left = std::clamp(changed.left & ~1, 0, evenWidth);
+  area.top = std::clamp(changed.top & ~1, 0, evenHeight);
+  area.right = changed.right >= m_width
+                   ? codedWidth
+                   : std::clamp((changed.right + 1) & ~1, area.left, evenWidth);
+  area.bottom = changed.bottom >= m_height
+                    ? codedHeight
+                    : std::clamp((changed.bottom + 1) & ~1, area.top, evenHeight);
+  return area;
+}
+
+void PictureConverter::CopyRows(const AVFrame& from, AVFrame* target, int top, int bottom) const {
+  for (int plane = 0; plane < (m_nv12 ? 2 : 3); ++plane) {
+    const int shift = plane == 0 ? 0 : 1;
+    const ptrdiff_t pitch = target->linesize[plane];
+    if (bottom <= top || pitch != from.linesize[plane]) continue;
+    memcpy(target->data[plane] + (top >> shift) * pitch, from.data[plane] + (top >> shift) * pitch,
+           static_cast<size_t>(((bottom - top) >> shift) * pitch));
+  }
+}
+
+void PictureConverter::ConvertArea(const uint8_t* bgr32, int stride, AVFrame* target,
+                                   const PictureArea& area) {
   uint8_t* y = target->data[0];
   const ptrdiff_t yPitch = target->linesize[0];
   uint8_t* u = target->data[1];
@@ -32,17 +62,24 @@ void PictureConverter::Convert(const uint8_t* bgr32, int stride, AVFrame* target
   const int step = m_nv12 ? 2 : 1;
   const int codedWidth = target->width, codedHeight = target->height;
   const int evenWidth = m_width & ~1, evenHeight = m_height & ~1;
+  const int top = area.top, bottom = area.bottom, bandEnd = std::min(bottom, evenHeight);
+  const int left = area.left, right = std::min(area.right, evenWidth);
   const auto convert = m_kernels->bgr32ToVideoYuv;
   const uint8_t* lastColumn = bgr32 + static_cast<ptrdiff_t>(m_width - 1) * 4;
 
-  if (evenWidth > 0 && evenHeight > 0)
-    convert(y, yPitch, u, v, uvPitch, step, bgr32, stride, evenWidth, evenHeight);
+  if (right > left && bandEnd > top) {
+    const ptrdiff_t chroma = top / 2 * uvPitch + left / 2 * step;
+    convert(y + top * yPitch + left, yPitch, u + chroma, v + chroma, uvPitch, step,
+            bgr32 + static_cast<ptrdiff_t>(top) * stride + left * 4, stride, right - left,
+            bandEnd - top);
+  }
 
   // Columns from the even width on: each row's last pixel, repeated.
   const int stripWidth = codedWidth - evenWidth;
   uint8_t* edge = m_edge.data();
-  if (stripWidth > 0 && static_cast<size_t>(stripWidth) * 8 <= m_edge.size()) {
-    for (int row = 0; row < evenHeight; row += 2) {
+  if (area.right > evenWidth && stripWidth > 0 &&
+      static_cast<size_t>(stripWidth) * 8 <= m_edge.size()) {
+    for (int row = top; row < bandEnd; row += 2) {
       for (int r = 0; r < 2; ++r) {
         const uint8_t* pixel = lastColumn + static_cast<ptrdiff_t>(row + r) * stride;
         for (int x = 0; x < stripWidth; ++x) memcpy(edge + (r * stripWidth + x) * 4, pixel, 4);
@@ -55,7 +92,8 @@ void PictureConverter::Convert(const uint8_t* bgr32, int stride, AVFrame* target
 
   // Rows from the even height on: the last row, its last pixel repeated,
   // read twice for each pair of rows.
-  if (codedHeight > evenHeight && static_cast<size_t>(codedWidth) * 4 <= m_edge.size()) {
+  if (bottom > evenHeight && codedHeight > evenHeight &&
+      static_cast<size_t>(codedWidth) * 4 <= m_edge.size()) {
     const uint8_t* last = bgr32 + static_cast<ptrdiff_t>(m_height - 1) * stride;
     memcpy(edge, last, static_cast<size_t>(m_width) * 4);
     for (int x = m_width; x < codedWidth; ++x) memcpy(edge + x * 4, last + (m_width - 1) * 4, 4);

@@ -18,6 +18,11 @@ extern "C" {
 
 namespace ov::enc {
 
+// A rectangle of a picture in pixels, right and bottom exclusive.
+struct PictureArea {
+  int left, top, right, bottom;
+};
+
 class PictureConverter : private ov::NonCopyable {
  public:
   // width, height: the captured region. The target picture may be larger
@@ -27,6 +32,15 @@ class PictureConverter : private ov::NonCopyable {
   // bgr32: the region's top row; stride in bytes, at least width * 4. Reads
   // only the region's pixels.
   void Convert(const uint8_t* bgr32, int stride, AVFrame* target);
+  // The target area that a change to the region's area makes new: whole
+  // pairs of rows and columns, with the margins beyond the region's last row
+  // and column where the change reaches them.
+  PictureArea TargetArea(const PictureArea& changed, int codedWidth, int codedHeight) const;
+  // Convert for a target area only, as TargetArea gives it.
+  void ConvertArea(const uint8_t* bgr32, int stride, AVFrame* target, const PictureArea& area);
+  // Copies the target rows [top, bottom), both even, of a picture of the same
+  // layout.
+  void CopyRows(const AVFrame& from, AVFrame* target, int top, int bottom) const;
 
  private:
   const ov::pixels::PixelKernels* m_kernels = nullptr;
