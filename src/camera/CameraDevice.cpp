@@ -52,8 +52,10 @@ void LogFormats(int index, const ov::CameraInfo& info) {
     for (const ov::CameraMode& mode : format.sizes) {
       if (!sizes.empty()) sizes += ',';
       sizes += std::to_string(mode.width) + "x" + std::to_string(mode.height);
-      if (mode.rateDenominator && mode.rateNumerator)
-        sizes += "@" + std::to_string(mode.rateNumerator / mode.rateDenominator);
+      if (mode.rateDenominator && mode.rateNumerator) {
+        sizes += '@';
+        sizes += std::to_string(mode.rateNumerator / mode.rateDenominator);
+      }
     }
     WriteLog(ov::kDbg, "Camera format:Index=%d;Format=%s%s;Sizes=%s\n", index,
              FourCCText(format.fourcc).c_str(), format.emulated ? "(converted)" : "",

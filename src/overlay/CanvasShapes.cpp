@@ -329,7 +329,11 @@ std::string CTextShape::FontDescription(const std::string& font, int32_t size, i
   if (style & kFontBold) d += " Bold";
   if (style & kFontItalic) d += " Italic";
   // The size in points becomes pixels at 96 dots an inch.
-  if (size > 0) d += " " + std::to_string((size * 96 + 36) / 72) + "px";
+  if (size > 0) {
+    d += ' ';
+    d += std::to_string((size * 96 + 36) / 72);
+    d += "px";
+  }
   return d;
 }
 

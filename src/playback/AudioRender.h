@@ -6,8 +6,8 @@
 #include <memory>
 
 #include "audio/WaveReader.h"
-#include "platform/AudioOutput.h"
 #include "core/MediaReader.h"
+#include "platform/AudioOutput.h"
 
 // The output side: a stream that pulls from its source as the device asks.
 class CAudioRender {

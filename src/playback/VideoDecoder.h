@@ -3,11 +3,11 @@
 // a shared record.
 #pragma once
 
+#include "core/MediaReader.h"
 #include "formats/DecoderRecord.h"
 #include "platform/ChildProcess.h"
 #include "platform/EventFd.h"
 #include "platform/SharedMemory.h"
-#include "core/MediaReader.h"
 
 class CVideoDecoder final : public CBaseMediaReader {
  public:

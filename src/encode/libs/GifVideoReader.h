@@ -4,8 +4,8 @@
 
 #include <cstddef>
 
-#include "encode/libs/GifTempVideo.h"
 #include "core/MediaReader.h"
+#include "encode/libs/GifTempVideo.h"
 
 namespace ov::enc::gif {
 
