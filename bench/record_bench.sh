@@ -10,7 +10,10 @@
 # Orvanta records the system sound too where a private PulseAudio can be
 # started (column "snd"); ffmpeg records the picture only.
 # Usage: bench/record_bench.sh BUILD_DIR   (configured with -DORVANTA_BENCH=ON)
-# SECONDS_PER_RUN (10) sets the length of each recording.
+# SECONDS_PER_RUN (10) sets the length of each recording; SCENES picks rows,
+# e.g. SCENES=still:1920x1080:30. A 10 s still recording is mostly the cost
+# of starting up (loading FFmpeg's libraries and probing the encoders), which
+# longer runs spread thinner.
 set -euo pipefail
 build=$(realpath "${1:-build-bench}")
 bin=$build/lib
@@ -85,7 +88,7 @@ printf "%-7s %-10s %4s  %-8s %3s %8s %8s %10s %8s\n" \
   scene size fps recorder snd "CPU s" "RSS MB" "written/s" dropped
 ratios=()
 current=
-for run in still:1920x1080:30 motion:1920x1080:30 motion:1920x1080:60 motion:3840x2160:30; do
+for run in ${SCENES:-still:1920x1080:30 motion:1920x1080:30 motion:1920x1080:60 motion:3840x2160:30}; do
   IFS=: read -r scene size fps <<<"$run"
   if [ "$size" != "$current" ]; then start_xvfb "$size"; current=$size; fi
   scene_pid=

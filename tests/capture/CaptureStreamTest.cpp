@@ -236,7 +236,11 @@ TEST_F(DisplayCatalogueTest, CursorOnTheOtherDisplayIsNotDrawn) {
   recorder->Start();
   Xdotool("mousemove 520 220");
   SleepMs(300);
-  const size_t away = recorded.frames.size();
+  size_t away;
+  {
+    std::lock_guard<std::mutex> lock(recorded.mutex);
+    away = recorded.frames.size();
+  }
   Xdotool("mousemove 300 220");
   SleepMs(300);
   recorder->Destroy();
