@@ -9,18 +9,7 @@
 
 extern "C" HRESULT GIFMux(const wchar_t* pwszOutFile, int Duration, CMuxCallback* pCallback) {
   using namespace ov;
-  if (!g_Recording) {
-    OV_BAD_ARG(g_Recording);
-    return E_FAIL;
-  }
-  if (!pwszOutFile) {
-    OV_BAD_ARG(pwszOutFile);
-    return E_FAIL;
-  }
-  if (!pCallback) {
-    OV_BAD_ARG(pCallback);
-    return E_FAIL;
-  }
+  if (!ov::MuxArgumentsPresent(pwszOutFile, pCallback, OV_FILE, __LINE__)) return E_FAIL;
   WriteLog(kMsg, "GIF Mux:%ls, Duration=%dSec\n", pwszOutFile, Duration);
   WriteLog(kMsg, "Trim: %lld->%lld\n", static_cast<long long>(g_Recording->nTrimStart),
            static_cast<long long>(g_Recording->nTrimEnd));

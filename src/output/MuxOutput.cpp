@@ -1,5 +1,6 @@
 #include "output/MuxOutput.h"
 
+#include "core/Globals.h"
 #include "core/Log.h"
 #include "platform/Files.h"
 
@@ -61,6 +62,16 @@ HRESULT FinishPartFile(const std::wstring& part, const std::wstring& out, bool m
   }
   RemoveFile(part);
   return S_OK;
+}
+
+bool MuxArgumentsPresent(const wchar_t* pwszOutFile, const CMuxCallback* pCallback,
+                         const char* file, int line) {
+  const char* missing = !g_Recording   ? "g_Recording"
+                        : !pwszOutFile ? "pwszOutFile"
+                        : !pCallback   ? "pCallback"
+                                       : nullptr;
+  if (missing) LogBadArgument(missing, file, line);
+  return !missing;
 }
 
 }  // namespace ov

@@ -7,7 +7,14 @@
 #include "orvanta/captured.h"
 #include "orvanta/types.h"
 
+class CMuxCallback;
+
 namespace ov {
+
+// Whether a recording, an output name and a callback are there, as every
+// muxer needs; the bad-argument line names the caller's file and line.
+bool MuxArgumentsPresent(const wchar_t* pwszOutFile, const CMuxCallback* pCallback,
+                         const char* file, int line);
 
 // E_INVALIDARG, with a log line, unless the output is an absolute name of a
 // path field's size, in an existing folder, that is no folder, FIFO or device

@@ -548,18 +548,7 @@ extern "C" HRESULT WMMux(const wchar_t* pwszOutFile, int Second,
                          const AudioCodecInfo* pWaveOutAudioCodecInfo,
                          const AudioCodecInfo* pWaveInAudioCodecInfo, int Mix,
                          CMuxCallback* pCallback) {
-  if (!g_Recording) {
-    OV_BAD_ARG(g_Recording);
-    return E_FAIL;
-  }
-  if (!pwszOutFile) {
-    OV_BAD_ARG(pwszOutFile);
-    return E_FAIL;
-  }
-  if (!pCallback) {
-    OV_BAD_ARG(pCallback);
-    return E_FAIL;
-  }
+  if (!ov::MuxArgumentsPresent(pwszOutFile, pCallback, OV_FILE, __LINE__)) return E_FAIL;
   const CapturedFile& r = *g_Recording;
   if (r.bWaveOutStream && r.bUseWaveOut && !pWaveOutAudioCodecInfo) {
     OV_BAD_ARG((g_Recording->bWaveOutStream == FALSE) || (g_Recording->bUseWaveOut == FALSE) ||

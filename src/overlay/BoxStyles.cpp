@@ -4,6 +4,7 @@
 
 #include <mutex>
 
+#include "core/Globals.h"
 #include "core/Log.h"
 
 namespace ov {
@@ -164,6 +165,18 @@ int32_t HitTest(const RECT t[kHitZones], bool noMove, POINT p, bool noCorners) {
     if (Inside(t[i], p)) return i >= kHitTopEdge && i <= kHitRightEdge ? i - 8 : i;
   }
   return kHitNone;
+}
+
+bool RectOnDisplay(const RECT* rect) {
+  const RECT& d = g_rcDisplay;
+  if (rect && rect->left < rect->right && rect->top < rect->bottom && rect->left >= d.left &&
+      rect->top >= d.top && rect->right <= d.right && rect->bottom <= d.bottom)
+    return true;
+  const RECT r = rect ? *rect : RECT{};
+  WriteLog(kErr, "Error rect={%dx%d-%dx%d}(%dx%d), Display rect={%dx%d-%dx%d}(%dx%d)\n", r.left,
+           r.top, r.right, r.bottom, r.right - r.left, r.bottom - r.top, d.left, d.top, d.right,
+           d.bottom, d.right - d.left, d.bottom - d.top);
+  return false;
 }
 
 }  // namespace ov

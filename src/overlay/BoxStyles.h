@@ -69,4 +69,8 @@ void BuildHitTable(RECT table[kHitZones], const RECT& rect, int32_t ringWidth, i
 // 0 or the code of the first zone, in the order 1 to 13, that holds point.
 int32_t HitTest(const RECT table[kHitZones], bool noMove, POINT point, bool noCorners);
 
+// Whether rect is a non-empty rectangle on the display; logs the two when
+// not.
+bool RectOnDisplay(const RECT* rect);
+
 }  // namespace ov

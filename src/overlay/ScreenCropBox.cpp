@@ -332,15 +332,7 @@ class CScreenCropBox : public CScreenCropObject, public CMemoryBitmap {
 extern "C" OV_API CScreenCropObject* ovShowScreenCropBox(CCropCallback* callback, const RECT* rect,
                                                          HWND hostWindow, BOOL bKeepRatio) {
   WriteLog(ov::kMsg, "Screen Crop ...\n");
-  const RECT& d = g_rcDisplay;
-  if (!rect || rect->left >= rect->right || rect->top >= rect->bottom || rect->left < d.left ||
-      rect->top < d.top || rect->right > d.right || rect->bottom > d.bottom) {
-    const RECT r = rect ? *rect : RECT{};
-    WriteLog(ov::kErr, "Error rect={%dx%d-%dx%d}(%dx%d), Display rect={%dx%d-%dx%d}(%dx%d)\n",
-             r.left, r.top, r.right, r.bottom, r.right - r.left, r.bottom - r.top, d.left, d.top,
-             d.right, d.bottom, d.right - d.left, d.bottom - d.top);
-    return nullptr;
-  }
+  if (!ov::RectOnDisplay(rect)) return nullptr;
   auto box = std::make_unique<CScreenCropBox>();
   if (!box->Create(callback, *rect, hostWindow, bKeepRatio != 0)) return nullptr;
   return box.release();

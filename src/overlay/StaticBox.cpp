@@ -36,15 +36,7 @@ extern "C" OV_API CBaseClassObject* ovShowStaticBox(HWND ownerWindow, const RECT
   (void)ownerWindow;  // the box is raised above every window, owned or not
   (void)bTopmost;
   WriteLog(ov::kMsg, "Static box ...\n");
-  const RECT& d = g_rcDisplay;
-  if (!rect || rect->left >= rect->right || rect->top >= rect->bottom || rect->left < d.left ||
-      rect->top < d.top || rect->right > d.right || rect->bottom > d.bottom) {
-    const RECT r = rect ? *rect : RECT{};
-    WriteLog(ov::kErr, "Error rect={%dx%d-%dx%d}(%dx%d), Display rect={%dx%d-%dx%d}(%dx%d)\n",
-             r.left, r.top, r.right, r.bottom, r.right - r.left, r.bottom - r.top, d.left, d.top,
-             d.right, d.bottom, d.right - d.left, d.bottom - d.top);
-    return nullptr;
-  }
+  if (!ov::RectOnDisplay(rect)) return nullptr;
   auto box = std::make_unique<CStaticBox>();
   if (!box->Create(*rect)) return nullptr;
   return box.release();
