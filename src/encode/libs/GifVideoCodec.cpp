@@ -122,7 +122,7 @@ int32_t CGifVideoCodec::WriteFrame(const uint8_t* frame, int32_t stride, int64_t
   }
   m_pStatistics->AddBytes(size);
   m_pStatistics->AddFrame();
-  AccountTime(std::chrono::steady_clock::now() - start);
+  m_frameTime.Account(m_pRateControl, std::chrono::steady_clock::now() - start);
   return 0;
 }
 
@@ -133,16 +133,6 @@ void CGifVideoCodec::Finish() {
   int error = m_failed ? 0 : m_writer.Write(m_picture->data[0], 0, m_endTicks, false);
   if (int closeError = m_writer.Close(); !error) error = closeError;
   if (error) Fail("closing the temp video", AVERROR(error));
-}
-
-void CGifVideoCodec::AccountTime(std::chrono::steady_clock::duration spent) {
-  m_spent += spent;
-  if (++m_timedFrames < kFramesPerReport) return;
-  auto meanUs =
-      std::chrono::duration_cast<std::chrono::microseconds>(m_spent).count() / kFramesPerReport;
-  m_pRateControl->ReportFrameTime(static_cast<uint32_t>((meanUs + 500) / 1000));
-  m_spent = {};
-  m_timedFrames = 0;
 }
 
 void CGifVideoCodec::Fail(const char* step, int error) {

@@ -7,6 +7,7 @@
 #include <cstdint>
 
 #include "encode/VideoCodec.h"
+#include "encode/libs/FrameTimeReport.h"
 #include "encode/libs/TempVideoWriter.h"
 
 extern "C" {
@@ -28,10 +29,7 @@ class CGifVideoCodec final : public CVideoCodec {
   void Finish() override;
 
  private:
-  static constexpr int kFramesPerReport = 16;
-
   void Fail(const char* step, int error);
-  void AccountTime(std::chrono::steady_clock::duration spent);
 
   TempVideoWriter m_writer;
   AVCodecContext* m_encoder = nullptr;
@@ -44,8 +42,7 @@ class CGifVideoCodec final : public CVideoCodec {
   int m_height = 0;
   int64_t m_lastTicks = -1;  // of the last frame stored
   int64_t m_endTicks = 0;    // of the last frame handed in, stored or not
-  std::chrono::steady_clock::duration m_spent{};
-  int m_timedFrames = 0;
+  FrameTimeReport m_frameTime;
 };
 
 }  // namespace ov::enc::gif

@@ -310,7 +310,7 @@ void CLibavVideoCodec::Encode(Slot& slot) {
     Fail("encoding a frame", error);
     return;
   }
-  AccountTime(std::chrono::steady_clock::now() - start);
+  m_frameTime.Account(m_pRateControl, std::chrono::steady_clock::now() - start);
 }
 
 void CLibavVideoCodec::Flush() {
@@ -347,16 +347,6 @@ int64_t CLibavVideoCodec::TicksOf(int64_t pts) {
     if (pending.pts == pts) return pending.ticks;
   }
   return m_encoder.PtsAreTicks() ? pts : 0;
-}
-
-void CLibavVideoCodec::AccountTime(std::chrono::steady_clock::duration spent) {
-  m_spent += spent;
-  if (++m_timedFrames < kFramesPerReport) return;
-  auto meanUs =
-      std::chrono::duration_cast<std::chrono::microseconds>(m_spent).count() / kFramesPerReport;
-  m_pRateControl->ReportFrameTime(static_cast<uint32_t>((meanUs + 500) / 1000));
-  m_spent = {};
-  m_timedFrames = 0;
 }
 
 // The encoder thread goes on taking pictures and dropping them, so capture

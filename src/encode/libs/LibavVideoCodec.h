@@ -19,6 +19,7 @@
 
 #include "encode/VideoCodec.h"
 #include "encode/libs/EncoderSettings.h"
+#include "encode/libs/FrameTimeReport.h"
 #include "encode/libs/LibavEncoder.h"
 #include "encode/libs/PictureConverter.h"
 #include "encode/libs/TempVideoWriter.h"
@@ -46,7 +47,6 @@ class CLibavVideoCodec final : public CVideoCodec {
  private:
   static constexpr size_t kQueueDepth = 4;
   static constexpr size_t kPendingTimes = 64;
-  static constexpr int kFramesPerReport = 16;
 
   struct Slot {
     AVFrame* picture = nullptr;
@@ -72,7 +72,6 @@ class CLibavVideoCodec final : public CVideoCodec {
   void Flush();
   int WriteReadyPackets();
   int64_t TicksOf(int64_t pts);
-  void AccountTime(std::chrono::steady_clock::duration spent);
   void Fail(const char* step, int error);
 
   std::vector<BackendChoice> m_backends;
@@ -121,8 +120,7 @@ class CLibavVideoCodec final : public CVideoCodec {
   int64_t m_lastPts = -1;
   int64_t m_frameNumber = 0;
   int64_t m_framesWritten = 0;
-  std::chrono::steady_clock::duration m_spent{};
-  int m_timedFrames = 0;
+  FrameTimeReport m_frameTime;
 };
 
 }  // namespace ov::enc
