@@ -48,6 +48,17 @@ class BoxThread {
   // callback ending its box) the thread is let go instead, and afterLast
   // runs on it once the queue is gone.
   void Stop(std::function<void()> afterLast = nullptr);
+  // Deletes the box this thread serves, from any thread; from the thread
+  // itself the box goes after its last message.
+  template <class Box>
+  void DeleteBox(Box* box) {
+    if (!OnOwnThread()) {
+      Stop();
+      delete box;
+      return;
+    }
+    Stop([box] { delete box; });
+  }
 
  private:
   void Post(uint32_t message, uint64_t wParam = 0);

@@ -76,13 +76,8 @@ class CWindowCrop : public CWindowCropObject, public CVideoRender {
   }
 
   void Destroy() override {
-    if (m_thread.OnOwnThread()) {
-      m_pCallback = nullptr;
-      m_thread.Stop([this] { delete this; });
-      return;
-    }
-    m_thread.Stop();
-    delete this;
+    if (m_thread.OnOwnThread()) m_pCallback = nullptr;
+    m_thread.DeleteBox(this);
   }
 
   HRESULT Reset(const RECT* rect, BOOL bKeepRatio) override {
