@@ -319,6 +319,18 @@ void RecordUntilStopped(CScreenRecoderObject* recorder, double seconds, bool key
   recorder->Destroy();
 }
 
+// The countdown before Start. When Ctrl-C cuts it short, the recorder and
+// its temp files go and the command fails.
+template <class Recorder>
+bool CountdownOrAbandon(Recorder* recorder, TempFolder* temp) {
+  if (ShowCountdown()) return true;
+  recorder->Destroy();
+  if (GetCapturedFile()) FreeCapturedFile(1);
+  temp->RemoveIfOurs();
+  Error("interrupted before the recording began");
+  return false;
+}
+
 // A sound track that was asked for but left no temp file behind.
 bool TrackMissing(BOOL stream, const wchar_t* path) {
   std::error_code ec;
@@ -437,13 +449,7 @@ int RunSoundRecording(const RecordOptions& o, const std::string& out) {
     Error("the sound recording could not start; see %s", EngineLogPath().c_str());
     return kExitFailed;
   }
-  if (o.countdown && !ShowCountdown()) {
-    recorder->Destroy();
-    if (GetCapturedFile()) FreeCapturedFile(1);
-    temp.RemoveIfOurs();
-    Error("interrupted before the recording began");
-    return kExitFailed;
-  }
+  if (o.countdown && !CountdownOrAbandon(recorder, &temp)) return kExitFailed;
   Note("Recording %s to %s", AudioWanted(o).c_str(), out.c_str());
   for (int32_t type : {0, 1}) level.SetFormat(type, recorder->GetAudioFormat(type));
   RecordSoundUntilStopped(recorder, &level, o.seconds);
@@ -544,13 +550,7 @@ int RunRecording(const RecordOptions& given) {
   std::snprintf(windowId, sizeof windowId, "window 0x%llx",
                 static_cast<unsigned long long>(o.window));
   std::string what = o.window ? std::string(windowId) : Describe(video.rcScreen);
-  if (o.countdown && !ShowCountdown()) {
-    recorder->Destroy();
-    if (GetCapturedFile()) FreeCapturedFile(1);
-    temp.RemoveIfOurs();
-    Error("interrupted before the recording began");
-    return kExitFailed;
-  }
+  if (o.countdown && !CountdownOrAbandon(recorder, &temp)) return kExitFailed;
   Note("Recording %s (%s, %d fps, %s) to %s", what.c_str(), CodecTitle(o.codec), o.fps,
        AudioWanted(o).c_str(), out.c_str());
   RecordUntilStopped(recorder, o.seconds, o.box);

@@ -60,16 +60,8 @@ HRESULT CGifVideoCodec::Initialize(int32_t codecType, int32_t width, int32_t hei
   m_picture->height = height;
   if (av_frame_get_buffer(m_picture, 64) < 0) return E_OUTOFMEMORY;
 
-  FrameIndexHeader header{};
-  std::memcpy(header.magic, kFrameIndexMagic, sizeof header.magic);
-  header.version = kFrameIndexVersion;
-  header.codecType = kGifCodecType;
-  header.width = static_cast<uint32_t>(width);
-  header.height = static_cast<uint32_t>(height);
-  header.frameRate = static_cast<uint32_t>(frameRate);
-  header.timeBase = static_cast<uint32_t>(kIndexClock);
   std::string path = ov::ToUtf8(file);
-  if (int error = m_writer.Create(path, header)) {
+  if (int error = m_writer.Create(path, kGifCodecType, width, height, frameRate)) {
     Log(kErr, "Failed(%d) to create file:%s\n", error, path.c_str());
     m_writer.Close();
     return E_FAIL;

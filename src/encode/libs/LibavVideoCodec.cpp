@@ -82,16 +82,8 @@ HRESULT CLibavVideoCodec::Initialize(int32_t codecType, int32_t width, int32_t h
     return E_OUTOFMEMORY;
   }
 
-  FrameIndexHeader header{};
-  memcpy(header.magic, kFrameIndexMagic, sizeof header.magic);
-  header.version = kFrameIndexVersion;
-  header.codecType = codecType;
-  header.width = static_cast<uint32_t>(m_codedWidth);
-  header.height = static_cast<uint32_t>(m_codedHeight);
-  header.frameRate = static_cast<uint32_t>(frameRate);
-  header.timeBase = static_cast<uint32_t>(kIndexClock);
   std::string path = ov::ToUtf8(file);
-  if (int error = m_writer.Create(path, header)) {
+  if (int error = m_writer.Create(path, codecType, m_codedWidth, m_codedHeight, frameRate)) {
     Log(kErr, "Failed(%d) to create file:%s\n", error, path.c_str());
     m_writer.Close();
     m_encoder.Close();

@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstring>
 
 #include "platform/Files.h"
 
@@ -26,7 +27,16 @@ int CloseFd(int* fd) {
 
 TempVideoWriter::~TempVideoWriter() { Close(); }
 
-int TempVideoWriter::Create(const std::string& path, const FrameIndexHeader& header) {
+int TempVideoWriter::Create(const std::string& path, uint32_t codecType, int32_t width,
+                            int32_t height, int32_t frameRate) {
+  FrameIndexHeader header{};
+  std::memcpy(header.magic, kFrameIndexMagic, sizeof header.magic);
+  header.version = kFrameIndexVersion;
+  header.codecType = codecType;
+  header.width = static_cast<uint32_t>(width);
+  header.height = static_cast<uint32_t>(height);
+  header.frameRate = static_cast<uint32_t>(frameRate);
+  header.timeBase = static_cast<uint32_t>(kIndexClock);
   Close();
   m_offset = 0;
   m_entries = 0;

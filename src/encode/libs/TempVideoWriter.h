@@ -19,8 +19,10 @@ class TempVideoWriter : private ov::NonCopyable {
   ~TempVideoWriter();
 
   // Creates (or empties) the stream file and "<path>.idx", and writes the
-  // index header. On failure returns the system's error number, else 0.
-  int Create(const std::string& path, const FrameIndexHeader& header);
+  // index header of that codec, size and rate. On failure returns the
+  // system's error number, else 0.
+  int Create(const std::string& path, uint32_t codecType, int32_t width, int32_t height,
+             int32_t frameRate);
   // Appends one encoded frame and its index entry; the error number or 0.
   // A frame that fails is taken back out of both files.
   int Write(const uint8_t* data, size_t size, int64_t ticks, bool key);
