@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "capture/CaptureVideoStream.h"
+#include "core/Globals.h"
 #include "encode/VideoCodec.h"
 #include "orvanta/orvanta.h"
 #include "session/ScreenCapture.h"
@@ -101,13 +102,18 @@ class CaptureTest : public ::testing::Test {
     m_productSpacing = CCaptureVideoStream::s_nKeyFrameSpacing.exchange(kKeySpacing);
   }
   void TearDown() override {
+    // A test that stopped at a failed assertion leaves its recorder running,
+    // which would refuse the next test's.
+    if (m_recorder && g_bRunning.load()) m_recorder->Destroy();
     CScreenCapture::s_codecFactoryForTesting = nullptr;
     CCaptureVideoStream::s_nKeyFrameSpacing = m_productSpacing;
     FreeCapturedFile(1);
   }
   CScreenRecoderObject* Record(BOOL showBox = 0) {
     HRESULT hr;
-    return ovVideoRecord(0, folder.WidePath().c_str(), &video, AudioOpt{}, &mouse, showBox, &hr);
+    m_recorder =
+        ovVideoRecord(0, folder.WidePath().c_str(), &video, AudioOpt{}, &mouse, showBox, &hr);
+    return m_recorder;
   }
 
   static constexpr int64_t kKeySpacing = 10000000;  // 100-ns units
@@ -117,6 +123,7 @@ class CaptureTest : public ::testing::Test {
   VideoOpt video{};
   MouseOpt mouse{};
   int64_t m_productSpacing = 0;
+  CScreenRecoderObject* m_recorder = nullptr;  // the last one Record made
 };
 
 }  // namespace
