@@ -41,7 +41,7 @@ int32_t EncoderThreads(int32_t width, int32_t height, int32_t frameRate) {
   constexpr int64_t kFullHd30 = int64_t{1920} * 1080 * 30;
   const int64_t pixelRate = int64_t{width} * height * frameRate;
   const int cores = std::clamp(static_cast<int>(std::thread::hardware_concurrency()), 1, 8);
-  return static_cast<int32_t>(std::clamp<int64_t>(1 + pixelRate / kFullHd30, 1, cores));
+  return static_cast<int32_t>(std::clamp<int64_t>(1 + (pixelRate - 1) / kFullHd30, 1, cores));
 }
 
 }  // namespace ov::enc
