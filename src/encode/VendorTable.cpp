@@ -1,6 +1,7 @@
 #include "encode/VendorTable.h"
 
 #include <memory>
+#include <mutex>
 #include <vector>
 
 #include "core/Log.h"
@@ -37,10 +38,14 @@ struct EntryPoints {
 };
 
 // The libraries stay loaded for the process's life: encoders that they made
-// may outlive any later probe.
+// may outlive any later probe. The GIF library brings FFmpeg's filters with
+// it, a good part of start-up for a recording that never makes a GIF, so it
+// is loaded when first asked for.
 struct EncoderLibraries {
   SharedLibrary intel, amd2, amd, nvenc8, nvenc5, gif;
   EntryPoints entry;
+  std::string folder;
+  std::once_flag gifLoaded;
 };
 
 std::vector<std::unique_ptr<EncoderLibraries>> g_loaded;
@@ -64,7 +69,6 @@ EncoderLibraries* LoadLibraries(const std::string& folder) {
   Load(&libs->amd, folder, "libAMDCodec.so");
   Load(&libs->nvenc8, folder, "libNvidiaCodec8.so");
   Load(&libs->nvenc5, folder, "libNvidiaCodec5.so");
-  Load(&libs->gif, folder, "libGifCodec.so");
   EntryPoints& e = libs->entry;
   e.intelInit = Resolve<IntelInitCodecFn>(libs->intel, "Intel_InitCodec");
   e.amd2Init = Resolve<InitCodecFn>(libs->amd2, "AMD2_InitCodec");
@@ -79,10 +83,21 @@ EncoderLibraries* LoadLibraries(const std::string& folder) {
   e.amd2Create = Resolve<CreateVideoCodecFn>(libs->amd2, "AMD2_CreateVideoCodec");
   e.amdCreate = Resolve<CreateVideoCodecFn>(libs->amd, "AMD_CreateVideoCodec");
   e.intelCreate = Resolve<CreateVideoCodecFn>(libs->intel, "Intel_CreateVideoCodec");
-  e.gifCreate = Resolve<GifCreateVideoCodecFn>(libs->gif, "GIF_CreateVideoCodec");
-  e.gifReader = Resolve<GifCreateVideoReaderFn>(libs->gif, "GIF_CreateVideoReader");
-  e.gifMux = Resolve<GifMuxFn>(libs->gif, "GIF_Mux");
+  libs->folder = folder;
   return libs;
+}
+
+const EntryPoints* GifEntries() {
+  EncoderLibraries* libs = g_libraries;
+  if (!libs) return nullptr;
+  std::call_once(libs->gifLoaded, [libs] {
+    Load(&libs->gif, libs->folder, "libGifCodec.so");
+    EntryPoints& e = libs->entry;
+    e.gifCreate = Resolve<GifCreateVideoCodecFn>(libs->gif, "GIF_CreateVideoCodec");
+    e.gifReader = Resolve<GifCreateVideoReaderFn>(libs->gif, "GIF_CreateVideoReader");
+    e.gifMux = Resolve<GifMuxFn>(libs->gif, "GIF_Mux");
+  });
+  return &libs->entry;
 }
 
 // The probe steps. Each runs in a throw-away copy of the process, on that
@@ -148,9 +163,12 @@ const char* CodecTypeName(int32_t codecType) {
 
 CVideoCodec* CreateLibraryVideoCodec(int32_t codecType, CWriterStatistics* pStatistics,
                                      CFrameRateControl* pRateControl) {
+  if (codecType == 4) {
+    const EntryPoints* gif = GifEntries();
+    return gif && gif->gifCreate ? gif->gifCreate(pStatistics, pRateControl) : nullptr;
+  }
   const EntryPoints* e = Entries();
   if (!e) return nullptr;
-  if (codecType == 4) return e->gifCreate ? e->gifCreate(pStatistics, pRateControl) : nullptr;
   CreateVideoCodecFn create = nullptr;
   switch (TableEntry(codecType)) {
     case kVendorNvidia8:
@@ -174,9 +192,15 @@ CVideoCodec* CreateLibraryVideoCodec(int32_t codecType, CWriterStatistics* pStat
   return create ? create(codecType, pStatistics, pRateControl) : nullptr;
 }
 
-GifMuxFn GifMuxEntry() { return Entries() ? Entries()->gifMux : nullptr; }
+GifMuxFn GifMuxEntry() {
+  const EntryPoints* e = GifEntries();
+  return e ? e->gifMux : nullptr;
+}
 
-GifCreateVideoReaderFn GifVideoReaderEntry() { return Entries() ? Entries()->gifReader : nullptr; }
+GifCreateVideoReaderFn GifVideoReaderEntry() {
+  const EntryPoints* e = GifEntries();
+  return e ? e->gifReader : nullptr;
+}
 
 }  // namespace ov
 
