@@ -14,7 +14,9 @@ struct GlInfo {
 
 // Creates a throw-away context (surfaceless where the driver allows, else on
 // the X display) and reads its version. False with error set when EGL, a
-// display or a context is missing.
-bool ProbeOpenGl(GlInfo* info, std::string* error);
+// display or a context is missing. The answer is kept in the user's cache
+// folder until the driver or its settings change; cached tells whether this
+// one came from there.
+bool ProbeOpenGl(GlInfo* info, std::string* error, bool* cached);
 
 }  // namespace ov

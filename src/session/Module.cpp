@@ -92,7 +92,10 @@ int32_t FeatureLevelOf(int major, int minor) {
 void ProbeGraphics() {
   GlInfo gl;
   std::string error;
-  if (!ProbeOpenGl(&gl, &error)) {
+  bool cached = false;
+  const bool probed = ProbeOpenGl(&gl, &error, &cached);
+  if (cached) WriteLog(kDbg, "OpenGL probe: the answer kept from an earlier start\n");
+  if (!probed) {
     WriteLog(kMsg, "Failed(%d) to load:%s\n", -1, error.c_str());
     return;
   }

@@ -2,7 +2,9 @@
 // vendor table, against a stand-in library that does what each test asks
 // (including faulting) and against the real libraries; and the throw-away
 // copy of the process that the probes run in: its bytes come back when the
-// call returns, and a fault, an early exit or a hang leave the caller's alone.
+// call returns, and a fault, an early exit or a hang leave the caller's alone;
+// and the OpenGL probe's answer, kept between starts until a driver setting
+// changes.
 #include <gtest/gtest.h>
 #include <sys/mman.h>
 #include <unistd.h>
@@ -13,12 +15,14 @@
 #include <filesystem>
 #include <initializer_list>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "core/Log.h"
 #include "encode/VendorTable.h"
 #include "orvanta/encoders.h"
+#include "platform/GraphicsProbe.h"
 #include "platform/IsolatedCall.h"
 #include "platform/Library.h"
 #include "support/Engine.h"
@@ -198,6 +202,60 @@ TEST(IsolatedCallTest, ReturnedCallsHandBackTheirBytesAndFaultsExitsAndHangsDoNo
     EXPECT_EQ(result.signal, c.signal);
     EXPECT_EQ(memcmp(&bytes, &before, sizeof bytes), 0);
   }
+}
+
+// Sets (or with null removes) a variable for a scope.
+class ScopedEnv {
+ public:
+  ScopedEnv(const char* name, const char* value) : m_name(name) {
+    if (const char* old = std::getenv(name)) m_old = old;
+    Set(value);
+  }
+  ~ScopedEnv() { Set(m_old ? m_old->c_str() : nullptr); }
+
+ private:
+  void Set(const char* value) {
+    if (value)
+      setenv(m_name.c_str(), value, 1);
+    else
+      unsetenv(m_name.c_str());
+  }
+  std::string m_name;
+  std::optional<std::string> m_old;
+};
+
+// Whatever this machine's driver answers (a machine without one answers an
+// error), the next start takes the kept answer, and a changed setting asks
+// the driver again.
+TEST(OpenGlProbeTest, AnswerIsKeptUntilADriverSettingChanges) {
+  ovtest::ScratchFolder cache("ovglcache");
+  ScopedEnv folder("XDG_CACHE_HOME", cache.Path().c_str());
+  ScopedEnv setting("LIBGL_DEBUG", nullptr);
+  ov::GlInfo first, again;
+  std::string error, errorAgain;
+  bool cached = true;
+  const bool ok = ov::ProbeOpenGl(&first, &error, &cached);
+  EXPECT_FALSE(cached);
+  EXPECT_EQ(ov::ProbeOpenGl(&again, &errorAgain, &cached), ok);
+  EXPECT_TRUE(cached);
+  EXPECT_EQ(again.version, first.version);
+  EXPECT_EQ(again.renderer, first.renderer);
+  EXPECT_EQ(errorAgain, error);
+
+  // The kept file is what the next start believes.
+  const std::string file = cache.Path() + "/orvanta/opengl-probe";
+  std::string text = ovtest::ReadFile(file);
+  text = text.substr(0, text.find("--\n") + 3) + "1 3 3\n3.3 Kept\nKept renderer\n\n";
+  ovtest::WriteFile(file, text);
+  ASSERT_TRUE(ov::ProbeOpenGl(&again, &errorAgain, &cached));
+  EXPECT_TRUE(cached);
+  EXPECT_EQ(again.major, 3);
+  EXPECT_EQ(again.renderer, "Kept renderer");
+
+  ScopedEnv changed("LIBGL_DEBUG", "quiet");
+  EXPECT_EQ(ov::ProbeOpenGl(&again, &errorAgain, &cached), ok);
+  EXPECT_FALSE(cached);
+  EXPECT_EQ(again.renderer, first.renderer);
 }
 
 }  // namespace

@@ -2,10 +2,22 @@
 
 #include <EGL/egl.h>
 #include <EGL/eglext.h>
+#include <dirent.h>
+#include <dlfcn.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <sstream>
 #include <string>
+#include <vector>
 
+#include "platform/Files.h"
 #include "platform/IsolatedCall.h"
 #include "platform/Library.h"
 
@@ -147,22 +159,145 @@ void ProbeInCopy(void* data, void*) {
   Copy(report->error, sizeof report->error, error);
 }
 
+// The probe loads the whole driver (for Mesa that is LLVM too), some 30 ms of
+// CPU on every start for an answer that changes only with the driver. The
+// answer is kept in the user's cache folder with what it depends on: the
+// boot (kernel modules, devices), the render nodes, the driver settings in
+// the environment, and the folders that hold the EGL vendors and drivers,
+// whose times change whenever a package puts a file there.
+std::string CacheFile() {
+  const char* cache = std::getenv("XDG_CACHE_HOME");
+  std::string folder;
+  if (cache && *cache == '/') {
+    folder = cache;
+  } else if (const char* home = std::getenv("HOME"); home && *home == '/') {
+    folder = std::string(home) + "/.cache";
+  } else {
+    return {};
+  }
+  return folder + "/orvanta/opengl-probe";
+}
+
+void AddFolderTime(std::ostringstream& key, const std::string& path) {
+  struct stat st {};
+  if (stat(path.c_str(), &st) != 0) return;
+  key << "dir " << path << ' ' << st.st_ino << ' ' << st.st_mtim.tv_sec << '.' << st.st_mtim.tv_nsec
+      << '\n';
+}
+
+bool IsDriverSetting(const char* entry) {
+  static const char* const kPrefixes[] = {"MESA_",  "LIBGL_",  "GALLIUM_", "__EGL_",
+                                          "__GLX_", "EGL_",    "DRI_",     "LP_",
+                                          "__NV",   "NVIDIA_", "VK_",      "LD_LIBRARY_PATH="};
+  for (const char* prefix : kPrefixes)
+    if (std::strncmp(entry, prefix, std::strlen(prefix)) == 0) return true;
+  return false;
+}
+
+std::string ProbeKey() {
+  std::ostringstream key;
+  std::ifstream boot("/proc/sys/kernel/random/boot_id");
+  std::string bootId;
+  std::getline(boot, bootId);
+  key << "boot " << bootId << '\n';
+  // The X display is asked only where a surfaceless one is missing; which
+  // local display it is does not change the driver, a remote one does.
+  const char* display = std::getenv("DISPLAY");
+  key << "display "
+      << (!display || !*display                                         ? "none"
+          : display[0] == ':' || std::strncmp(display, "unix:", 5) == 0 ? "local"
+                                                                        : display)
+      << '\n';
+  std::vector<std::string> lines;
+  for (char** entry = environ; *entry; ++entry)
+    if (IsDriverSetting(*entry)) lines.emplace_back(*entry);
+  if (DIR* nodes = opendir("/dev/dri")) {
+    while (dirent* node = readdir(nodes))
+      if (node->d_name[0] != '.') lines.push_back(std::string("node ") + node->d_name);
+    closedir(nodes);
+  }
+  std::sort(lines.begin(), lines.end());
+  for (const std::string& line : lines) key << line << '\n';
+  AddFolderTime(key, "/usr/share/glvnd/egl_vendor.d");
+  AddFolderTime(key, "/etc/glvnd/egl_vendor.d");
+  // The drivers sit beside the C library (the multiarch folder) and in its
+  // dri folder.
+  Dl_info self{};
+  if (dladdr(reinterpret_cast<void*>(&std::fopen), &self) && self.dli_fname) {
+    std::string libc = self.dli_fname;
+    const std::string folder = libc.substr(0, libc.find_last_of('/'));
+    AddFolderTime(key, folder);
+    AddFolderTime(key, folder + "/dri");
+  }
+  return key.str();
+}
+
+// The file: the key's lines, a line "--", then ok, major, minor, version,
+// renderer and error, one to a line.
+bool ReadCache(const std::string& file, const std::string& key, ProbeReport* report) {
+  std::ifstream in(file);
+  if (!in) return false;
+  std::string text((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+  if (text.compare(0, key.size(), key) != 0) return false;
+  std::istringstream rest(text.substr(key.size()));
+  std::string marker, version, renderer, error;
+  ProbeReport cached;
+  if (!std::getline(rest, marker) || marker != "--") return false;
+  if (!(rest >> cached.ok >> cached.major >> cached.minor)) return false;
+  rest.ignore(1);
+  if (!std::getline(rest, version) || !std::getline(rest, renderer) || !std::getline(rest, error))
+    return false;
+  Copy(cached.version, sizeof cached.version, version);
+  Copy(cached.renderer, sizeof cached.renderer, renderer);
+  Copy(cached.error, sizeof cached.error, error);
+  *report = cached;
+  return true;
+}
+
+// Written under a private name and renamed, so that a reader never sees half
+// a file; a folder that cannot be written only costs the next start a probe.
+void WriteCache(const std::string& file, const std::string& key, const ProbeReport& report) {
+  const std::string folder = file.substr(0, file.find_last_of('/'));
+  mkdir(folder.substr(0, folder.find_last_of('/')).c_str(), 0700);
+  mkdir(folder.c_str(), 0700);
+  std::string temp = file + ".XXXXXX";
+  int fd = mkstemp(temp.data());
+  if (fd < 0) return;
+  std::ostringstream out;
+  out << key << "--\n"
+      << report.ok << ' ' << report.major << ' ' << report.minor << '\n'
+      << report.version << '\n'
+      << report.renderer << '\n'
+      << report.error << '\n';
+  const std::string text = out.str();
+  const bool written = WriteAll(fd, text.data(), text.size()) == 0;
+  close(fd);
+  if (!written || rename(temp.c_str(), file.c_str()) != 0) unlink(temp.c_str());
+}
+
 }  // namespace
 
 // The driver is loaded only in a throw-away copy of the process: a driver
 // that faults cannot take the host down, and what the driver keeps after
 // its display is gone (Mesa's loaded and unloaded DRI module) stays there.
-bool ProbeOpenGl(GlInfo* info, std::string* error) {
+// A crash or a hang is not kept: the next start asks again.
+bool ProbeOpenGl(GlInfo* info, std::string* error, bool* cached) {
   ProbeReport report;
-  const IsolatedResult result =
-      RunIsolated(&report, sizeof report, ProbeInCopy, nullptr, kProbeTimeoutMs);
-  if (result.outcome == IsolatedOutcome::Crashed) {
-    *error = "the OpenGL driver crashed (signal " + std::to_string(result.signal) + ")";
-    return false;
-  }
-  if (result.outcome != IsolatedOutcome::Completed) {
-    *error = "the OpenGL probe did not finish";
-    return false;
+  const std::string file = CacheFile();
+  const std::string key = ProbeKey();
+  *cached = !file.empty() && ReadCache(file, key, &report);
+  if (!*cached) {
+    const IsolatedResult result =
+        RunIsolated(&report, sizeof report, ProbeInCopy, nullptr, kProbeTimeoutMs);
+    if (result.outcome == IsolatedOutcome::Crashed) {
+      *error = "the OpenGL driver crashed (signal " + std::to_string(result.signal) + ")";
+      return false;
+    }
+    if (result.outcome != IsolatedOutcome::Completed) {
+      *error = "the OpenGL probe did not finish";
+      return false;
+    }
+    if (!file.empty()) WriteCache(file, key, report);
   }
   if (!report.ok) {
     *error = report.error;
