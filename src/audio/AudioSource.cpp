@@ -16,7 +16,11 @@ using namespace ov;
 
 namespace {
 
-constexpr uint32_t kIdleSleepMs = 5;
+// An idle reader polls at this interval. Packet times, not the time of the
+// read, place the samples, and starts, stops and quits are placed on their
+// own times however late the thread sees them; a shorter poll only costs
+// wake-ups (in a virtual machine each is a trip through the host).
+constexpr uint32_t kIdleSleepMs = 20;
 constexpr WORD kMaxChannels = 6;
 // Front left, front right, front centre, low frequency, side left, side right.
 constexpr DWORD kSixChannelMask = 0x60F;
@@ -30,6 +34,9 @@ constexpr int64_t kUnitsPerSecond = 10000000;
 constexpr int64_t kTimingPatience = kUnitsPerSecond / 4;
 // How late a thread may notice a start or a stop and still place it.
 constexpr int64_t kMaxEdgeLateness = kUnitsPerSecond;
+// A packet to be heard later is asked for again at its time, or after this
+// long at the latest (a monitor of an idle sink holds seconds of them).
+constexpr int64_t kMaxHoldBack = kUnitsPerSecond / 20;
 
 const char* TypeName(AudioDeviceType type) {
   return type == AudioDevice_Capture ? "Capture" : "eRender";
@@ -205,8 +212,10 @@ void CAudioSource::CaptureThread() {
     if (writing && !recording) m_pTimeline->Begin(edge, BytesWritten() / m_nFrameBytes);
     recording = recording || writing;
     bool bRead = false;
-    // A failure ends the thread; the file keeps what it has.
-    if (FAILED(ReadUntil(writing ? now : edge, recording, &bRead))) return;
+    // A failure ends the thread; the file keeps what it has. Frames held
+    // back for their time are not asked for again before it.
+    const int64_t until = writing ? now : edge;
+    if (until >= m_nHeldUntil && FAILED(ReadUntil(until, recording, &bRead))) return;
     if (recording && !writing) {
       // What the server still holds of the stretch is silence of its length.
       WriteSilence(m_pTimeline->End(edge, BytesWritten() / m_nFrameBytes));
@@ -256,6 +265,7 @@ HRESULT CAudioSource::ReadUntil(int64_t now, bool recording, bool* bRead) {
         std::min<int64_t>({heard, NumFramesToRead, int64_t{m_nBufferFrames}}));
     if (due == 0) {
       m_pCaptureClient->ReleaseBuffer(0);
+      m_nHeldUntil = std::min(nHeardAt, now + kMaxHoldBack);
       return S_OK;
     }
     if (recording) std::memcpy(m_pPacket.get(), pData, size_t{due} * m_nFrameBytes);

@@ -71,6 +71,7 @@ class CAudioSource : public CWaveEncoder, public CRecoderProvidedClock {
   uint32_t m_nBufferFrames = 0;
   std::unique_ptr<AudioSourceTimeline> m_pTimeline;
   int64_t m_nUntimedSince = -1;  // clock time of the first packet still without its time
+  int64_t m_nHeldUntil = 0;      // clock time before which the next packet is not due
   std::thread m_hThread;
   // Outlives the thread's signal: a waiter that wakes may not free it while
   // the signal is still on its way out.

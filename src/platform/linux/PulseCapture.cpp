@@ -11,6 +11,7 @@
 #include <pulse/timeval.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cstring>
 
 #include "platform/AudioClient.h"
@@ -29,6 +30,9 @@ constexpr pa_usec_t kFragmentUsec = 10000;
 // this much, whatever the reader asked for (the server caps it at 4 MiB).
 constexpr pa_usec_t kLeastBufferUsec = 4000000;
 constexpr int64_t kTimingRefreshUsec = 100000;
+// With nothing to read, the reader asks the server's thread (which costs
+// both threads a wake-up) no more often than this, to notice a failed stream.
+constexpr int64_t kHealthCheck100ns = 500000;
 
 class MonotonicClock final : public AudioClock {
  public:
@@ -53,6 +57,10 @@ struct CaptureState {
   int64_t readIndex = 0;
   bool holding = false;   // a packet is out and the loop lock is held for it
   bool updating = false;  // a report of the stream's timing was asked for
+  // Bytes readable as last seen under the lock, so that the reader's idle
+  // rounds need neither the lock nor a wake-up of the server's thread.
+  std::atomic<size_t> readable{0};
+  int64_t lastLockedCheck = 0;  // the reader's own
 
   ~CaptureState() {
     if (!context) return;
@@ -88,6 +96,16 @@ struct CaptureState {
   static void TimingArrived(pa_stream*, int, void* state) {
     static_cast<CaptureState*>(state)->updating = false;
   }
+
+  static void DataArrived(pa_stream*, size_t bytes, void* state) {
+    static_cast<CaptureState*>(state)->readable.store(bytes, std::memory_order_release);
+  }
+
+  // With the lock held, after a drop.
+  void NoteReadable() {
+    const size_t bytes = pa_stream_readable_size(stream);
+    readable.store(bytes == static_cast<size_t>(-1) ? 0 : bytes, std::memory_order_release);
+  }
 };
 
 class PulseCaptureClient final : public AudioCaptureClient {
@@ -96,11 +114,19 @@ class PulseCaptureClient final : public AudioCaptureClient {
 
   HRESULT GetNextPacketSize(uint32_t* frames) override {
     CaptureState& s = *m_state;
+    const int64_t now = MonotonicTime100ns();
+    if (s.readable.load(std::memory_order_acquire) == 0 &&
+        now - s.lastLockedCheck < kHealthCheck100ns) {
+      *frames = 0;
+      return S_OK;
+    }
+    s.lastLockedCheck = now;
     PulseLock lock(s.context->Loop());
     HRESULT hr = PulseContext::StreamHealth(s.stream);
     if (FAILED(hr)) return hr;
     const size_t bytes = pa_stream_readable_size(s.stream);
     if (bytes == static_cast<size_t>(-1)) return AUDCLNT_E_DEVICE_INVALIDATED;
+    s.readable.store(bytes, std::memory_order_release);
     *frames = static_cast<uint32_t>((bytes - s.peekOffset) / s.frameBytes);
     return S_OK;
   }
@@ -142,6 +168,7 @@ class PulseCaptureClient final : public AudioCaptureClient {
       s.readIndex += static_cast<int64_t>(s.peekedBytes);
       s.peeked = nullptr;
       s.peekedBytes = s.peekOffset = 0;
+      s.NoteReadable();
     }
     s.holding = false;
     pa_threaded_mainloop_unlock(s.context->Loop());
@@ -168,6 +195,7 @@ class PulseCaptureClient final : public AudioCaptureClient {
       }
       pa_stream_drop(s.stream);
       s.readIndex += static_cast<int64_t>(bytes);
+      s.NoteReadable();
     }
   }
 
@@ -212,6 +240,7 @@ class PulseAudioClient final : public AudioClient {
                       &s.sampleFormat, &map);
     if (!s.stream) return AUDCLNT_E_UNSUPPORTED_FORMAT;
     s.context->WatchStream(s.stream);
+    pa_stream_set_read_callback(s.stream, CaptureState::DataArrived, &s);
     pa_buffer_attr attr;
     std::memset(&attr, 0xFF, sizeof attr);
     const pa_usec_t buffer = std::max<pa_usec_t>(bufferDuration / 10, kLeastBufferUsec);
