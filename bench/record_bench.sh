@@ -107,7 +107,7 @@ for run in ${SCENES:-still:1920x1080:30 motion:1920x1080:30 motion:1920x1080:60 
     "$o_cpu" "$o_rss" "$o_written" "$o_captured"
   ratios+=("$(awk -v sc="$scene" -v sz="$size" -v fps="$fps" -v oc="$o_cpu" -v fc="$f_cpu" \
     -v orss="$o_rss" -v frss="$f_rss" -v on="$o_captured" -v fn="$f_captured" \
-    'BEGIN {printf "%-7s %-10s %4d  CPU %.2f  CPU per frame captured %.2f  RSS %.2f", sc, sz, fps,
+    'BEGIN {printf "%-7s %-10s %4d  CPU %.3f  CPU per frame captured %.3f  RSS %.2f", sc, sz, fps,
             oc / fc, (oc / (on ? on : 1)) / (fc / (fn ? fn : 1)), orss / frss}')")
   if [ -n "$scene_pid" ]; then kill "$scene_pid"; wait "$scene_pid" 2>/dev/null || true; fi
 done
