@@ -24,6 +24,8 @@ bool CheckedPath(const wchar_t* path, std::string* utf8 = nullptr);
 std::wstring DocumentsFolder();
 // The system's folder for temporary files, without a trailing separator.
 std::wstring TempFolder();
+// The user's folder for files that can be made again: $XDG_CACHE_HOME, else ~/.cache.
+std::wstring CacheFolder();
 
 // Each returns 0 on success, else the system's error number.
 // Writes all of data, through interruptions and short writes.

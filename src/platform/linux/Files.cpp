@@ -81,6 +81,11 @@ std::wstring DocumentsFolder() {
   return FromUtf8(fromFile.empty() ? home + "/Documents" : fromFile);
 }
 
+std::wstring CacheFolder() {
+  if (const char* dir = getenv("XDG_CACHE_HOME"); dir && *dir == '/') return FromUtf8(dir);
+  return FromUtf8(HomeFolder() + "/.cache");
+}
+
 std::wstring TempFolder() {
   const char* dir = getenv("TMPDIR");
   std::string path = dir && *dir ? dir : "/tmp";

@@ -4,7 +4,6 @@
 #include <EGL/eglext.h>
 #include <dirent.h>
 #include <dlfcn.h>
-#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -20,6 +19,7 @@
 #include "platform/Files.h"
 #include "platform/IsolatedCall.h"
 #include "platform/Library.h"
+#include "platform/Text.h"
 
 namespace ov {
 
@@ -165,18 +165,7 @@ void ProbeInCopy(void* data, void*) {
 // boot (kernel modules, devices), the render nodes, the driver settings in
 // the environment, and the folders that hold the EGL vendors and drivers,
 // whose times change whenever a package puts a file there.
-std::string CacheFile() {
-  const char* cache = std::getenv("XDG_CACHE_HOME");
-  std::string folder;
-  if (cache && *cache == '/') {
-    folder = cache;
-  } else if (const char* home = std::getenv("HOME"); home && *home == '/') {
-    folder = std::string(home) + "/.cache";
-  } else {
-    return {};
-  }
-  return folder + "/orvanta/opengl-probe";
-}
+std::wstring CacheFile() { return CacheFolder() + L"/orvanta/opengl-probe"; }
 
 void AddFolderTime(std::ostringstream& key, const std::string& path) {
   struct stat st {};
@@ -234,8 +223,8 @@ std::string ProbeKey() {
 
 // The file: the key's lines, a line "--", then ok, major, minor, version,
 // renderer and error, one to a line.
-bool ReadCache(const std::string& file, const std::string& key, ProbeReport* report) {
-  std::ifstream in(file);
+bool ReadCache(const std::wstring& file, const std::string& key, ProbeReport* report) {
+  std::ifstream in(ToUtf8(file));
   if (!in) return false;
   std::string text((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
   if (text.compare(0, key.size(), key) != 0) return false;
@@ -256,23 +245,20 @@ bool ReadCache(const std::string& file, const std::string& key, ProbeReport* rep
 
 // Written under a private name and renamed, so that a reader never sees half
 // a file; a folder that cannot be written only costs the next start a probe.
-void WriteCache(const std::string& file, const std::string& key, const ProbeReport& report) {
-  const std::string folder = file.substr(0, file.find_last_of('/'));
-  mkdir(folder.substr(0, folder.find_last_of('/')).c_str(), 0700);
-  mkdir(folder.c_str(), 0700);
-  std::string temp = file + ".XXXXXX";
-  int fd = mkstemp(temp.data());
-  if (fd < 0) return;
-  std::ostringstream out;
+void WriteCache(const std::wstring& file, const std::string& key, const ProbeReport& report) {
+  const std::wstring folder = FolderOf(file);
+  CreateFolder(FolderOf(folder));
+  CreateFolder(folder);
+  std::wstring temp;
+  if (CreateUniqueFile(folder, L".opengl-probe", &temp) != 0) return;
+  std::ofstream out(ToUtf8(temp), std::ios::trunc);
   out << key << "--\n"
       << report.ok << ' ' << report.major << ' ' << report.minor << '\n'
       << report.version << '\n'
       << report.renderer << '\n'
       << report.error << '\n';
-  const std::string text = out.str();
-  const bool written = WriteAll(fd, text.data(), text.size()) == 0;
-  close(fd);
-  if (!written || rename(temp.c_str(), file.c_str()) != 0) unlink(temp.c_str());
+  out.close();
+  if (!out || ReplaceFile(temp, file) != 0) RemoveFile(temp);
 }
 
 }  // namespace
@@ -283,9 +269,9 @@ void WriteCache(const std::string& file, const std::string& key, const ProbeRepo
 // A crash or a hang is not kept: the next start asks again.
 bool ProbeOpenGl(GlInfo* info, std::string* error, bool* cached) {
   ProbeReport report;
-  const std::string file = CacheFile();
+  const std::wstring file = CacheFile();
   const std::string key = ProbeKey();
-  *cached = !file.empty() && ReadCache(file, key, &report);
+  *cached = ReadCache(file, key, &report);
   if (!*cached) {
     const IsolatedResult result =
         RunIsolated(&report, sizeof report, ProbeInCopy, nullptr, kProbeTimeoutMs);
@@ -297,7 +283,7 @@ bool ProbeOpenGl(GlInfo* info, std::string* error, bool* cached) {
       *error = "the OpenGL probe did not finish";
       return false;
     }
-    if (!file.empty()) WriteCache(file, key, report);
+    WriteCache(file, key, report);
   }
   if (!report.ok) {
     *error = report.error;
