@@ -22,9 +22,10 @@ constexpr int kChunkFrames = kRate / 100;  // 10 ms
 constexpr double kFrequency = 1000.0;
 constexpr double kRampSeconds = 0.005;  // soft edges: no click, a clear onset
 
-// The beep's level at t seconds after the epoch, 0 between beeps.
-double Envelope(double t) {
-  if (t < 0) return 0;
+// The beep's level at t seconds after the epoch, 0 between beeps and in
+// beeps that began before `from`: half a beep would seem to start late.
+double Envelope(double t, double from) {
+  if (t < 0 || std::floor(t) < from) return 0;
   double into = t - std::floor(t);
   double length = kFlashMs / 1000.0;
   if (into >= length) return 0;
@@ -58,6 +59,8 @@ int RunTone(const std::vector<std::string>& args) {
   // Some silence first, so that playback runs before the clock is matched.
   for (int i = 0; i < 10; ++i) pa_simple_write(stream, chunk, sizeof chunk, &error);
   // From here on, sample n sounds at base + n / kRate seconds after the epoch.
+  // An idle sink may have rendered silence up to two seconds ahead: beeps
+  // due before this stream is heard are left out whole.
   pa_usec_t latency = pa_simple_get_latency(stream, &error);
   double base = static_cast<double>(MonotonicNs() - epochNs) / 1e9 + latency / 1e6;
   if (readyFd >= 0) {
@@ -67,7 +70,8 @@ int RunTone(const std::vector<std::string>& args) {
   for (long long n = 0;; n += kChunkFrames) {
     for (int i = 0; i < kChunkFrames; ++i) {
       double t = base + static_cast<double>(n + i) / kRate;
-      double value = 0.5 * Envelope(t) * std::sin(2 * 3.14159265358979323846 * kFrequency * t);
+      double value =
+          0.5 * Envelope(t, base) * std::sin(2 * 3.14159265358979323846 * kFrequency * t);
       auto sample = static_cast<int16_t>(std::lround(value * 32767));
       for (int c = 0; c < kChannels; ++c) chunk[i * kChannels + c] = sample;
     }
