@@ -195,8 +195,13 @@ HRESULT CAudioSource::AllocateBuffers(const WAVEFORMATEXTENSIBLE& format) {
 
 void CAudioSource::CaptureThread() {
   SetCurrentThreadName(m_Type == AudioDevice_Capture ? "ov-audio-mic" : "ov-audio-loop");
+  // The stream runs before its creator goes on, so that a recording
+  // started at once has its sound from its first instant: a server that is
+  // slow to answer would otherwise leave the start silent.
+  HRESULT started = m_pAudioClient->Start();
+  if (FAILED(started))
+    WriteLog(kErr, "Failed(0x%x) to start audio client\n", static_cast<unsigned>(started));
   m_hStarted.Set();
-  m_pAudioClient->Start();
   AudioClock& clock = m_pAudioClient->Clock();
   bool recording = false;
   for (;;) {
