@@ -19,8 +19,9 @@ namespace {
 // An idle reader polls at this interval. Packet times, not the time of the
 // read, place the samples, and starts, stops and quits are placed on their
 // own times however late the thread sees them; a shorter poll only costs
-// wake-ups (in a virtual machine each is a trip through the host).
-constexpr uint32_t kIdleSleepMs = 20;
+// wake-ups (in a virtual machine each is a trip through the host). Meters
+// fed from the packets still move 25 times a second.
+constexpr uint32_t kIdleSleepMs = 40;
 constexpr WORD kMaxChannels = 6;
 // Front left, front right, front centre, low frequency, side left, side right.
 constexpr DWORD kSixChannelMask = 0x60F;

@@ -23,8 +23,11 @@ namespace ov {
 
 namespace {
 
-// Delivery in steps of this length, like the shared-mode period elsewhere.
-constexpr pa_usec_t kFragmentUsec = 10000;
+// Delivery in steps of this length. Every step wakes the client's thread,
+// and with shared memory every step let go wakes it again; packets are
+// timed by the server's reports, not by their arrival, so a longer step
+// costs no accuracy.
+constexpr pa_usec_t kFragmentUsec = 20000;
 // A monitor's frames wait in the client's buffer until they are heard, and
 // an idle sink renders up to two seconds ahead: the buffer holds at least
 // this much, whatever the reader asked for (the server caps it at 4 MiB).
