@@ -118,6 +118,26 @@ uint32_t CCaptureVideoStream::NextFrameDue() {
   return due;
 }
 
+uint32_t CCaptureVideoStream::PassUnchangedFrames(uint32_t due, uint32_t now) {
+  CFrameTiming& owner = *m_pOwner;
+  while (static_cast<int32_t>(now - due) > 0) {
+    const uint32_t elapsed =
+        std::max(due - owner.m_dwStartTick.load(), owner.m_dwElapsed.load() + 1);
+    if (static_cast<int64_t>(elapsed) * 10000 - m_nLastKeyTime >= s_nKeyFrameSpacing.load()) break;
+    owner.m_dwFrameTick = due;
+    owner.m_dwElapsed = elapsed;
+    ++owner.m_nFrameCount;
+    due = NextFrameDue();
+  }
+  return due;
+}
+
+uint32_t CCaptureVideoStream::UntilKeyFrame(uint32_t now) const {
+  const int64_t keyAt = (m_nLastKeyTime + s_nKeyFrameSpacing.load()) / 10000;
+  const int64_t elapsed = static_cast<int32_t>(now - m_pOwner->m_dwStartTick.load());
+  return static_cast<uint32_t>(std::clamp<int64_t>(keyAt - elapsed, 0, INT32_MAX));
+}
+
 void CCaptureVideoStream::MakeFrame(bool dirty) {
   CFrameTiming& owner = *m_pOwner;
   uint32_t now = ov::TickCount();

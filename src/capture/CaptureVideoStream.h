@@ -56,6 +56,13 @@ class CCaptureVideoStream : public CFrameDetect, public CMemoryBitmap {
   void WaitForNextFrame();
   // The tick at which the frame after the last one is due; once per frame.
   uint32_t NextFrameDue();
+  // Counts the frames due before now that an unchanged screen made, which
+  // no file keeps, as MakeFrame(false) would have, without waking for them;
+  // a frame that must be a key frame is left to be made. The tick at which
+  // the next frame is due.
+  uint32_t PassUnchangedFrames(uint32_t due, uint32_t now);
+  // Milliseconds from now until a frame must be a key frame; 0 when one is.
+  uint32_t UntilKeyFrame(uint32_t now) const;
   // Whether the frame differs from the reference, which it then becomes
   // (IsChanged). Called under g_csCanvas; the frame stays valid until the
   // next FillFrame.

@@ -90,16 +90,30 @@ void CDesktopDuplicationVideoStream::CaptureLoop() {
   CFrameTiming& owner = *m_pOwner;
   // A drawn pointer or click may change the picture while the desktop stands still.
   const bool overlays = g_mouseOpt.Flag != 0;
+  // Frames of an unchanged screen add nothing to the file (a GIF's last
+  // frame lasts until the last one made, so it is made frame by frame):
+  // without overlays the stream sleeps from one change, key frame, start,
+  // pause or stop to the next instead of waking at every frame.
+  const bool sleeps = !overlays && !m_bRegionMoves && SleepsBetweenChanges() &&
+                      g_videoOpt.CodecType != CodecType_GIF && owner.WakeFd() >= 0;
   bool dirty = true;
   uint32_t due = 0;  // of the next frame, once there was one
   while (g_bRunning.load()) {
     while (g_bRunning.load()) {
       const bool recording = g_bRecording.load();
-      const int32_t rest = static_cast<int32_t>(due - ov::TickCount());
+      const uint32_t now = ov::TickCount();
+      const int32_t rest = static_cast<int32_t>(due - now);
       uint32_t timeout = kPausedWaitMs;
       if (recording) timeout = owner.m_nFrameCount == 0 || rest <= 0 ? 0 : rest;
+      timeout = std::min(timeout, kLongestWaitMs);
+      const bool idle = sleeps && recording && !dirty && owner.m_nFrameCount != 0;
+      if (idle) timeout = std::max(timeout, UntilKeyFrame(now));
       ov::DesktopMirror::Wait result =
-          m_pDuplication->WaitForChange(std::min(timeout, kLongestWaitMs));
+          m_pDuplication->WaitForChange(timeout, idle ? owner.WakeFd() : -1);
+      if (idle) {
+        owner.TakeWake();
+        due = PassUnchangedFrames(due, ov::TickCount());
+      }
       if (result == ov::DesktopMirror::Wait::Lost) break;
       if (result == ov::DesktopMirror::Wait::Changed) dirty = true;
       if (BeforeFetch()) dirty = true;

@@ -28,6 +28,11 @@ class CDesktopDuplicationVideoStream : public CCaptureVideoStream {
   virtual RECT FrameRegion();
   // Called on the stream's thread before each fetch; true forces a fetch.
   virtual bool BeforeFetch() { return false; }
+  // Whether, between changes of the screen, the stream may sleep until a
+  // key frame is due rather than make the unchanged frames one by one:
+  // not when something other than the screen's changes (a window list)
+  // must be looked at every frame.
+  virtual bool SleepsBetweenChanges() const { return true; }
   // A region that moves from frame to frame is fetched whole every frame.
   bool m_bRegionMoves = false;
 

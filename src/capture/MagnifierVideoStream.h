@@ -28,6 +28,7 @@ class CMagnifierVideoStream : public CDesktopDuplicationVideoStream {
  protected:
   RECT FrameRegion() override;
   bool BeforeFetch() override;
+  bool SleepsBetweenChanges() const override { return false; }
 
  private:
   std::mutex m_csWindows;

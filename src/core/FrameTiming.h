@@ -7,6 +7,7 @@
 #include <cstdint>
 
 #include "platform/Event.h"
+#include "platform/EventFd.h"
 
 class CFrameTiming {
  public:
@@ -21,9 +22,20 @@ class CFrameTiming {
   ov::Event m_hRunEvent{ov::Event::Reset::Manual};
   // Set at the stop, so that the stream's wait for its next frame ends.
   ov::Event m_hStopEvent{ov::Event::Reset::Manual};
+  // Signalled at every start, pause, resume and stop, for a stream that
+  // waits on the screen's changes rather than frame by frame (-1 when it
+  // could not be made: such a stream then wakes at every frame).
+  int WakeFd() const { return m_wake.Fd(); }
+  void Wake() { m_wake.Signal(); }
+  void TakeWake() { m_wake.Drain(); }
 
  protected:
   explicit CFrameTiming(uint32_t baseInterval)
-      : m_dwFrameInterval(baseInterval), m_dwBaseInterval(baseInterval) {}
+      : m_dwFrameInterval(baseInterval), m_dwBaseInterval(baseInterval) {
+    m_wake.Create();
+  }
   ~CFrameTiming() = default;
+
+ private:
+  ov::EventFd m_wake;
 };

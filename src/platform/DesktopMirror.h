@@ -23,7 +23,8 @@ class DesktopMirror {
   // something was drawn (the rectangles are kept for Update); Lost when the
   // screen's size changed or the server went away: the mirror is then of no
   // further use.
-  virtual Wait WaitForChange(uint32_t timeoutMs) = 0;
+  // A readable wakeFd (when not -1) ends the wait early, as Quiet.
+  virtual Wait WaitForChange(uint32_t timeoutMs, int wakeFd = -1) = 0;
 
   // Brings dst, which holds the rectangle region of the desktop (its
   // top-left pixel at dst, rows pitch bytes apart, BGRX), up to date: only

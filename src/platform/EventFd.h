@@ -14,6 +14,8 @@ class EventFd : private NonCopyable {
   // inherit. 0, or the system's error number.
   int Create();
   void Signal();
+  // Takes back every signal so far, so that the next poll waits again.
+  void Drain();
   int Fd() const { return m_fd; }
 
  private:

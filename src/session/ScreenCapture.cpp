@@ -67,6 +67,7 @@ CScreenCapture::~CScreenCapture() {
   if (g_videoOpt.bStream) {
     m_hStopEvent.Set();
     m_hRunEvent.Set();
+    Wake();
     JoinCaptureStreams();
     if (g_Recording) g_Recording->nScreenDuration = static_cast<int64_t>(m_dwElapsed) * kTicksPerMs;
   }
@@ -125,6 +126,7 @@ void CScreenCapture::Start() {
   m_dwStartTick = ov::TickCount();
   m_hRunEvent.Set();
   ov::SetRecording(1);
+  Wake();
 }
 
 void CScreenCapture::Pause() {
@@ -134,6 +136,7 @@ void CScreenCapture::Pause() {
   // resume without an audio clock rebases on.
   if (!g_videoOpt.bStream) m_dwElapsed = m_dwPauseTick.load() - m_dwStartTick.load();
   ov::SetRecording(0);
+  Wake();
   m_hRunEvent.ResetEvent();
   if (g_bShowRecordingBox) PostToBox(CRecorderBox::kPause);
 }
@@ -149,6 +152,7 @@ void CScreenCapture::Resume() {
   }
   m_hRunEvent.Set();
   ov::SetRecording(1);
+  Wake();
   if (g_bShowRecordingBox) PostToBox(CRecorderBox::kResume);
 }
 
@@ -184,6 +188,7 @@ void CScreenCapture::EndOnFailure(HRESULT hr) {
   // progress stand at this moment, and the stop adds no final frame.
   m_dwPauseTick = ov::TickCount();
   ov::SetRecording(0);
+  Wake();
   m_hRunEvent.ResetEvent();
 }
 

@@ -22,4 +22,9 @@ void EventFd::Signal() {
   if (m_fd >= 0) (void)!write(m_fd, &one, sizeof one);
 }
 
+void EventFd::Drain() {
+  uint64_t count;
+  if (m_fd >= 0) (void)!read(m_fd, &count, sizeof count);
+}
+
 }  // namespace ov

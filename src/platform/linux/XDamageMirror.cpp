@@ -123,7 +123,7 @@ class XDamageMirror : public DesktopMirror {
     return true;
   }
 
-  Wait WaitForChange(uint32_t timeoutMs) override {
+  Wait WaitForChange(uint32_t timeoutMs, int wakeFd) override {
     const uint32_t start = TickCount();
     for (;;) {
       if (XConnectionLost(m_display)) return Wait::Lost;
@@ -139,8 +139,10 @@ class XDamageMirror : public DesktopMirror {
       }
       const uint32_t spent = TickCount() - start;
       if (spent >= timeoutMs) return Wait::Quiet;
-      pollfd fd{ConnectionNumber(m_display), POLLIN, 0};
-      poll(&fd, 1, static_cast<int>(timeoutMs - spent));
+      pollfd fds[2] = {{ConnectionNumber(m_display), POLLIN, 0}, {wakeFd, POLLIN, 0}};
+      if (poll(fds, wakeFd >= 0 ? 2 : 1, static_cast<int>(timeoutMs - spent)) > 0 &&
+          (fds[1].revents & POLLIN))
+        return Wait::Quiet;
     }
   }
 
