@@ -118,12 +118,20 @@ uint32_t CCaptureVideoStream::NextFrameDue() {
   return due;
 }
 
+uint32_t CCaptureVideoStream::ElapsedAt(uint32_t tick) const {
+  // Times only go forward, even for a last frame close behind the one before.
+  return std::max(tick - m_pOwner->m_dwStartTick.load(), m_pOwner->m_dwElapsed.load() + 1);
+}
+
+bool CCaptureVideoStream::KeyFrameAt(int64_t time) const {
+  return time - m_nLastKeyTime >= s_nKeyFrameSpacing.load();
+}
+
 uint32_t CCaptureVideoStream::PassUnchangedFrames(uint32_t due, uint32_t now) {
   CFrameTiming& owner = *m_pOwner;
   while (static_cast<int32_t>(now - due) > 0) {
-    const uint32_t elapsed =
-        std::max(due - owner.m_dwStartTick.load(), owner.m_dwElapsed.load() + 1);
-    if (static_cast<int64_t>(elapsed) * 10000 - m_nLastKeyTime >= s_nKeyFrameSpacing.load()) break;
+    const uint32_t elapsed = ElapsedAt(due);
+    if (KeyFrameAt(static_cast<int64_t>(elapsed) * 10000)) break;
     owner.m_dwFrameTick = due;
     owner.m_dwElapsed = elapsed;
     ++owner.m_nFrameCount;
@@ -144,8 +152,7 @@ void CCaptureVideoStream::MakeFrame(bool dirty) {
   owner.m_dwFrameTick = now;
   int64_t time = 0;
   if (owner.m_nFrameCount != 0) {
-    // Times only go forward, even for a last frame close behind the one before.
-    owner.m_dwElapsed = std::max(now - owner.m_dwStartTick.load(), owner.m_dwElapsed + 1);
+    owner.m_dwElapsed = ElapsedAt(now);
     time = static_cast<int64_t>(owner.m_dwElapsed) * 10000;
   }
   const int32_t pitch = CFrameDetect::m_nWidth * 4;
@@ -179,7 +186,7 @@ void CCaptureVideoStream::MakeFrame(bool dirty) {
     }
   }
   BOOL keyFrame = 0;
-  if (time - m_nLastKeyTime >= s_nKeyFrameSpacing.load()) {
+  if (KeyFrameAt(time)) {
     keyFrame = 1;
     m_nLastKeyTime = time;
   }

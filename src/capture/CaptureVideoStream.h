@@ -63,6 +63,10 @@ class CCaptureVideoStream : public CFrameDetect, public CMemoryBitmap {
   uint32_t PassUnchangedFrames(uint32_t due, uint32_t now);
   // Milliseconds from now until a frame must be a key frame; 0 when one is.
   uint32_t UntilKeyFrame(uint32_t now) const;
+  // The recording time of a frame made at tick, in milliseconds.
+  uint32_t ElapsedAt(uint32_t tick) const;
+  // Whether a frame at time (100-ns units) must be a key frame.
+  bool KeyFrameAt(int64_t time) const;
   // Whether the frame differs from the reference, which it then becomes
   // (IsChanged). Called under g_csCanvas; the frame stays valid until the
   // next FillFrame.

@@ -125,8 +125,7 @@ void CScreenCapture::Start() {
   }
   m_dwStartTick = ov::TickCount();
   m_hRunEvent.Set();
-  ov::SetRecording(1);
-  Wake();
+  ChangeRecording(1);
 }
 
 void CScreenCapture::Pause() {
@@ -135,8 +134,7 @@ void CScreenCapture::Pause() {
   // Without a video stream nothing else tracks the elapsed time that a
   // resume without an audio clock rebases on.
   if (!g_videoOpt.bStream) m_dwElapsed = m_dwPauseTick.load() - m_dwStartTick.load();
-  ov::SetRecording(0);
-  Wake();
+  ChangeRecording(0);
   m_hRunEvent.ResetEvent();
   if (g_bShowRecordingBox) PostToBox(CRecorderBox::kPause);
 }
@@ -151,8 +149,7 @@ void CScreenCapture::Resume() {
     m_dwStartTick = now - m_dwElapsed - m_dwBaseInterval;
   }
   m_hRunEvent.Set();
-  ov::SetRecording(1);
-  Wake();
+  ChangeRecording(1);
   if (g_bShowRecordingBox) PostToBox(CRecorderBox::kResume);
 }
 
@@ -187,8 +184,7 @@ void CScreenCapture::EndOnFailure(HRESULT hr) {
   // As a pause that never resumes: the streams stop taking, the clock and
   // progress stand at this moment, and the stop adds no final frame.
   m_dwPauseTick = ov::TickCount();
-  ov::SetRecording(0);
-  Wake();
+  ChangeRecording(0);
   m_hRunEvent.ResetEvent();
 }
 
@@ -295,6 +291,13 @@ void CScreenCapture::UIThread() {
 }
 
 // The box's look follows the recording's state; it repaints on its thread.
+void CScreenCapture::ChangeRecording(BOOL recording) {
+  ov::SetRecording(recording);
+  // The change-driven stream sleeps on the screen's changes: it hears of
+  // this one here.
+  Wake();
+}
+
 void CScreenCapture::PostToBox(uint32_t message) {
   if (g_pRecorderBox.load() && m_dwUIThreadId)
     ov::MessageQueue::PostThreadMessage(m_dwUIThreadId, message, 0, 0);

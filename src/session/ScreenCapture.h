@@ -76,6 +76,8 @@ class CScreenCapture : public CScreenRecoderObject,
 
  private:
   void UIThread();
+  // Starts or stops the taking of frames and sound, and wakes the stream.
+  void ChangeRecording(BOOL recording);
   void PostToBox(uint32_t message);
   // True, with a log line, when a failure has ended the recording.
   bool Failed(const char* operation) const;

@@ -2,7 +2,6 @@
 
 #include <EGL/egl.h>
 #include <EGL/eglext.h>
-#include <dirent.h>
 #include <dlfcn.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -200,11 +199,9 @@ std::string ProbeKey() {
   std::vector<std::string> lines;
   for (char** entry = environ; *entry; ++entry)
     if (IsDriverSetting(*entry)) lines.emplace_back(*entry);
-  if (DIR* nodes = opendir("/dev/dri")) {
-    while (dirent* node = readdir(nodes))
-      if (node->d_name[0] != '.') lines.push_back(std::string("node ") + node->d_name);
-    closedir(nodes);
-  }
+  std::vector<FolderEntry> nodes;
+  if (ListFolder(L"/dev/dri", &nodes))
+    for (const FolderEntry& node : nodes) lines.push_back("node " + ToUtf8(node.name));
   std::sort(lines.begin(), lines.end());
   for (const std::string& line : lines) key << line << '\n';
   AddFolderTime(key, "/usr/share/glvnd/egl_vendor.d");
